@@ -1,0 +1,31 @@
+# What every target of the project shares: warnings as errors on our own code, and the sanitizers of a preset.
+
+add_library(kzOptions INTERFACE)
+target_compile_options(
+  kzOptions INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
+                      $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+
+if(KZ_SANITIZE)
+  add_compile_options(-fsanitize=${KZ_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${KZ_SANITIZE})
+  if(KZ_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+# kz_add_test(NAME SOURCES file... LIBS target...): one GoogleTest program; each of its cases is a test of its own, so
+# that they run in parallel.
+function(kz_add_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE kzOptions ${ARG_LIBS} GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+endfunction()
+
+# kz_add_fuzzer(NAME SOURCES file... LIBS target...): one libFuzzer program.
+function(kz_add_fuzzer name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE kzOptions ${ARG_LIBS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
