@@ -1,0 +1,83 @@
+// The answers of the four interfaces and their byte layouts. Responses are built on the stack and written onto a
+// MemoryStream; a write past the stream is a fatal assertion, so whoever builds one keeps it within the buffer.
+//
+// L is a one-byte length. FlexValue data is big-endian.
+//   BleCommandResponse          command id, result, then per parameter: L, data
+//   BleSettingsResponseMessage  setting id, error code
+//   BleQueryResponse            category | type << 4, result
+//   ...CurrentValueResponse     header, then per entry in ascending id: id, L, data
+//   ...CurrentCapabilities...   header, then per entry: per allowed value id, L, value; an entry without values: id, 0
+//   ...CapabilitiesAndNames...  as above with the option's name (no length byte) behind each value; without values: id, 0, 0
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "FlexValue.h"
+#include "settingsStatusMapping.h"
+
+class MemoryStream;
+
+class BleCommandResponse {
+  public:
+    BleCommandResponse(uint32_t commandId, uint32_t result) : m_commandId(commandId), m_result(result) {}
+    virtual ~BleCommandResponse() = default;
+    virtual void Dump() const;
+
+    uint32_t m_commandId;
+    uint32_t m_result;
+    std::vector<FlexValue> m_params;
+};
+MemoryStream& operator<<(MemoryStream& stream, const BleCommandResponse& response);
+
+class BleSettingsResponseMessage {
+  public:
+    BleSettingsResponseMessage(uint32_t settingId, uint32_t errorCode) : m_settingId(settingId), m_errorCode(errorCode) {}
+    virtual ~BleSettingsResponseMessage() = default;
+    void Dump() const;
+
+    uint32_t m_settingId;
+    uint32_t m_errorCode;
+};
+MemoryStream& operator<<(MemoryStream& stream, const BleSettingsResponseMessage& response);
+
+class BleQueryResponse {
+  public:
+    BleQueryResponse(uint32_t category, uint32_t type, uint32_t result)
+        : m_category(category), m_type(type), m_result(result) {}
+    virtual ~BleQueryResponse() = default;
+    virtual void Dump() const;
+
+    uint32_t m_category;
+    uint32_t m_type;
+    uint32_t m_result;
+};
+MemoryStream& operator<<(MemoryStream& stream, const BleQueryResponse& response);
+
+class BleQueryCurrentValueResponse : public BleQueryResponse {
+  public:
+    using BleQueryResponse::BleQueryResponse;
+    void Dump() const override;
+
+    std::map<int, FlexValue> m_values;
+};
+MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentValueResponse& response);
+
+class BleQueryCurrentCapabilitiesResponse : public BleQueryResponse {
+  public:
+    using BleQueryResponse::BleQueryResponse;
+    void Dump() const override;
+
+    std::map<int, SettingsStatusMapping::IdNums> m_capabilities;
+};
+MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentCapabilitiesResponse& response);
+
+class BleQueryCurrentCapabilitiesAndNamesResponse : public BleQueryResponse {
+  public:
+    using BleQueryResponse::BleQueryResponse;
+    void Dump() const override;
+
+    std::map<int, SettingsStatusMapping::IdNums> m_capabilities;
+};
+MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentCapabilitiesAndNamesResponse& response);
