@@ -1,5 +1,6 @@
-/* The camera's key/value status service, libcsi.so. Its ABI is fixed by the camera. 0 (CSI_OK) is success. Multi-byte
- * numbers are little-endian. */
+/* The camera's key/value status service, libcsi.so. Its ABI is fixed by the camera. 0 (CSI_OK) is success; any other
+ * result is a failure, at the latest two seconds after the call. Multi-byte numbers are little-endian. Not for two
+ * threads at once. */
 #pragma once
 
 #include <stdint.h>
@@ -10,7 +11,8 @@ extern "C" {
 
 #define CSI_OK 0
 
-/* Copies the value of `key` into `buffer` and its length to `length`; a value longer than `bufferSize` is a failure. */
+/* Copies the value of `key` into `buffer` and its length to `length`; a value longer than `bufferSize` is a failure,
+ * and on failure neither is written. */
 int csi_get(uint8_t key, uint32_t bufferSize, uint32_t* length, void* buffer);
 /* Stores the value and notifies the key's subscribers. */
 int csi_set(uint8_t key, const void* value, uint32_t length);

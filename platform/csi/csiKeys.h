@@ -26,12 +26,12 @@ enum {
     CSI_SD_CARD_STATE = 62, /* below 2: usable */
     CSI_WMS_REQUEST = 73,
     CSI_WMS_STATE = 74,
-    CSI_CLIENT_ANALYTICS = 87, /* 4 bytes */
-    CSI_ANALYTICS_SOURCE = 92, /* 1 byte */
+    CSI_CLIENT_ANALYTICS = 87,    /* 4 bytes */
+    CSI_ANALYTICS_SOURCE = 92,    /* 1 byte */
     CSI_CAH_UPLOAD_PROGRESS = 94, /* text "current:total:percent" */
-    CSI_DEVICE_MGR_STATE = 97, /* four bytes: state, category, sub, error */
-    CSI_WOM_STATE = 98,        /* likewise */
-    CSI_CAHA_STATE = 99,       /* likewise */
+    CSI_DEVICE_MGR_STATE = 97,    /* four bytes: state, category, sub, error */
+    CSI_WOM_STATE = 98,           /* likewise */
+    CSI_CAHA_STATE = 99,          /* likewise */
     CSI_CAH_FEATURE_ENABLE = 102,
     CSI_CAH_ASSOCIATION_STATE = 104, /* text: user id; one zero byte when cleared */
     CSI_CLIENT_ID = 105,             /* text */

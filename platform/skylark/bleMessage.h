@@ -7,9 +7,9 @@
 constexpr const char* kMqToBleSdk = "/Mq_to_BleSdk";    // radio-stack daemon to this daemon
 constexpr const char* kMqToSkylark = "/Mq_to_Skylark";  // this daemon to the radio-stack daemon
 
-constexpr unsigned kBlePacketSize = 20;    // largest GATT payload, the data area of a record
-constexpr unsigned kBleRecordSize = 88;    // bytes of one record
-constexpr unsigned kBleAddressSize = 6;    // bytes of a device address
+constexpr unsigned kBlePacketSize = 20;  // largest GATT payload, the data area of a record
+constexpr unsigned kBleRecordSize = 88;  // bytes of one record
+constexpr unsigned kBleAddressSize = 6;  // bytes of a device address
 
 // offset width field
 //      0     1 event type (KZBLE_SDK_*)
@@ -72,8 +72,8 @@ enum : uint8_t {
 // Device types of peers; also the caller id under which the control daemon attributes commands.
 enum : uint8_t {
     KZ_CALLER_UNKNOWN = 0,
-    KZ_CALLER_VOICE = 10,     // voice-control client: mode commands go to the voice mode command
-    KZ_CALLER_BLE_RC = 11,    // phone app or remote
+    KZ_CALLER_VOICE = 10,   // voice-control client: mode commands go to the voice mode command
+    KZ_CALLER_BLE_RC = 11,  // phone app or remote
     KZ_CALLER_BLE_SENSOR = 12,
     KZ_CALLER_THIRD_PARTY = 13,  // reported to analytics as KZ_CALLER_BLE_RC
     KZ_CALLER_ALDER = 23,        // remote in update mode, image as one stream

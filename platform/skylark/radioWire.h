@@ -1,0 +1,40 @@
+// The wire between the simulated radio and the devices that connect to it (phones, remotes, sensors): one local
+// SOCK_SEQPACKET socket, fixed records of 32 bytes both ways, numbers in host byte order. One socket connection is one
+// Bluetooth connection: closing it is the disconnection.
+//
+// A device says Hello first and gets Welcome with its connection id; everything it sends before that ends the
+// connection. Not part of the camera, where the radio-stack daemon drives a real radio.
+#pragma once
+
+#include <cstdint>
+
+#include "cameraWire.h"
+
+namespace kzradio {
+
+constexpr kzwire::Endpoint kRadioEndpoint{"KZ_RADIO_SOCKET", "/tmp/kzcamera/radio"};
+
+constexpr unsigned kPacketSize = 20;
+constexpr unsigned kAddressSize = 6;
+
+enum class Kind : uint8_t {
+    Hello =
+        1,  // device to radio: data = address, argument0 = device type, argument1 = 1 when the camera is the central
+    Welcome = 2,  // radio to device: argument0 = connection id
+    Packet = 3,   // both ways: stream id, length, data
+    Ccc = 4,      // device to radio: stream id of the descriptor, length = the value written (1 enables)
+    Debug = 5,    // device to radio: argument0 = debug command, argument1 = its argument; also allowed before Hello
+};
+
+struct Record {
+    Kind kind;
+    uint8_t streamId;
+    uint8_t length;  // valid bytes of `data`; passed to the daemon as it is, also when it is above 20
+    uint8_t reserved;
+    uint32_t argument0;
+    uint32_t argument1;
+    uint8_t data[kPacketSize];
+};
+static_assert(sizeof(Record) == 32);
+
+}  // namespace kzradio
