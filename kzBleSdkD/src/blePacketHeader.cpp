@@ -1,0 +1,74 @@
+#include "blePacketHeader.h"
+
+#include "MemStream.h"
+#include "utils.h"
+
+namespace {
+
+constexpr const char* kLogTag = "blePacketHeader.cpp";
+
+constexpr unsigned char kContinuationFlag = 0x80;
+constexpr unsigned char kCounterMask = 0x0F;
+constexpr unsigned char kLengthTypeMask = 0x60;
+constexpr unsigned char kSimpleStart = 0x00;
+constexpr unsigned char kExtendedStart = 0x20;
+constexpr unsigned char kLongStart = 0x40;
+constexpr unsigned char kLengthMask = 0x1F;
+
+constexpr unsigned char LowByte(uint32_t value) {
+    return static_cast<unsigned char>(value & 0xFF);
+}
+
+}  // namespace
+
+BlePacketHeader::BlePacketHeader(unsigned int length)
+    : m_isStart(true),
+      m_length(length),
+      m_headerLength(length > kMaxExtendedLength ? 3
+                     : length > kMaxSimpleLength ? 2
+                                                 : 1) {}
+
+MemoryStream& operator<<(MemoryStream& stream, const BlePacketHeader& header) {
+    if (!header.m_isStart) {
+        return stream << static_cast<unsigned char>(kContinuationFlag | (header.m_counter & kCounterMask));
+    }
+    const uint32_t length = header.m_length;
+    switch (header.m_headerLength) {
+        case 1:
+            return stream << LowByte(length);
+        case 2:
+            return stream << static_cast<unsigned char>(kExtendedStart | LowByte(length >> 8)) << LowByte(length);
+        case 3:
+            return stream << kLongStart << LowByte(length >> 8) << LowByte(length);
+        default:
+            LOG_ERROR("Unhandled header length");
+            return stream;
+    }
+}
+
+MemoryStream& operator>>(MemoryStream& stream, BlePacketHeader& header) {
+    unsigned char first = 0;
+    stream >> first;
+    if ((first & kContinuationFlag) != 0) {
+        return stream;
+    }
+    header.m_isStart = true;
+    switch (first & kLengthTypeMask) {
+        case kSimpleStart:
+            LOG_INFO("Header has simple length");
+            header.m_length = first & kLengthMask;
+            break;
+        case kExtendedStart: {
+            LOG_INFO("Header has extendel length");
+            unsigned char second = 0;
+            stream >> second;
+            header.m_length = (static_cast<uint32_t>(first & kLengthMask) << 8) | second;
+            header.m_headerLength = 2;
+            break;
+        }
+        default:
+            LOG_ERROR("Error in format of SDK message, unsupported RLE type. FirstByte is:0x%02x", first);
+            break;
+    }
+    return stream;
+}

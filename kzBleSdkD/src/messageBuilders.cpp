@@ -1,0 +1,150 @@
+#include "messageBuilders.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "utils.h"
+
+namespace {
+
+constexpr const char* kLogTag = "messageBuilders.cpp";
+
+constexpr int kContinuationHeaderLength = 1;
+
+int PayloadRoom(const BlePacketHeader& header) {
+    return kPacketSize - header.m_headerLength;
+}
+
+// The first step of both fragmented builders: begins a message or checks that one is in progress. False when the packet
+// is to be ignored.
+template <typename Builder>
+bool AcceptHeader(Builder& builder, const BlePacketHeader& header) {
+    if (header.m_isStart) {
+        if (!builder.m_waitingForStart) {
+            LOG_ERROR(
+                "Got start packet when expecting subsequent packet, dropping previous data and restarting message with this packet");
+        }
+        builder.Reset(static_cast<int>(header.m_length));
+        builder.m_fragmented = static_cast<int>(header.m_length) > PayloadRoom(header);
+        if (builder.m_fragmented) {
+            builder.m_waitingForStart = false;
+        }
+        LOG_INFO("Got a first packet, fragmented:%d length:%d", builder.m_fragmented ? 1 : 0, builder.m_length);
+        return true;
+    }
+    if (!builder.m_fragmented || builder.m_waitingForStart) {
+        LOG_ERROR("Got a subsequent packet for non fragmented message! Will ignore");
+        builder.m_waitingForStart = true;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+FragmentedMessageBuilder::FragmentedMessageBuilder(int length) : m_length(length) {}
+
+void FragmentedMessageBuilder::SetLength(int length) {
+    m_length = length;
+    m_received = 0;
+    m_stream.reset();
+    m_firstHeaderLength = 0;
+    m_packets.clear();
+}
+
+int FragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHeader& header, unsigned char* tempBuffer,
+                                            int tempBufferSize) {
+    if (!AcceptHeader(*this, header)) {
+        return kMessageFailed;
+    }
+    if (header.m_isStart) {
+        m_firstHeaderLength = header.m_headerLength;
+    }
+    if (m_packets.size() >= kMaxPacketsPerMessage) {
+        m_waitingForStart = true;
+        LOG_ERROR("Got more than %d packets for a single message, dropping", static_cast<int>(kMaxPacketsPerMessage));
+        return kMessageFailed;
+    }
+    std::copy_n(packet, kPacketSize, m_packets.emplace_back().begin());
+    m_received += PayloadRoom(header);
+    if (m_received < m_length) {
+        return kMessageNeedsMore;
+    }
+    m_waitingForStart = true;
+    if (m_length > tempBufferSize) {
+        LOG_ERROR("Temp buffer:%d used is too small to handle message of length:%d", tempBufferSize, m_length);
+        return kMessageFailed;
+    }
+    Join(tempBuffer);
+    m_stream.attach(tempBuffer, static_cast<unsigned short>(m_length));
+    return Deserialize();
+}
+
+// Copies m_length bytes; what the last packet carries behind the message's end is not part of it and has no room in the
+// caller's buffer.
+void FragmentedMessageBuilder::Join(unsigned char* destination) {
+    int headerLength = m_firstHeaderLength;
+    int missing = m_length;
+    for (const Packet& packet : m_packets) {
+        const int run = std::min(kPacketSize - headerLength, missing);
+        std::memcpy(destination, packet.data() + headerLength, static_cast<size_t>(run));
+        destination += run;
+        missing -= run;
+        headerLength = kContinuationHeaderLength;
+    }
+    m_packets.clear();
+    m_firstHeaderLength = kContinuationHeaderLength;
+}
+
+FragmentedMessageBuilderSimple::FragmentedMessageBuilderSimple(int length) : m_length(length) {}
+
+void FragmentedMessageBuilderSimple::SetLength(int length) {
+    m_length = length;
+    m_received = 0;
+    m_stream.reset();
+}
+
+int FragmentedMessageBuilderSimple::ProcessPacket(unsigned char* packet, BlePacketHeader& header) {
+    if (!AcceptHeader(*this, header)) {
+        return kMessageFailed;
+    }
+    const int payload = std::min(m_length - m_received, PayloadRoom(header));
+    m_stream.attach(packet + header.m_headerLength, static_cast<unsigned short>(payload));
+    if (Deserialize() == kMessageFailed) {
+        m_waitingForStart = true;
+        return kMessageFailed;
+    }
+    m_received += m_stream.getLength();
+    LOG_INFO("After Processing, %d bytes were consumed for a total of %d", static_cast<int>(m_stream.getLength()),
+             m_received);
+    if (m_received < m_length && m_fragmented) {
+        return kMessageNeedsMore;
+    }
+    m_waitingForStart = true;
+    return kMessageComplete;
+}
+
+NonFragmentedMessageBuilder::NonFragmentedMessageBuilder(int length) : m_length(length) {}
+
+void NonFragmentedMessageBuilder::SetLength(int length) {
+    m_length = length;
+    m_received = 0;
+    m_stream.reset();
+}
+
+int NonFragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHeader& header) {
+    if (!header.m_isStart) {
+        return kMessageFailed;
+    }
+    Reset(static_cast<int>(header.m_length));
+    m_tooLong = m_length > PayloadRoom(header);
+    if (m_tooLong) {
+        return kMessageFailed;
+    }
+    m_stream.attach(packet + header.m_headerLength, static_cast<unsigned short>(m_length));
+    if (Deserialize() == kMessageFailed) {
+        return kMessageFailed;
+    }
+    m_received += m_stream.getLength();
+    return m_received < m_length ? kMessageFailed : kMessageComplete;
+}
