@@ -38,8 +38,9 @@ int kzMbox_txopen(const char* name, kzMbox* mbox);
 // Sends one message with priority 0. A full queue drops it with a level-2 text and returns 0. More than KZMSG_MAX bytes
 // is a calling error and aborts. Otherwise the result of mq_send.
 int kzMbox_send(const void* buffer, uint32_t length, kzMbox* mbox);
-// Opens `name`, sends one complete message and closes, without ever blocking. Reports a kzSendResult other than
-// KZ_SEND_INVALID, each failure with the level-2 text of kzMbox_txopen or kzMbox_send.
+// Opens `name`, sends one complete message and closes, without ever blocking or aborting: for queues that a peer owns
+// or names. Returns a kzSendResult. A missing and a full queue give the level-2 texts of kzMbox_txopen and kzMbox_send;
+// more than KZMSG_MAX bytes are KZ_SEND_INVALID.
 int kzMbox_try_send(const char* name, const void* buffer, uint32_t length);
 // The result of mq_close.
 int kzMbox_close(kzMbox* mbox);

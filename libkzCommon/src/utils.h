@@ -1,7 +1,7 @@
 // Logging and small utilities shared by the camera's daemons: the levelled log, the debug-print channel, the two fatal
 // assertion forms, hex dumps, daemon start, error and model names, a few string and file functions.
 //
-// Nothing here keeps state of its own beyond the two global integers, which are read without a lock.
+// Everything here may be called from any thread. The two global integers are read without a lock.
 #pragma once
 
 #include <cstddef>
@@ -24,9 +24,11 @@ enum kzLogLevel : int {
 // A message of level L is produced when g_logLevel is at least L. Initially KZ_LOG_ERROR.
 extern int g_logLevel;
 
-// Emits one line, "[boot time] tag message @file:line", to syslog with priority LOG_ERR; to standard error where no syslog
-// listens. It does not filter: use the LOG macros, which test g_logLevel first and evaluate their arguments only then.
-// A message that does not fit the 441-byte line is cut and keeps its location. Any thread.
+// Emits one line, "[boot time] [LEVEL] message @file:line", to syslog with priority LOG_ERR; where nothing listens
+// behind
+// "/dev/log" the line reaches standard error too. It does not filter: use the LOG macros, which test g_logLevel first
+// and evaluate their arguments only then. A message that does not fit the 441-byte line is cut and keeps its location.
+// errno is left alone.
 void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
@@ -35,11 +37,11 @@ void kzUtilSetLogLevel(int level);
 
 // LOG_AT(level, format, ...) logs under the tag `kLogTag`, which every source file defines for itself:
 //     namespace { constexpr const char* kLogTag = "kzBleServer"; }
-#define LOG_AT(level, ...)                                                   \
-    do {                                                                     \
-        if (g_logLevel >= (level)) {                                         \
-            kzUtilKlogMsgLevel((level), __LINE__, kLogTag, __VA_ARGS__);     \
-        }                                                                    \
+#define LOG_AT(level, ...)                                               \
+    do {                                                                 \
+        if (g_logLevel >= (level)) {                                     \
+            kzUtilKlogMsgLevel((level), __LINE__, kLogTag, __VA_ARGS__); \
+        }                                                                \
     } while (false)
 #define LOG_ERROR(...) LOG_AT(KZ_LOG_ERROR, __VA_ARGS__)
 #define LOG_WARN(...) LOG_AT(KZ_LOG_WARN, __VA_ARGS__)
@@ -52,18 +54,28 @@ void kzUtilSetLogLevel(int level);
 // Mask of the debug-print channel: low byte a level; the bits below. Initially 0x00285420.
 extern uint32_t g_debug_level;
 
-constexpr uint32_t kDebugPrintStdout = 1u << 30;    // copy to standard output, with the time in front
-constexpr uint32_t kDebugPrintFile = 1u << 29;      // append to "/tmp/fuse_d/wifi_log.txt", with the time in front
-constexpr uint32_t kDebugDumpMessages = 1u << 8;    // hex dumps of IPC messages
-constexpr uint32_t kDebugWholeHexDumps = 1u << 9;   // long hex dumps are not shortened
-constexpr unsigned kDebugThresholdDump = 7;         // assertion texts and hex dumps: low byte above this
-constexpr unsigned kDebugThresholdTlv = 15;         // TLV validation texts
-constexpr unsigned kDebugThresholdStart = 31;       // start-up lines
+constexpr uint32_t kDebugPrintStdout = 1u << 30;   // copy to standard output, with the time in front
+constexpr uint32_t kDebugPrintFile = 1u << 29;     // append to "/tmp/fuse_d/wifi_log.txt", with the time in front
+constexpr uint32_t kDebugDumpMessages = 1u << 8;   // hex dumps of IPC messages
+constexpr uint32_t kDebugWholeHexDumps = 1u << 9;  // long hex dumps are not shortened
+constexpr unsigned kDebugThresholdDump = 7;        // assertion texts and hex dumps: low byte above this
+constexpr unsigned kDebugThresholdTlv = 15;        // TLV validation texts
+constexpr unsigned kDebugThresholdStart = 31;      // start-up lines
 
-// Prints a line when the low byte of g_debug_level is above `threshold`. `timedFormat` is used for standard output and the
-// file; its first conversion is the "%s" that takes the time. `plainFormat` is used for syslog (LOG_DEBUG). Both take the
-// same arguments. KZ_DEBUG_PRINT passes a text literal in its timed and its plain form.
-void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plainFormat, ...);
+// Prints a text when the low byte of g_debug_level is above `threshold`. `timedFormat` is used for standard output and
+// the file; it begins with the "%s" that takes the time. `plainFormat` is used for syslog (LOG_DEBUG), which is opened
+// with LOG_PERROR, so that the text reaches standard error as well. Both take the same arguments. A text is cut at 2047
+// bytes. errno is left alone.
+void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plainFormat, ...)
+    __attribute__((format(printf, 3, 4)));
+
+// Prints a text literal in its timed and its plain form; evaluates the arguments only when it does.
+#define KZ_DEBUG_PRINT(threshold, text, ...)                                        \
+    do {                                                                            \
+        if ((g_debug_level & 0xFFu) > (threshold)) {                                \
+            kzDebugPrint((threshold), "%s " text, text __VA_OPT__(, ) __VA_ARGS__); \
+        }                                                                           \
+    } while (false)
 
 // ---------------------------------------------------------------- assertions: calling errors only, never bad input
 
@@ -72,7 +84,8 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
 // Traced form: also appends the text to "/tmp/kzlog.txt" and debug-prints a backtrace of at most 10 frames.
 [[noreturn]] void kzAssertFailedTraced(const char* path, const char* function, int line, const char* condition);
 
-// The condition's text is written out: it is part of what the operator sees and must not depend on how the code spells it.
+// The condition's text is written out: it is part of what the operator sees and must not depend on how the code spells
+// it.
 #define KZ_ASSERT(condition, path, text) \
     ((condition) ? static_cast<void>(0) : kzAssertFailed((path), __func__, __LINE__, (text)))
 #define KZ_ASSERT_TRACED(condition, path, text) \
@@ -80,8 +93,8 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
 
 // ---------------------------------------------------------------- hex dumps, on the debug-print channel
 
-// One line per 16 bytes with address and characters. A dump longer than 80 bytes shows its first 80 and last 32 or fewer
-// bytes unless kDebugWholeHexDumps is set.
+// One line per 16 bytes with address and characters. A dump longer than 80 bytes shows its first 80 and last 32 or
+// fewer bytes unless kDebugWholeHexDumps is set.
 void hexprint(const char* label, uint32_t address, const void* data, uint32_t length);
 // Bytes alone, in groups of four counted from the start (2, 3) or from the end of the data.
 void hexprint_noaddr(const char* label, uint32_t address, const void* data, uint32_t length);
@@ -127,28 +140,35 @@ enum kzErrnoCode : int {
 
 // The name of an error code, for example "KZ_ERR_NAK"; "UNKNOWN" for any other.
 const char* kzErrno2Str(int code);
-// The name of a camera model number (its low byte), or null.
+// The name of a camera model number (its low byte counts), or null.
 const char* get_model_name(int model);
 
 // ---------------------------------------------------------------- strings and files
 
 // The first character that is neither blank nor tab; null when there is none or `text` is null.
 char* trim(char* text);
-// Decodes percent escapes in place; `*length` becomes the decoded length and the text is terminated there.
+// Decodes percent escapes in place; `*length` becomes the decoded length and the text is terminated there, so the
+// buffer holds at least one byte more than `*length`. A "%" too close to the end for its two digits ends the text; one
+// without two digits stays as it is.
 void unescapeUrl(char* text, int* length);
 // True when every character before the terminator or `length` is a decimal digit; true for an empty text.
 bool validateCardID(const char* text, int length);
-// Reads the card's id into `buffer` (at least 32 bytes), making one when there is none. 0, or -1 with "0" in the buffer.
+// Reads the card's id into `buffer` (at least 32 bytes), making one when there is none or the stored one is not a
+// number. 0, or -1 with "0" in the buffer and the reason on standard error.
 int getCardIDStr(char* buffer);
 int getCardIDStrFromCard(char* buffer, int which);  // 1: internal storage, else the card
+// Whether the card holds "messages.txt".
 bool messages_txt_exists();
 
 namespace Utils {
 
-// Reads the integer under `key`: a number, a string that is a decimal number as a whole, true (1) or false (0).
-// -3 when an argument is null; a missing or null member gives -1 if `required`, else 0 with `*out` untouched; -1 otherwise.
+// Reads the integer under `key`: a number, a string that is a decimal number as a whole, true (1) or false (0). Values
+// beyond int become the nearest int. -3 when an argument is null; a missing or null member gives -1 if `required`, else
+// 0 with
+// `*out` untouched; -1 otherwise, after a string with what its leading digits give in `*out`.
 int cjson_parse_int(const cJSON* object, const char* key, int* out, int required);
-// Reads the string under `key` as a pointer into the JSON tree (null for JSON null). Results as above.
+// Reads the string under `key` as a pointer into the JSON tree (null for JSON null). -3 when an argument is null; a
+// missing member gives -1 if `required`, else 0 with `*out` untouched; -1 for anything else.
 int cjson_parse_string(const cJSON* object, const char* key, const char** out, int required);
 
 // CRC-32 of IEEE 802.3 (reflected 0xEDB88320, initial and final complement); 0 for empty input.
