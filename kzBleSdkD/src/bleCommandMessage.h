@@ -1,0 +1,45 @@
+// BleCommandMessage: the command interface. A message names one command by its id; nearly every command becomes one
+// command of the camera's control daemon, a few read or write CSI keys or start a file transfer.
+//
+//   plain     byte 0: command id 1 to 239; then parameters, each L (1 to 255) and L bytes, numbers big-endian
+//   protobuf  byte 0: feature id 240 or 241; byte 1: action id; then the serialised request
+//
+// One object serves all messages of one client, one after the other. Command thread only; calls block while the camera
+// answers.
+//
+// Sources: bleCommandMessage.cpp (parsing and dispatch), bleCommandHandlers.cpp (the plain commands),
+// bleCommandProtobuf.cpp and bleLiveStream.cpp (the protobuf commands).
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "FlexValue.h"
+#include "messageBuilders.h"
+
+class BleNotificationClient;
+
+class BleCommandMessage : public FragmentedMessageBuilder {
+  public:
+    explicit BleCommandMessage(int length = 0) : FragmentedMessageBuilder(length) {}
+    // A copy is a new message that waits for a start packet: a message in progress belongs to one connection alone.
+    BleCommandMessage(const BleCommandMessage&) : BleCommandMessage() {}
+    BleCommandMessage& operator=(const BleCommandMessage& other);
+
+    // 0, or 1 when the message is empty, its id is none of the above, or a parameter or the action id does not fit.
+    int Deserialize() override;
+    void Reset(int length) override;
+    // Carries the command out for `client`. *responseLength is the capacity of `response` on entry and the answer's
+    // length on return; length 0 with KZ_OK means that there is nothing to send. Returns KZ_OK, or the code whose
+    // answer the caller gets from HandleError: KZ_ERR_INVALID_PARAM for a command that is unknown or malformed, KZ_ERR,
+    // KZ_ERR_ACCESS_DENIED, or what the control daemon returned.
+    int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
+    // Writes command id and result byte, as far as *responseLength allows. Returns 0.
+    int HandleError(int error, uint8_t* response, uint16_t* responseLength);
+    void Dump() const;
+
+    uint32_t m_commandId = 0;
+    std::vector<FlexValue> m_params;  // of a plain command
+    uint8_t m_actionId = 0;           // of a protobuf command
+    std::vector<uint8_t> m_payload;   // likewise; keeps its capacity between messages
+};
