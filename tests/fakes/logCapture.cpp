@@ -1,0 +1,93 @@
+#include "logCapture.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+
+#include "utils.h"
+
+namespace fakes {
+namespace {
+
+std::mutex s_mutex;
+bool s_capturing = false;
+std::vector<LogLine> s_lines;
+
+constexpr const char* kLevelNames[] = {" OFF ", "FATAL", "ERROR", "WARN ", "DEBUG", "INFO ", "TRACE"};
+
+// "[time] [LEVEL] text @file:line"; anything else is kept whole.
+LogLine Split(const std::string& line) {
+    const size_t open = line.find("] [");
+    const size_t close = open == std::string::npos ? open : line.find(']', open + 3);
+    const size_t at = line.rfind(" @");
+    if (close == std::string::npos || at == std::string::npos || at < close + 2) {
+        return {"", line, ""};
+    }
+    const size_t colon = line.rfind(':');
+    return {line.substr(open + 3, close - open - 3), line.substr(close + 2, at - close - 2),
+            line.substr(at + 2, colon == std::string::npos || colon < at ? colon : colon - at - 2)};
+}
+
+}  // namespace
+
+LogCapture::LogCapture(int level) : m_savedLevel(g_logLevel) {
+    g_logLevel = level;
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    s_capturing = true;
+    s_lines.clear();
+}
+
+LogCapture::~LogCapture() {
+    g_logLevel = m_savedLevel;
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    s_capturing = false;
+    s_lines.clear();
+}
+
+std::vector<LogLine> LogCapture::Lines() const {
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    return s_lines;
+}
+
+std::vector<std::string> LogCapture::Texts() const {
+    std::vector<std::string> texts;
+    for (const LogLine& line : Lines()) {
+        texts.push_back(line.text);
+    }
+    return texts;
+}
+
+bool LogCapture::Has(std::string_view text, int level) const {
+    const auto lines = Lines();
+    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
+        return line.text == text && (level == 0 || line.level == kLevelNames[level]);
+    });
+}
+
+void LogCapture::Clear() {
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    s_lines.clear();
+}
+
+}  // namespace fakes
+
+// Without <syslog.h>, whose priority names are those of our levels.
+extern "C" {
+
+void openlog(const char* /*ident*/, int /*options*/, int /*facility*/) {}
+void closelog() {}
+
+__attribute__((format(printf, 2, 3))) void syslog(int /*priority*/, const char* format, ...) {
+    char text[4096];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    const std::lock_guard<std::mutex> lock(fakes::s_mutex);
+    if (fakes::s_capturing) {
+        fakes::s_lines.push_back(fakes::Split(text));
+    }
+}
+
+}  // extern "C"
