@@ -1,17 +1,19 @@
-// BleNotificationClient: everything the daemon knows of one BLE connection. Who the peer is, the reassembly state of its four
-// interfaces, one notification gate per response stream, the answers that found the radio queue full, what it wants to be told
-// of, its sensor streams, and a running file transfer.
+// BleNotificationClient: everything the daemon knows of one BLE connection. Who the peer is, the reassembly state of
+// its four interfaces, one notification gate per response stream, the answers that found the radio queue full, what it
+// wants to be told of, its sensor streams, and a running file transfer.
 //
-// A record lives from its connection event to its disconnection event, in the server's client table, at a stable address.
-// It is touched by the command thread only, with the table's lock held. No operation throws.
+// A record lives from its connection event to its disconnection event, in the server's client table, at a stable
+// address: what other clients do changes nothing in it. It is touched by the command thread only, with the table's lock
+// held. No operation throws; what goes wrong is logged.
 //
-// Sources: bleDevice.cpp (record, gates, stored responses, message processing), bleDevicePush.cpp (interests and pushes),
-// bleDeviceFileTransfer.cpp (cutting files into packets).
+// Sources: bleDevice.cpp (record, gates, stored responses, message processing), bleDevicePush.cpp (interests and
+// pushes), bleDeviceFileTransfer.cpp (cutting files into packets).
 #pragma once
+
+#include <time.h>
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -21,17 +23,18 @@
 #include "bleMetadataMessage.h"
 #include "bleQueryMessage.h"
 #include "bleSettingsMessage.h"
+#include "fileHandle.h"
 
 // Anything that can be told of changes.
 class NotificationClient {
   public:
     enum eNotificationType_t : int {
-        eNotifyStatus = 0,            // status values changed; ids are status ids
-        eNotifySettings = 1,          // setting values changed; ids are setting ids
-        eNotifyCapabilities = 3,      // allowed options of settings changed; ids are setting ids
-        eNotifyCSI = 5,               // feature notification; ids are CSI keys
-        eNotifyLcd = 6,               // LCD buffer for sensor clients; ids are connection ids
-        eNotifyLed = 7,               // LED buffer; ids are connection ids
+        eNotifyStatus = 0,        // status values changed; ids are status ids
+        eNotifySettings = 1,      // setting values changed; ids are setting ids
+        eNotifyCapabilities = 3,  // allowed options of settings changed; ids are setting ids
+        eNotifyCSI = 5,           // feature notification; ids are CSI keys
+        eNotifyLcd = 6,           // LCD buffer for sensor clients; ids are connection ids
+        eNotifyLed = 7,           // LED buffer; ids are connection ids
     };
 
     virtual ~NotificationClient() = default;
@@ -56,23 +59,24 @@ class BleNotificationClient : public NotificationClient {
     static constexpr unsigned kMetadataStreamBufferSize = 3000;
     static constexpr uint16_t kDefaultBlockSize = 500;
 
-    // A response or push that waits for room in the radio queue, and the gate of its stream.
+    // A response, a push or a packet of a file that waits to be sent, and the gate of its stream.
     class StoredResponse {
       public:
         StoredResponse() = default;
         explicit StoredResponse(int streamId) : m_streamId(streamId) {}
 
-        // Replaces the held data by a copy; a `length` of 0 leaves it empty.
+        // Replaces the held data by a copy. The storage is reused when it is large enough.
         void Store(const unsigned char* data, int length);
+        // Frees the held data.
         void Clear();
 
         int m_length = 0;  // bytes held; 0 means empty
         std::unique_ptr<unsigned char[]> m_data;
-        bool m_enabled = false;  // the notification gate
+        bool m_enabled = false;  // the notification gate; closed until the client opens it
         int m_streamId = 0;      // request stream whose answers this entry gates: 2, 7, 12 or 17
 
       private:
-        int m_capacity = 0;
+        int m_capacity = 0;  // bytes of m_data
     };
 
     // Stored responses in priority order.
@@ -99,8 +103,9 @@ class BleNotificationClient : public NotificationClient {
     };
 
     BleNotificationClient(unsigned int connectionId, unsigned char deviceId, unsigned char deviceType);
-    // A copy keeps the identity, block size, bytes remaining, interests (not the CSI keys) and metadata state, and each entry's
-    // stream; everything else starts as new. The server never copies a record in use.
+    // A copy keeps the identity, block size, bytes remaining, interests (not the CSI keys), the metadata state (sharing
+    // its stream buffers) and each entry's stream; everything else starts as new. The server never copies a record in
+    // use.
     BleNotificationClient(const BleNotificationClient& other);
     BleNotificationClient& operator=(const BleNotificationClient& other);
     ~BleNotificationClient() override;
@@ -122,13 +127,20 @@ class BleNotificationClient : public NotificationClient {
     // The first entry in priority order that is enabled and holds data; null if none.
     StoredResponse* GetHighestPriorityStoredResponse();
 
-    // ---- message processing, one per interface. `packet` is the record's 20-byte data area, `response` the server's buffer of
-    // *responseLength bytes (also the reassembly's). True when `response` holds *responseLength bytes to be sent. *kzErrno: 0, the
-    // code of Execute, or KZ_ERR_INVALID_PARAM.
-    bool ProcessCommandMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength, int* kzErrno);
-    bool ProcessSettingMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength, int* kzErrno);
-    bool ProcessQueryMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength, int* kzErrno);
-    bool ProcessMetadataMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength, int* kzErrno);
+    // ---- message processing, one per interface. `packet` is the record's 20-byte data area, `response` the server's
+    // buffer of *responseLength bytes (also the reassembly's).
+    //   true   `response` holds *responseLength bytes to be sent: an answer, or the error answer of a message that
+    //   failed false  nothing to send: more packets are needed, or the message has no answer
+    // *kzErrno: 0, the code of Execute, or KZ_ERR_INVALID_PARAM when reassembly or parsing failed. A packet on any
+    // interface but the sensor's drops that interface's stored response.
+    bool ProcessCommandMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength,
+                               int* kzErrno);
+    bool ProcessSettingMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength,
+                               int* kzErrno);
+    bool ProcessQueryMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength,
+                             int* kzErrno);
+    bool ProcessMetadataMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength,
+                                int* kzErrno);
 
     // ---- interests; each returns true
     bool AddInterest(eNotificationType_t type, int id) override;
@@ -138,27 +150,40 @@ class BleNotificationClient : public NotificationClient {
     bool RemoveInterest(eNotificationType_t type, std::vector<int> ids) override;
     bool RemoveInterestAll(eNotificationType_t type) override;
 
-    // Builds this client's push for the changed `ids` into `response` (*responseLength bytes on entry, the push's length on a
-    // true result; types 6 and 7 leave it). False when there is nothing to send.
-    bool ExecutePush(eNotificationType_t type, std::vector<int>& ids, unsigned char* response, unsigned short* responseLength,
-                     int* kzErrno);
+    // Builds this client's push for the changed `ids` into `response` (*responseLength bytes on entry, the push's
+    // length on a true result; types 6 and 7 leave it). False when there is nothing to send.
+    bool ExecutePush(eNotificationType_t type, std::vector<int>& ids, unsigned char* response,
+                     unsigned short* responseLength, int* kzErrno);
 
     // ---- sensor streams
-    bool StoreMetadataDeviceName(std::string name);
-    void AddStreamBuffer(unsigned char index);  // a zero-filled buffer as handle `index`
-    void RemoveStreams();                       // on disconnection
+    bool StoreMetadataDeviceName(std::string name);  // true
+    // Makes a zero-filled buffer of kMetadataStreamBufferSize bytes the handle `index`, closing the stream that was
+    // there. Returns it; null for an index outside 0 to 2.
+    void* AddStreamBuffer(unsigned char index);
+    // The handle `index`, null when there is none.
+    void* MetadataStream(size_t index) const {
+        return index < m_metadataStreams.size() ? m_metadataStreams[index].get() : nullptr;
+    }
+    void RemoveStreams();  // on disconnection: closes the streams and frees their buffers; the count stays
     void ResetAllMetadataStreams();
 
     // ---- file transfer; at most one per client
     bool IsTransferringSettingsJSON() const { return m_transferringSettingsJSON; }
     bool IsTransferringLarch() const { return m_transferringLarch; }
+    // Start (on) or end the transfer of settings.json.gz or of the device type's firmware image. False when a transfer
+    // could not be started, and for ending one that does not run. A start that fails leaves no file open. With the
+    // command gate closed SetTransferringSettingsJSON is false in both directions; an end ends the transfer all the
+    // same.
     bool SetTransferringSettingsJSON(bool on);
     bool SetTransferringLarch(bool on);
-    // Cuts the next packet into `out`; true when more follow.
+    // Cut the next packet, at most 20 bytes, into `out`; true when more follow. An empty packet means that there is
+    // nothing left or that the file changed since the transfer began: the transfer is to be ended.
     bool GetSettingsJSONResponse(StoredResponse& out);
     bool GetLarchResponse(StoredResponse& out);
+    // Progress of a firmware transfer, 0 to 100.
     uint8_t GetPercentDone() const;
 
+    // Logs the record at level 5.
     void Dump() const;
 
     uint32_t m_inCount = 0;    // data packets received
@@ -166,7 +191,8 @@ class BleNotificationClient : public NotificationClient {
     uint32_t m_pushCount = 0;  // pushes sent
     std::string m_metadataDeviceName;
     uint8_t m_metadataStreamCount = 0;
-    std::array<void*, kMaxMetadataStreams> m_metadataStreams{};  // owned buffers, freed by RemoveStreams or the destructor
+    // One buffer per registered stream. The last owner closes the stream before the buffer goes.
+    std::array<std::shared_ptr<unsigned char[]>, kMaxMetadataStreams> m_metadataStreams;
     std::array<MetadataKey, kMaxMetadataKeys> m_metadataKeys{};
     uint32_t m_connectionId;
     uint8_t m_deviceId;
@@ -192,12 +218,14 @@ class BleNotificationClient : public NotificationClient {
     uint8_t m_counter = 0;     // continuation counter of the settings.json message
     bool m_transferringSettingsJSON = false;
     bool m_transferringLarch = false;
-    struct FileCloser {
-        void operator()(FILE* file) const { fclose(file); }
-    };
-    std::unique_ptr<FILE, FileCloser> m_file;
-    uint32_t m_fileSize = 0;  // whole file, header included
+    FileHandle m_file;        // the file of the running transfer
+    uint32_t m_fileSize = 0;  // bytes of the whole file, header included
 
   private:
     std::vector<int>* InterestList(eNotificationType_t type);
+    void CopyKeptFields(const BleNotificationClient& other);
+    size_t ReadFile(unsigned char* destination, size_t size);
+    void CloseFile();
+
+    struct timespec m_fileTime {};  // last change of the file when the transfer began
 };
