@@ -29,6 +29,9 @@ namespace {
 
 constexpr const char* kLogTag = "utils.cpp";
 
+// syslog.h, included behind utils.h, takes the names LOG_DEBUG and LOG_INFO for priorities: here they are its own.
+static_assert(LOG_DEBUG == 7);
+
 struct CloseFile {
     void operator()(FILE* file) const { std::fclose(file); }
 };

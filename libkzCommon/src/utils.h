@@ -37,6 +37,7 @@ void kzUtilSetLogLevel(int level);
 
 // LOG_AT(level, format, ...) logs under the tag `kLogTag`, which every source file defines for itself:
 //     namespace { constexpr const char* kLogTag = "kzBleServer"; }
+// <syslog.h> takes the names LOG_DEBUG and LOG_INFO for itself: no file that logs includes it.
 #define LOG_AT(level, ...)                                               \
     do {                                                                 \
         if (g_logLevel >= (level)) {                                     \

@@ -50,18 +50,17 @@ int clampToInt(long value) {
 
 bool makeCardFolder(const char* folder) {
     struct stat status = {};
-    if (stat(folder, &status) != 0) {
-        if (mkdir(folder, 0777) != 0) {
-            std::fprintf(stderr, "Failed to create folder:%s\n", folder);
-            return false;
-        }
+    const bool exists = stat(folder, &status) == 0;
+    if ((exists && S_ISDIR(status.st_mode)) || (!exists && mkdir(folder, 0777) == 0)) {
         return true;
     }
-    if (!S_ISDIR(status.st_mode)) {
+    // With a slash at its end the path of a file cannot be looked up, but its name is taken.
+    if (exists || errno == EEXIST) {
         std::fprintf(stderr, "Path:%s exists and is a NOT folder\n", folder);
-        return false;
+    } else {
+        std::fprintf(stderr, "Failed to create folder:%s\n", folder);
     }
-    return true;
+    return false;
 }
 
 // Reads a stored id that is a number into `buffer`.
