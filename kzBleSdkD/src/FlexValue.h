@@ -1,8 +1,11 @@
-// FlexValue: a short byte string that carries its own length and reads as an unsigned big-endian number or as raw bytes.
-// Every setting, status and option value of the daemon is one.
+// FlexValue: a short byte string that carries its own length and reads as an unsigned big-endian number or as raw
+// bytes. Every setting, status and option value of the daemon is one.
+//
+// In wire form a value is a length byte n (0 to 255) and n bytes, a number's most significant byte first.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 class MemoryStream;
 struct cJSON;
@@ -20,55 +23,73 @@ class FlexValue {
   public:
     // An empty value, to be read into.
     FlexValue() : FlexValue(eValueWidthNone, 0) {}
-    // Zero-filled. `length` counts only for eValueWidthString; an unknown width makes an empty value.
+    // Zero-filled. `length` counts only for eValueWidthString, where a negative one is 0; an unknown width makes an
+    // empty value.
     FlexValue(eValueWidth width, int length);
+    // Copies are deep and take the changed mark along; a value that was moved from is empty.
     FlexValue(const FlexValue& other);
     FlexValue(FlexValue&& other) noexcept;
     FlexValue& operator=(const FlexValue& other);
     FlexValue& operator=(FlexValue&& other) noexcept;
-    virtual ~FlexValue();
+    virtual ~FlexValue() = default;
 
-    const uint8_t* GetDataPointer() const { return m_length <= kInlineSize ? m_inline : m_pString; }
+    // The value's bytes, GetDataLength() of them. Valid until the value is assigned, read into or destroyed.
+    const uint8_t* GetDataPointer() const { return m_length <= kInlineSize ? m_inline : m_pString.get(); }
     void GetData(const uint8_t*& data, unsigned int& length) const;
     int GetDataLength() const { return m_length; }
 
+    // The mark of a value that the last push carried and that clients were not told of yet.
     bool HasChanged() const { return m_changed; }
     void SetChanged(bool changed) { m_changed = changed; }
 
     // Setters return true. A value too short for the setter is a calling error (traced assertion).
-    bool SetValue(const uint8_t* bytes);  // copies the value's whole length
-    bool SetValue(uint8_t value);         // first byte
-    bool SetValue(unsigned int value);    // first 4 bytes, big-endian
-    bool SetValue(unsigned long value);   // first 8 bytes, big-endian
-    bool SetValueByWidth(unsigned int value);  // over the whole length, big-endian
+    bool SetValue(const uint8_t* bytes);       // copies the value's whole length
+    bool SetValue(uint8_t value);              // first byte
+    bool SetValue(unsigned int value);         // first 4 bytes, big-endian
+    bool SetValue(unsigned long value);        // first 8 bytes, big-endian
+    bool SetValueByWidth(unsigned int value);  // over the whole length, big-endian; the low bytes of a shorter value
 
-    // The low 32 bits of the big-endian number. An empty value is a calling error.
+    // The low 32 bits of the big-endian number. An empty value is a calling error (traced assertion).
     uint32_t GetUI32Value() const;
-    // The first byte. An empty value is a calling error.
+    // The first byte. An empty value is a calling error (traced assertion).
     uint8_t GetUI8Value() const;
 
     // Whether the stream's next byte, a length, is 1 or more and the rest of the stream holds that many bytes. Consumes
     // nothing; logs the reason when false.
     static bool ValidateInput(MemoryStream& stream);
 
+    // Logs length and bytes at level 6.
     void Dump() const;
 
   private:
     static constexpr int kInlineSize = 4;
     friend MemoryStream& operator>>(MemoryStream& stream, FlexValue& result);
 
-    uint8_t* Storage() { return m_length <= kInlineSize ? m_inline : m_pString; }
+    uint8_t* Storage() { return m_length <= kInlineSize ? m_inline : m_pString.get(); }
+    // Takes this length with zero bytes. The value was empty.
     void Allocate(int length);
 
-    uint8_t m_inline[kInlineSize];
-    uint8_t* m_pString;
-    int m_length;
-    bool m_changed;
+    uint8_t m_inline[kInlineSize] = {};    // in use up to kInlineSize bytes
+    std::unique_ptr<uint8_t[]> m_pString;  // in use beyond, then exactly m_length bytes
+    int m_length = 0;
+    bool m_changed = false;
 };
 
-// Reads a value in wire form, a length byte and that many bytes, into an empty value. Call ValidateInput first.
+// Reads a value in wire form into an empty value. Call ValidateInput first: a value that passes the end of the stream
+// is a calling error, as is a `result` that is not empty (traced assertions).
 MemoryStream& operator>>(MemoryStream& stream, FlexValue& result);
 
-// Makes a value of `width` from a JSON number or string of a push. `exact` numbers: see settingsCurrentValues.cpp, which
-// takes the digits of 64-bit integers from the text, since a double cannot hold them.
-FlexValue BuildFlexValue(const eValueWidth& width, const cJSON* item);
+// Makes the value of a setting or status from its JSON number or string:
+//
+//   eValueWidth1Byte    low byte of the number, which is truncated toward zero and saturated to a signed 32-bit integer
+//   eValueWidth4Bytes   low 32 bits of the number's exact integer
+//   eValueWidth8Bytes   the exact integer
+//   eValueWidthString   the string's characters, without terminator
+//   any other           an empty value; logged
+//
+// The exact integer is what the digits before the point say, without sign, fraction and exponent ("-5" is 5, "12.9" is
+// 12, "1e3" is 1); more than 64 bits saturate to 2^64 - 1. A double does not hold it, so `numberText` points at the
+// number in the JSON text (it ends at its first other character; see ObjectText in jsonText.h). Without the text the
+// item's double stands in, which is right for integers up to 2^53. An item of another type than its width wants counts
+// as 0 or as the empty string.
+FlexValue BuildFlexValue(const eValueWidth& width, const cJSON* item, const char* numberText = nullptr);

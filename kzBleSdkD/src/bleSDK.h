@@ -1,5 +1,5 @@
-// BleSDK: the process-wide entry to the settings and status model. Not locked: called from the main thread during start and
-// stop and from the command thread in between, never at the same time.
+// BleSDK: the process-wide entry to the settings and status model. Not locked: called from the main thread during start
+// and stop and from the command thread in between, never at the same time.
 #pragma once
 
 #include <string>
