@@ -1,0 +1,136 @@
+#include "networkFeatures.h"
+
+#include "csi/csiKeys.h"
+#include "report.h"
+
+namespace kzsim {
+namespace {
+
+constexpr auto kStep = std::chrono::milliseconds(200);
+constexpr uint32_t kPercentStep = 20;
+constexpr uint32_t kUploadFiles = 3;
+
+// Requests of key CSI_WMS_REQUEST. One byte speaks to the cloud upload, four bytes to the others.
+enum : uint32_t {
+    kUploadStart = 1,
+    kUploadCancel = 2,
+    kUpdateCancel = 2,
+    kUpdateStart = 5,
+    kUpdateStartForced = 6,
+    kLiveStream = 7,
+};
+
+// Values of the state keys.
+enum : uint32_t {
+    kWmsIdle = 0,
+    kWmsConfig = 17,
+    kWmsReady = 18,
+    kUploadIdle = 5,
+    kUploadRunning = 1,
+    kUpdateIdle = 0,
+    kUpdateDownloading = 1,
+    kUpdateVerifying = 2,
+    kUpdateReady = 5,
+};
+
+}  // namespace
+
+NetworkFeatures::~NetworkFeatures() {
+    m_loop.cancel(m_upload);
+    m_loop.cancel(m_update);
+}
+
+void NetworkFeatures::later(EventLoop::TimerId& timer, std::function<void()> step) {
+    m_loop.cancel(timer);
+    timer = m_loop.callAfter(kStep, std::move(step));
+}
+
+void NetworkFeatures::csiWritten(uint8_t key) {
+    if (key == CSI_BROADCAST_PRIVATE) {
+        urlWritten();
+        return;
+    }
+    if (key != CSI_WMS_REQUEST) {
+        return;
+    }
+    const uint32_t request = m_camera.csiNumber(key);
+    const bool forUpload = m_camera.csi(key).value_or(Bytes()).size() == 1;
+    report("network", "feature request %u (%s)", request, forUpload ? "upload" : "update or stream");
+    if (forUpload) {
+        if (request == kUploadStart) {
+            startUpload();
+        } else if (request == kUploadCancel) {
+            cancelUpload();
+            m_camera.setCsiNumber(CSI_WMS_STATE, kWmsIdle);
+        }
+    } else if (request == kLiveStream) {
+        m_camera.setCsiNumber(CSI_WMS_STATE, kWmsConfig);
+    } else if (request == kUpdateStart || request == kUpdateStartForced) {
+        startUpdate();
+    } else if (request == kUpdateCancel) {
+        cancelUpdate();
+    }
+}
+
+// ---------------------------------------------------------------- cloud upload
+
+void NetworkFeatures::startUpload() {
+    m_camera.setCsiNumber(CSI_CAH_ACTIVE, 1);
+    m_camera.setCsiNumber(CSI_WOM_STATE, kUploadRunning);
+    uploadStep(1, 0);
+}
+
+void NetworkFeatures::uploadStep(uint32_t file, uint32_t percent) {
+    if (file > kUploadFiles) {
+        cancelUpload();
+        return;
+    }
+    m_camera.setCsi(CSI_CAH_UPLOAD_PROGRESS, bytesOfText(std::to_string(file) + ':' + std::to_string(kUploadFiles) +
+                                                         ':' + std::to_string(percent)));
+    const bool done = percent >= 100;
+    later(m_upload,
+          [this, file, percent, done] { uploadStep(done ? file + 1 : file, done ? 0 : percent + kPercentStep); });
+}
+
+void NetworkFeatures::cancelUpload() {
+    m_loop.cancel(m_upload);
+    m_camera.setCsiNumber(CSI_CAH_ACTIVE, 0);
+    m_camera.setCsiNumber(CSI_WOM_STATE, kUploadIdle);
+}
+
+// ---------------------------------------------------------------- software update
+
+void NetworkFeatures::startUpdate() {
+    m_camera.setCsiNumber(CSI_OTA_ERROR, 0);
+    m_camera.setCsiNumber(CSI_OTA_STATE, kUpdateDownloading);
+    updateStep(0);
+}
+
+void NetworkFeatures::updateStep(uint32_t percent) {
+    m_camera.setCsiNumber(CSI_OTA_PERCENTAGE, percent);
+    if (percent < 100) {
+        later(m_update, [this, percent] { updateStep(percent + kPercentStep); });
+        return;
+    }
+    m_camera.setCsiNumber(CSI_OTA_STATE, kUpdateVerifying);
+    later(m_update, [this] { m_camera.setCsiNumber(CSI_OTA_STATE, kUpdateReady); });
+}
+
+void NetworkFeatures::cancelUpdate() {
+    m_loop.cancel(m_update);
+    m_camera.setCsiNumber(CSI_OTA_PERCENTAGE, 0);
+    m_camera.setCsiNumber(CSI_OTA_STATE, kUpdateIdle);
+}
+
+// ---------------------------------------------------------------- live stream
+
+void NetworkFeatures::urlWritten() {
+    const bool ends = m_camera.csi(CSI_BROADCAST_PRIVATE).value_or(Bytes()).empty();
+    if (ends) {
+        m_camera.setCsiNumber(CSI_WMS_STATE, kWmsIdle);
+    } else if (m_camera.csiNumber(CSI_WMS_STATE) == kWmsConfig) {
+        m_camera.setCsiNumber(CSI_WMS_STATE, kWmsReady);
+    }
+}
+
+}  // namespace kzsim
