@@ -1,0 +1,152 @@
+#include "radioLink.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+
+#include "skylark/radioWire.h"
+
+namespace kzclient {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds kWelcomeTimeout{5000};
+
+int connectTo(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        throw Error("the radio's socket path is too long: " + path);
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd == -1) {
+        throw Error(std::string("cannot make a socket: ") + std::strerror(errno));
+    }
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
+        const std::string reason = std::strerror(errno);
+        close(fd);
+        throw Error("no radio at " + path + ": " + reason + " (is the camera running?)");
+    }
+    return fd;
+}
+
+void sendRecord(int fd, const kzradio::Record& record) {
+    if (::send(fd, &record, sizeof(record), MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof(record))) {
+        throw Error(std::string("the connection to the camera is gone: ") + std::strerror(errno));
+    }
+}
+
+// False when nothing came until the deadline.
+bool receiveRecord(int fd, kzradio::Record& record, steady_clock::time_point deadline) {
+    while (true) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        pollfd waiting{fd, POLLIN, 0};
+        const int ready = poll(&waiting, 1, static_cast<int>(std::max(left, milliseconds{0}).count()));
+        if (ready == -1 && errno == EINTR) {
+            return false;  // an interrupt ends a wait early: the caller looks at why
+        }
+        if (ready == 0) {
+            return false;
+        }
+        const ssize_t got = recv(fd, &record, sizeof(record), 0);
+        if (got == static_cast<ssize_t>(sizeof(record))) {
+            return true;
+        }
+        throw Error("the camera closed the connection");
+    }
+}
+
+}  // namespace
+
+Address parseAddress(const std::string& text) {
+    std::string digits;
+    std::copy_if(text.begin(), text.end(), std::back_inserter(digits), [](char c) { return c != ':' && c != '-'; });
+    Address address{};
+    const bool valid = digits.size() == 2 * address.size() &&
+                       std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
+    if (!valid) {
+        throw Error("not a device address: " + text);
+    }
+    for (size_t i = 0; i < address.size(); ++i) {
+        address[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
+    }
+    return address;
+}
+
+RadioLink::RadioLink(const std::string& socketPath, const Peer& peer)
+    : m_socket(connectTo(socketPath.empty() ? kzradio::kRadioEndpoint.address() : socketPath)) {
+    try {
+        kzradio::Record hello{};
+        hello.kind = kzradio::Kind::Hello;
+        hello.length = kzradio::kAddressSize;
+        hello.argument0 = peer.deviceType;
+        hello.argument1 = peer.cameraIsCentral ? 1 : 0;
+        std::copy(peer.address.begin(), peer.address.end(), hello.data);
+        sendRecord(m_socket, hello);
+
+        kzradio::Record welcome{};
+        if (!receiveRecord(m_socket, welcome, steady_clock::now() + kWelcomeTimeout) ||
+            welcome.kind != kzradio::Kind::Welcome) {
+            throw Error("the radio did not take the connection");
+        }
+        m_connectionId = welcome.argument0;
+    } catch (...) {
+        close(m_socket);
+        throw;
+    }
+}
+
+RadioLink::~RadioLink() {
+    close(m_socket);
+}
+
+void RadioLink::send(uint8_t streamId, std::span<const uint8_t> packet) {
+    kzradio::Record record{};
+    if (packet.size() > sizeof(record.data)) {
+        throw Error("a packet holds at most 20 bytes");
+    }
+    record.kind = kzradio::Kind::Packet;
+    record.streamId = streamId;
+    record.length = static_cast<uint8_t>(packet.size());
+    std::copy(packet.begin(), packet.end(), record.data);
+    sendRecord(m_socket, record);
+}
+
+void RadioLink::writeDescriptor(uint8_t descriptorStream, uint8_t value) {
+    kzradio::Record record{};
+    record.kind = kzradio::Kind::Ccc;
+    record.streamId = descriptorStream;
+    record.length = value;
+    sendRecord(m_socket, record);
+}
+
+void RadioLink::sendDebug(uint32_t command, uint32_t argument) {
+    kzradio::Record record{};
+    record.kind = kzradio::Kind::Debug;
+    record.argument0 = command;
+    record.argument1 = argument;
+    sendRecord(m_socket, record);
+}
+
+std::optional<Packet> RadioLink::receive(steady_clock::time_point deadline) {
+    kzradio::Record record{};
+    while (receiveRecord(m_socket, record, deadline)) {
+        if (record.kind == kzradio::Kind::Packet) {
+            const size_t length = std::min<size_t>(record.length, sizeof(record.data));
+            return Packet{record.streamId, {record.data, record.data + length}};
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace kzclient
