@@ -1,0 +1,1 @@
+kz_add_fuzzer(packetAssemblerFuzz SOURCES packetAssemblerFuzz.cpp LIBS kzBleClient)
