@@ -7,9 +7,11 @@
 //   BleQueryResponse            category | type << 4, result
 //   ...CurrentValueResponse     header, then per entry in ascending id: id, L, data
 //   ...CurrentCapabilities...   header, then per entry: per allowed value id, L, value; an entry without values: id, 0
-//   ...CapabilitiesAndNames...  as above with the option's name (no length byte) behind each value; without values: id, 0, 0
+//   ...CapabilitiesAndNames...  as above with the option's name (no length byte) behind each value; without values: id,
+//   0, 0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -30,10 +32,13 @@ class BleCommandResponse {
     std::vector<FlexValue> m_params;
 };
 MemoryStream& operator<<(MemoryStream& stream, const BleCommandResponse& response);
+// Bytes that the answer takes on the wire.
+size_t WireSize(const BleCommandResponse& response);
 
 class BleSettingsResponseMessage {
   public:
-    BleSettingsResponseMessage(uint32_t settingId, uint32_t errorCode) : m_settingId(settingId), m_errorCode(errorCode) {}
+    BleSettingsResponseMessage(uint32_t settingId, uint32_t errorCode)
+        : m_settingId(settingId), m_errorCode(errorCode) {}
     virtual ~BleSettingsResponseMessage() = default;
     void Dump() const;
 

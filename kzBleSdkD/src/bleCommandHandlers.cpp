@@ -1,0 +1,380 @@
+// The plain commands and the table that finds them.
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "bleCommandMessage.h"
+#include "bleCommandTable.h"
+#include "bleDevice.h"
+#include "bleSDK.h"
+#include "cameraCalls.h"
+#include "dispatchTable.h"
+#include "kzBleServer.h"
+#include "kzControlCommands/kzControl_presets.pb.h"
+#include "settingsStatusMapping.h"
+#include "utils.h"
+
+namespace {
+
+constexpr const char* kLogTag = "bleCommandMessage.cpp";
+
+constexpr size_t kMaxParameter = 255;  // what a parameter's one-byte length can say
+
+// ---------------------------------------------------------------- parameters and answers
+
+const FlexValue& Param(const CommandCall& call, size_t index) {
+    return call.message.m_params[index];
+}
+
+void AnswerByte(CommandCall& call, uint8_t value) {
+    call.answer.m_params.emplace_back(eValueWidth1Byte, 1).SetValue(value);
+}
+
+void AnswerNumber(CommandCall& call, uint32_t value) {
+    call.answer.m_params.emplace_back(eValueWidth4Bytes, 4).SetValue(value);
+}
+
+void AnswerText(CommandCall& call, std::string_view text) {
+    text = text.substr(0, kMaxParameter);
+    FlexValue& value = call.answer.m_params.emplace_back(eValueWidthString, static_cast<int>(text.size()));
+    value.SetValue(reinterpret_cast<const uint8_t*>(text.data()));
+}
+
+// ---------------------------------------------------------------- commands handed on as they are
+
+template <kzControlCommand Command>
+int Forward(CommandCall&) {
+    LOG_INFO("Sending %s", kzControlCommandName(Command));
+    return SendCommand(Command);
+}
+
+template <kzControlCommand Command>
+int ForwardByte(CommandCall& call) {
+    const uint8_t value = Param(call, 0).GetUI8Value();
+    LOG_INFO("Sending %s with value:%d", kzControlCommandName(Command), value);
+    return SendCommand(Command, value);
+}
+
+template <kzControlCommand Command>
+int ForwardNumber(CommandCall& call) {
+    const uint32_t value = call.message.m_params.size() == 1 ? Param(call, 0).GetUI32Value() : 0;
+    LOG_INFO("Sending %s with value:%d", kzControlCommandName(Command), static_cast<int>(value));
+    return SendCommand(Command, value);
+}
+
+// ---------------------------------------------------------------- modes
+
+bool IsVoiceClient(const CommandCall& call) {
+    return call.client.m_deviceType == KZ_CALLER_VOICE;
+}
+
+int SetModeAlone(CommandCall& call) {
+    const uint32_t mode = Param(call, 0).GetUI32Value();
+    LOG_INFO("Sending mode command with value:%d", static_cast<int>(mode));
+    if (IsVoiceClient(call)) {
+        LOG_INFO("KZCONTROL_VOICE_MODE %d", static_cast<int>(mode));
+        return SendCommand(KZCONTROL_VOICE_MODE, mode);
+    }
+    LOG_INFO("KZCONTROL_MODE %d", static_cast<int>(mode));
+    return SendCommand(KZCONTROL_MODE, mode);
+}
+
+// Argument of KZCONTROL_MODE_SUB_MODE.
+struct ModeSubMode {
+    uint32_t mode;
+    uint32_t subMode;
+};
+static_assert(sizeof(ModeSubMode) == 8);
+
+// What KZCONTROL_VOICE_MODE calls a mode with its sub-mode.
+struct VoiceMode {
+    uint32_t mode;
+    uint32_t subMode;
+    uint8_t voiceMode;
+    const char* name;
+};
+constexpr VoiceMode kVoiceModes[] = {
+    {0, 0, 0, "VOICE_MODE_VIDEO"},
+    {1, 0, 1, "VOICE_MODE_PHOTO"},
+    {2, 1, 2, "VOICE_MODE_TIMELAPSE"},
+    {2, 0, 19, "VOICE_MODE_BURST"},
+};
+constexpr uint8_t kVoiceModeUnknown = 255;
+
+uint8_t VoiceModeOf(const ModeSubMode& value) {
+    for (const VoiceMode& row : kVoiceModes) {
+        if (row.mode == value.mode && row.subMode == value.subMode) {
+            LOG_INFO("%s", row.name);
+            return row.voiceMode;
+        }
+    }
+    return kVoiceModeUnknown;
+}
+
+int SetModeAndSubMode(CommandCall& call) {
+    const ModeSubMode value{Param(call, 0).GetUI32Value(), Param(call, 1).GetUI32Value()};
+    LOG_INFO("modeValue.value1 = %d modeValue.value2 = %d", static_cast<int>(value.mode),
+             static_cast<int>(value.subMode));
+    if (IsVoiceClient(call)) {
+        return SendCommand(KZCONTROL_VOICE_MODE, VoiceModeOf(value));
+    }
+    LOG_INFO("Sending mode command with value:%d,%d", static_cast<int>(value.mode), static_cast<int>(value.subMode));
+    return SendCommand(KZCONTROL_MODE_SUB_MODE, value);
+}
+
+int SetFlatMode(CommandCall& call) {
+    if (Param(call, 0).GetDataLength() != 2) {
+        return KZ_ERR_INVALID_PARAM;
+    }
+    const auto mode = static_cast<uint16_t>(Param(call, 0).GetUI32Value());
+    LOG_INFO("Sending KZCONTROL_MODE_SET_MODE with value:%d", mode);
+    return SendCommand(KZCONTROL_MODE_SET_MODE, mode);
+}
+
+// ---------------------------------------------------------------- button of a remote
+
+// The button counts for the client itself, whatever it is reported as elsewhere. While its own firmware is being
+// replaced, an accessory's button does not drive the camera.
+int AcceptButton(CommandCall& call) {
+    const int status = SetCsi(CSI_ANALYTICS_SOURCE, call.client.m_deviceType);
+    if (status != CSI_OK) {
+        LOG_ERROR("csi_set CSI_ANALYTICS_SOURCE failed for KZ_CALLER_BLE_RC - status %d", status);
+    }
+    if (call.client.m_accessoryUpdatePending) {
+        LOG_ERROR("Accessory updateing, ignore button press");
+        return KZ_ERR;
+    }
+    return KZ_OK;
+}
+
+// Argument of KZCONTROL_SYSTEM_BUTTON_SET.
+struct ButtonArgument {
+    uint32_t type;
+    uint32_t state;
+};
+static_assert(sizeof(ButtonArgument) == 8);
+
+int SetButton(CommandCall& call) {
+    const uint32_t press = Param(call, 0).GetUI32Value();
+    const ButtonArgument button{(press >> 8) & 0xFF, press & 0xFF};
+    LOG_DEBUG("eBleCommandSetButton: buttonPress=0x%08X button_type=%d button_state=%d", press,
+              static_cast<int>(button.type), static_cast<int>(button.state));
+    return SendCommand(KZCONTROL_SYSTEM_BUTTON_SET, button);
+}
+
+// ---------------------------------------------------------------- camera information
+
+// What kzcontrol_get_camera_info fills. Texts end with a NUL inside their field; one that does not ends with the field.
+struct __attribute__((packed)) CameraInfoRecord {
+    uint32_t modelNumber;
+    char modelName[65];
+    char boardType[65];
+    char firmwareVersion[65];
+    char serialNumber[65];
+    char apSsid[33];
+    char apMac[65];
+    uint8_t extraByte1;
+    uint8_t unused[5];
+    char extraText[65];
+    uint8_t extraByte2;
+};
+static_assert(sizeof(CameraInfoRecord) == 434);
+static_assert(offsetof(CameraInfoRecord, apMac) == 297 && offsetof(CameraInfoRecord, extraText) == 368);
+
+template <size_t Size>
+std::string_view FieldText(const char (&field)[Size]) {
+    return {field, strnlen(field, Size)};
+}
+
+// Models that answer with the second form of the information.
+bool HasSecondForm(uint32_t modelNumber) {
+    return modelNumber == 22 || modelNumber == 51;
+}
+
+// A camera that is still waking up does not know itself yet.
+int RefuseWhileResuming(CommandCall&) {
+    if (KzBleServer::GetInstance()->IsSuspended()) {
+        LOG_ERROR("Camera Info command while still resuming, return error, mobile should retry");
+        return KZ_ERR_ACCESS_DENIED;
+    }
+    return KZ_OK;
+}
+
+int GetCameraInfo(CommandCall& call) {
+    if (call.client.m_deviceType == KZ_CALLER_UNKNOWN) {
+        call.client.m_deviceType = KZ_CALLER_BLE_RC;
+    }
+    CameraInfoRecord info = {};
+    const int code = kzcontrol_get_camera_info(&info);
+    if (code != KZ_OK) {
+        return code;
+    }
+    call.answer.m_params.reserve(12);
+    AnswerNumber(call, info.modelNumber);
+    AnswerText(call, FieldText(info.modelName));
+    AnswerText(call, FieldText(info.boardType));
+    AnswerText(call, FieldText(info.firmwareVersion));
+    AnswerText(call, FieldText(info.serialNumber));
+    AnswerText(call, FieldText(info.apSsid));
+    AnswerText(call, FieldText(info.apMac));
+    AnswerByte(call, info.extraByte1);
+    AnswerByte(call, HasSecondForm(info.modelNumber) ? 2 : 1);
+    AnswerByte(call, KzBleServer::GetInstance()->IsForcedUpdate() ? 1 : 0);
+    AnswerText(call, FieldText(info.extraText));
+    AnswerByte(call, info.extraByte2);
+
+    LOG_INFO("model number  = %u", unsigned{info.modelNumber});
+    LOG_INFO("model name    =[%s]", std::string(FieldText(info.modelName)).c_str());
+    LOG_INFO("board type    =[%s]", std::string(FieldText(info.boardType)).c_str());
+    LOG_INFO("fw version    =[%s]", std::string(FieldText(info.firmwareVersion)).c_str());
+    LOG_INFO("serial number =[%s]", std::string(FieldText(info.serialNumber)).c_str());
+    LOG_INFO("ap ssid       =[%s]", std::string(FieldText(info.apSsid)).c_str());
+    LOG_INFO("ap mac        =[%s]", std::string(FieldText(info.apMac)).c_str());
+    return KZ_OK;
+}
+
+// ---------------------------------------------------------------- settings description
+
+int GetSettingsVersion(CommandCall& call) {
+    const SettingsStatusMapping* mapping = BleSDK::LoadedMapping();
+    if (mapping == nullptr) {
+        return KZ_ERR;
+    }
+    AnswerText(call, mapping->version);
+    return KZ_OK;
+}
+
+// The transfer itself talks to the client; the command has no answer.
+int StartSettingsTransfer(CommandCall& call) {
+    KzBleServer* server = KzBleServer::GetInstance();
+    if (!server->IsFileTransferSlotAvailable()) {
+        LOG_ERROR("No File transfer slot available");
+        return KZ_ERR;
+    }
+    LOG_ERROR("Starting file transfer");
+    server->StartSettingsJSONFileTransfer(&call.client);
+    *call.responseLength = 0;
+    call.answered = true;
+    return KZ_OK;
+}
+
+// ---------------------------------------------------------------- presets
+
+int LoadPreset(CommandCall& call) {
+    uint32_t presetId = 0;
+    if (call.message.m_params.size() == 1) {
+        presetId = Param(call, 0).GetUI32Value();
+        LOG_DEBUG("Set Preset value = %d %02x", static_cast<int>(presetId), presetId);
+    }
+    kzcontrol::presets::KZC_Preset_Load_Req request;
+    request.set_preset_id(presetId);
+    const std::optional<int> sent = SendEncodedCommand(KZCONTROL_PRESET_LOAD, request);
+    if (!sent) {
+        return KZ_ERR;
+    }
+    if (*sent != KZ_OK) {
+        LOG_ERROR("Failed KZCONTROL_PRESET_LOAD");
+        return KZ_ERR;
+    }
+    LOG_DEBUG("Success KZCONTROL_PRESET_LOAD ");
+    return KZ_OK;
+}
+
+// ---------------------------------------------------------------- third party clients
+
+// Analytics record of a third party client.
+constexpr uint8_t kThirdPartyAnalytics[4] = {0x76, 0x01, 0x00, 0x00};
+
+constexpr uint8_t kThirdPartyApiMajor = 2;
+constexpr uint8_t kThirdPartyApiMinor = 0;
+
+int BecomeThirdParty(CommandCall& call) {
+    call.client.m_deviceType = KZ_CALLER_THIRD_PARTY;
+    return KZ_OK;
+}
+
+int ReportThirdParty(CommandCall&) {
+    LOG_INFO("Setting third party client info");
+    SetCsi(CSI_CLIENT_ANALYTICS, kThirdPartyAnalytics);
+    return KZ_OK;
+}
+
+int GetThirdPartyApiVersion(CommandCall& call) {
+    LOG_INFO("Sending third party api version %d.%d", kThirdPartyApiMajor, kThirdPartyApiMinor);
+    AnswerByte(call, kThirdPartyApiMajor);
+    AnswerByte(call, kThirdPartyApiMinor);
+    return KZ_OK;
+}
+
+// ---------------------------------------------------------------- the table
+
+constexpr ParameterRule kAnyParameters;
+constexpr ParameterRule kNoParameters{
+    0, [](int provided) { LOG_ERROR("Need zero parameters for this command, %d provided!", provided); }};
+constexpr ParameterRule kNoParameter{
+    0, [](int provided) { LOG_ERROR("Need zero parameter for this command, %d provided!", provided); }};
+constexpr ParameterRule kOneParameter{
+    1, [](int provided) { LOG_ERROR("Need one parameter for this command, %d provided!", provided); }};
+constexpr ParameterRule kOneButtonParameter{
+    1, [](int provided) { LOG_ERROR("Need 1 parameters for this command, %d provided!", provided); }};
+constexpr ParameterRule kTwoParameters{
+    2, [](int provided) { LOG_ERROR("Need 2 parameters for this command, %d provided!", provided); }};
+constexpr ParameterRule kOptionalControlParameter{
+    1, [](int provided) { LOG_WARN("optional parameter for this command, %d provided!", provided); }, true};
+constexpr ParameterRule kOptionalPresetParameter{
+    1, [](int provided) { LOG_ERROR("optional parameter for this command, %d provided!", provided); }, true};
+
+// clang-format off
+constexpr CommandRow kRows[] = {
+    {eBleCommandShutter, "eBleCommandShutter", kOneParameter, nullptr, ForwardByte<KZCONTROL_COMMAND_SHUTTER>},
+    {eBleCommandMode, "eBleCommandMode", kOneParameter, nullptr, SetModeAlone},
+    {eBleCommandModeSubMode, "eBleCommandModeSubMode", kTwoParameters, nullptr, SetModeAndSubMode},
+    {eBleCommandPower, "eBleCommandPower", kNoParameters, nullptr, Forward<KZCONTROL_SYSTEM_SHUTDOWN>},
+    {eBleCommandSleep, "eBleCommandSleep", kNoParameters, nullptr, Forward<KZCONTROL_SYSTEM_SLEEP>},
+    {eBleCommandCancelWifiRemotePair, "eBleCommandCancelWifiRemotePair", kNoParameter, nullptr, Forward<KZCONTROL_RC_PAIR_CANCEL>},
+    {eBleCommandVideoFulgradeReset, "eBleCommandVideoFulgradeReset", kOneParameter, nullptr, Forward<KZCONTROL_VIDEO_FULGRADE_RESET>},
+    {eBleCommandMultiShotFulgradeReset, "eBleCommandMultiShotFulgradeReset", kOneParameter, nullptr, Forward<KZCONTROL_MULTI_FULGRADE_RESET>},
+    {eBleCommandPhotoFulgradeReset, "eBleCommandPhotoFulgradeReset", kOneParameter, nullptr, Forward<KZCONTROL_PHOTO_FULGRADE_RESET>},
+    {eBleCommandSetDateAndTime, "eBleCommandSetDateAndTime", kOneParameter, nullptr, SetDateAndTime},
+    {eBleCommandGetDateAndTime, "eBleCommandGetDateAndTime", kNoParameters, nullptr, GetDateAndTime},
+    {eBleCommandSetDateAndTimeDST, "eBleCommandSetDateAndTimeDST", kOneParameter, nullptr, SetDateAndTimeDST},
+    {eBleCommandGetDateAndTimeDST, "eBleCommandGetDateAndTimeDST", kNoParameters, nullptr, GetDateAndTimeDST},
+    {eBleCommandLocate, "eBleCommandLocate", kOneParameter, nullptr, ForwardByte<KZCONTROL_LOCATE>},
+    {eBleCommandAPControl, "eBleCommandAPControl", kOneParameter, nullptr, ForwardNumber<KZCONTROL_WIFI_AP_CONTROL>},
+    {eBleCommandTagMoment, "eBleCommandTagMoment", kNoParameter, nullptr, Forward<KZCONTROL_PINMARK_TAG_RECORDING>},
+    {eBleCommandRemotePair, "eBleCommandRemotePair", kNoParameter, nullptr, Forward<KZCONTROL_RC_PAIR>},
+    {eBleCommandiVoiceEditMyStory, "eBleCommandiVoiceEditMyStory", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_EDIT_MY_STORY>},
+    {eBleCommandSetButton, "eBleCommandSetButton", kOneButtonParameter, AcceptButton, SetButton},
+    {eBleCommandClientInfo, "eBleCommandClientInfo", kOneParameter, nullptr, TakeClientInfo},
+    {eBleCommandVoicePhotoTake, "eBleCommandVoicePhotoTake", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_PHOTO_TAKE>},
+    {eBleCommandVoiceVideoStart, "eBleCommandVoiceVideoStart", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_VIDEO_START>},
+    {eBleCommandVoiceVideoStop, "eBleCommandVoiceVideoStop", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_VIDEO_STOP>},
+    {eBleCommandVoiceTimelapseStart, "eBleCommandVoiceTimelapseStart", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_TIMELAPSE_START>},
+    {eBleCommandVoiceTimelapseStop, "eBleCommandVoiceTimelapseStop", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_TIMELAPSE_STOP>},
+    {eBleCommandVoiceBurstTake, "eBleCommandVoiceBurstTake", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_BURST_TAKE>},
+    {eBleCommandVoiceTag, "eBleCommandVoiceTag", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_TAG>},
+    {eBleCommandiVoiceDeleteLast, "eBleCommandiVoiceDeleteLast", kNoParameter, nullptr, Forward<KZCONTROL_VOICE_DELETE_LAST>},
+    {eBleCommandSettingsJSONVersion, "eBleCommandSettingsJSONVersion", kAnyParameters, nullptr, GetSettingsVersion},
+    {eBleCommandSettingsJSON, "eBleCommandSettingsJSON", kAnyParameters, nullptr, StartSettingsTransfer},
+    {eBleCommandCameraInfo, "eBleCommandCameraInfo", kNoParameter, RefuseWhileResuming, GetCameraInfo},
+    {eBleCommandBLEControl, "eBleCommandBLEControl", kOptionalControlParameter, nullptr, ForwardNumber<KZCONTROL_BLE_CONTROL>},
+    {eBleCommandSetMode, "eBleCommandSetMode", kOneParameter, nullptr, SetFlatMode},
+    {eBleCommandFulgradeReset, "eBleCommandFulgradeReset", kNoParameter, nullptr, Forward<KZCONTROL_FULGRADE_RESET>},
+    {eBleCommandSetPreset, "eBleCommandSetPreset", kOptionalPresetParameter, nullptr, LoadPreset},
+    {eBleCommandDeleteAllFiles, "eBleCommandDeleteAllFiles", kNoParameters, nullptr, Forward<KZCONTROL_DELETE_ALL>},
+    {eBleCommandDeleteLastFile, "eBleCommandDeleteLastFile", kNoParameters, nullptr, Forward<KZCONTROL_DELETE_LAST>},
+    {eBleCommandSetThirdPartyClientInfo, "eBleCommandSetThirdPartyClientInfo", kNoParameters, BecomeThirdParty, ReportThirdParty},
+    {eBleCommandGetThirdPartyApiVersion, "eBleCommandGetThirdPartyApiVersion", kNoParameters, nullptr, GetThirdPartyApiVersion},
+    {eBleCommandProtobufCmd, "eBleCommandProtobufCmd", kAnyParameters, nullptr, ExecuteProtobufLow},
+    {eBleCommandProtobufCmdHigh, nullptr, kAnyParameters, nullptr, ExecuteProtobufHigh},
+};
+// clang-format on
+
+constexpr DispatchTable kCommands(kRows);
+
+}  // namespace
+
+const CommandRow* FindCommand(uint32_t commandId) {
+    return kCommands.Find(commandId);
+}

@@ -1,0 +1,238 @@
+#include "bleLiveStream.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "cameraCalls.h"
+#include "kzControlCommands/kzControl_presets.pb.h"
+#include "posixHandle.h"
+#include "protobufAnswer.h"
+#include "utils.h"
+#include "wsdkCommands/WSDK_RequestSetLiveStreamMode.pb.h"
+
+using wsdk_commands::WSDK_RequestSetLiveStreamMode;
+
+namespace {
+
+constexpr const char* kLogTag = "bleCommandMessage.cpp";
+
+constexpr const char* kCertificatePath = "/tmp/tmp_certs.crt";
+
+constexpr uint32_t kWmsLiveStream = 7;  // value of CSI_WMS_REQUEST
+
+// Settings of the control daemon.
+constexpr uint32_t kSettingLens = 43;
+constexpr uint32_t kSettingWindowSize = 64;
+
+constexpr int kDefaultWindowSize = wsdk_commands::WSDK_WINDOW_SIZE_480;
+
+struct BitrateRow {
+    int windowSize;
+    StreamBitrates bitrates;
+};
+constexpr BitrateRow kBitrates[] = {
+    {wsdk_commands::WSDK_WINDOW_SIZE_480, {800, 1500, 2500}},
+    {wsdk_commands::WSDK_WINDOW_SIZE_720, {800, 2500, 3500}},
+    {wsdk_commands::WSDK_WINDOW_SIZE_1080, {2500, 3500, 4500}},
+};
+constexpr StreamBitrates kOtherBitrates{800, 2500, 10000};
+
+// The preset active before streaming. Command thread only.
+uint32_t s_savedPreset = 0;
+
+// Presets made for streaming are told by the high half of their id.
+bool IsStreamPreset(uint32_t presetId) {
+    const uint32_t kind = presetId >> 16;
+    return kind == 6 || kind == 7;
+}
+
+// Remembers the active preset unless it is a streaming one. Whether the camera is in a streaming preset.
+bool SaveActivePreset() {
+    uint32_t presetId = 0;
+    const int error = kzcontrol_send_command_param_response(KZCONTROL_PRESET_GET_ACTIVE_PRESET, nullptr, 0, &presetId,
+                                                            sizeof(presetId));
+    if (IsStreamPreset(presetId)) {
+        return true;
+    }
+    if (error == KZ_OK) {
+        s_savedPreset = presetId;
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------- certificate
+
+bool WriteAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+// Appends one certificate and a newline, or nothing. The folder is open to everybody: a link there is not followed, and
+// a pipe that nobody reads does not hold up the caller.
+bool AppendCertificate(const std::string& certificate) {
+    const FileDescriptor file(
+        open(kCertificatePath, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
+    struct stat before = {};
+    if (!file.IsOpen() || fstat(file, &before) != 0 || !S_ISREG(before.st_mode)) {
+        return false;
+    }
+    if (WriteAll(file, certificate) && WriteAll(file, "\n")) {
+        return true;
+    }
+    // Half a certificate would spoil those behind it. If even this fails there is nothing left to try.
+    static_cast<void>(!ftruncate(file, before.st_size));
+    return false;
+}
+
+// ---------------------------------------------------------------- the steps of a request
+
+// One request on its way; each step may find a failure, and none stops the others.
+class LiveStreamRequest {
+  public:
+    LiveStreamRequest(const WSDK_RequestSetLiveStreamMode& request, bool inStreamPreset)
+        : m_request(request), m_inStreamPreset(inStreamPreset) {}
+
+    EnumResultGeneric Run() {
+        if (SetCsi(CSI_WMS_REQUEST, kWmsLiveStream) == CSI_OK) {
+            KeepCertificate();
+            SetUrl();
+        }
+        SetWindowSize();
+        SetLens();
+        SetEncode();
+        SetBitrates();
+        LoadPreset();
+        return m_result;
+    }
+
+  private:
+    void KeepCertificate() {
+        if (!m_request.has_cert()) {
+            return;
+        }
+        LOG_INFO("Live Stream - Has Cert");
+        if (!AppendCertificate(m_request.cert())) {
+            LOG_ERROR("ERROR creating /tmp/tmp_certs.crt");
+            m_result = RESULT_UNKNOWN;
+        }
+    }
+
+    void SetUrl() {
+        if (!m_request.has_url()) {
+            return;
+        }
+        std::string url = m_request.url();
+        LOG_INFO("WSDK_RequestSetAuthCode url = %s", url.c_str());
+        if (url.size() > kMaxCsiText) {
+            LOG_ERROR("Live Stream URL exceeds limit");
+            url.resize(kMaxCsiText);
+            m_result = RESULT_UNKNOWN;
+        }
+        if (SetCsiText(CSI_BROADCAST_PRIVATE, url) != CSI_OK) {
+            LOG_ERROR("Error setting CSI_BROADCAST_PRIVATE");
+            m_result = RESULT_UNKNOWN;
+        }
+        if (url.empty()) {
+            unlink(kCertificatePath);
+            LOG_INFO("url empty remote cert");
+            m_presetToLoad = s_savedPreset;
+        }
+    }
+
+    void SetWindowSize() {
+        if (!m_request.has_window_size()) {
+            return;
+        }
+        m_windowSize = m_request.window_size();
+        SendSetting(kSettingWindowSize, static_cast<uint32_t>(m_windowSize));
+    }
+
+    void SetLens() const {
+        const uint32_t lens = m_request.has_lens() ? static_cast<uint32_t>(m_request.lens()) : 0;
+        if (m_request.has_lens() && m_inStreamPreset) {
+            SendSetting(kSettingLens, lens);
+        }
+        SetCsi(CSI_LIVE_STREAM_LENS, lens);
+    }
+
+    // Off first, so that the service sees a change whatever the state was.
+    void SetEncode() const {
+        if (!m_request.has_encode()) {
+            return;
+        }
+        SetCsi(CSI_LIVE_STREAM_ENCODE, uint32_t{0});
+        SetCsi(CSI_LIVE_STREAM_ENCODE, uint32_t{m_request.encode()});
+    }
+
+    void SetBitrates() const {
+        const StreamBitrates usual = BitratesOfWindowSize(m_windowSize);
+        const auto choose = [](bool given, int32_t wanted, uint32_t otherwise) {
+            return given ? static_cast<uint32_t>(wanted) : otherwise;
+        };
+        SetCsi(CSI_LIVE_STREAM_MIN_BITRATE,
+               choose(m_request.has_minimum_bitrate(), m_request.minimum_bitrate(), usual.minimum));
+        SetCsi(CSI_LIVE_STREAM_MAX_BITRATE,
+               choose(m_request.has_maximum_bitrate(), m_request.maximum_bitrate(), usual.maximum));
+        SetCsi(CSI_LIVE_STREAM_START_BITRATE,
+               choose(m_request.has_starting_bitrate(), m_request.starting_bitrate(), usual.starting));
+    }
+
+    void LoadPreset() {
+        if (!m_presetToLoad) {
+            return;
+        }
+        LOG_INFO("Setting broadcast preset %d", static_cast<int>(*m_presetToLoad));
+        kzcontrol::presets::KZC_Preset_Load_Req load;
+        load.set_preset_id(*m_presetToLoad);
+        std::string bytes;
+        if (!Encode(load, &bytes)) {
+            LOG_ERROR("Error setting streaming preset");
+            m_result = RESULT_UNKNOWN;
+            return;
+        }
+        const int error = kzcontrol_send_command_param_response_ex(
+            KZCONTROL_PRESET_LOAD, bytes.data(), static_cast<uint32_t>(bytes.size()), nullptr, 0, nullptr);
+        if (error != KZ_OK) {
+            LOG_ERROR("Error setting streaming preset %d", error);
+            m_result = RESULT_UNKNOWN;
+        }
+    }
+
+    const WSDK_RequestSetLiveStreamMode& m_request;
+    bool m_inStreamPreset;
+    int m_windowSize = kDefaultWindowSize;
+    std::optional<uint32_t> m_presetToLoad;
+    EnumResultGeneric m_result = RESULT_SUCCESS;
+};
+
+}  // namespace
+
+StreamBitrates BitratesOfWindowSize(int windowSize) {
+    for (const BitrateRow& row : kBitrates) {
+        if (row.windowSize == windowSize) {
+            return row.bitrates;
+        }
+    }
+    return kOtherBitrates;
+}
+
+EnumResultGeneric SetLiveStream(const std::vector<uint8_t>& payload) {
+    const bool inStreamPreset = SaveActivePreset();
+    const auto request = ParseRequest<WSDK_RequestSetLiveStreamMode>(payload);
+    return LiveStreamRequest(request, inStreamPreset).Run();
+}

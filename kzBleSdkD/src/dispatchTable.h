@@ -1,0 +1,37 @@
+// Dispatch is data: a table with one row per command or action, found by its one-byte id without a search.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+
+// Rows of type Row, which has a member `id` below 256. Built at compile time, where an id that appears twice is an
+// error.
+template <typename Row, size_t Count>
+class DispatchTable {
+  public:
+    static_assert(Count < 255);
+
+    consteval explicit DispatchTable(const Row (&rows)[Count]) : m_rows(std::to_array(rows)) {
+        for (size_t i = 0; i < Count; ++i) {
+            uint8_t& index = m_index.at(m_rows[i].id);
+            if (index != 0) {
+                throw std::logic_error("two rows with one id");
+            }
+            index = static_cast<uint8_t>(i + 1);
+        }
+    }
+
+    // The row of `id`; null when there is none.
+    constexpr const Row* Find(uint32_t id) const {
+        if (id >= m_index.size() || m_index[id] == 0) {
+            return nullptr;
+        }
+        return &m_rows[m_index[id] - size_t{1}];
+    }
+
+  private:
+    std::array<Row, Count> m_rows;
+    std::array<uint8_t, 256> m_index{};  // position + 1; 0 without a row
+};
