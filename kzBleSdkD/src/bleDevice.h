@@ -7,7 +7,7 @@
 // held. No operation throws; what goes wrong is logged.
 //
 // Sources: bleDevice.cpp (record, gates, stored responses, message processing), bleDevicePush.cpp (interests and
-// pushes), bleDeviceFileTransfer.cpp (cutting files into packets).
+// pushes of values), featurePush.cpp (feature notifications), bleDeviceFileTransfer.cpp (cutting files into packets).
 #pragma once
 
 #include <time.h>
@@ -24,6 +24,9 @@
 #include "bleQueryMessage.h"
 #include "bleSettingsMessage.h"
 #include "fileHandle.h"
+
+class MemoryStream;
+class SettingsStatusMapping;
 
 // Anything that can be told of changes.
 class NotificationClient {
@@ -124,7 +127,21 @@ class BleNotificationClient : public NotificationClient {
     void StoreSensorResponse(const unsigned char* data, int size);
     // Keeps the newest unsent push of type 0, 1 or 3; what it replaces is logged. Any other type is logged and dropped.
     void StorePushResponse(eNotificationType_t type, const unsigned char* data, int length);
-    // The first entry in priority order that is enabled and holds data; null if none.
+
+    // ---- pushes of values that are owed
+    // What a client is owed beyond its stored pushes is kept as ids per push type (0, 1, 3; other types are ignored),
+    // not as bytes: the push is built from the values of the moment when its turn comes, so it is never stale. Pushes
+    // come to be owed when one change set takes several of them, and when a stored push is overtaken by a shorter one.
+    //
+    // Adds ids to what the client is owed.
+    void DeferPush(eNotificationType_t type, const std::vector<int>& ids);
+    // Turns a stored push of values into owed ids. A stored feature notification stays as it is.
+    void DeferStoredPush(eNotificationType_t type);
+    // Builds the next owed push of every type whose entry is empty and enabled, and stores it there.
+    void RefillStoredPushes();
+    // The entry of a push type; null for a type without one.
+    StoredResponse* StoredPush(eNotificationType_t type);
+    // The first entry in priority order that is enabled and holds data; null if none. Owed pushes take their places first.
     StoredResponse* GetHighestPriorityStoredResponse();
 
     // ---- message processing, one per interface. `packet` is the record's 20-byte data area, `response` the server's
@@ -152,8 +169,14 @@ class BleNotificationClient : public NotificationClient {
 
     // Builds this client's push for the changed `ids` into `response` (*responseLength bytes on entry, the push's
     // length on a true result; types 6 and 7 leave it). False when there is nothing to send.
+    //
+    // A push holds whole entries, in ascending id. Ids whose entries do not fit any more are left for another push:
+    // PushRemainder lists them, and is empty after a push that holds everything. A setting with more options than any
+    // push holds is left out with a level-2 text; a client reads it with a query. A preset notification that does not
+    // fit carries fewer presets in full, down to their ids alone.
     bool ExecutePush(eNotificationType_t type, std::vector<int>& ids, unsigned char* response,
                      unsigned short* responseLength, int* kzErrno);
+    const std::vector<int>& PushRemainder() const { return m_pushRemainder; }
 
     // ---- sensor streams
     bool StoreMetadataDeviceName(std::string name);  // true
@@ -222,10 +245,25 @@ class BleNotificationClient : public NotificationClient {
     uint32_t m_fileSize = 0;  // bytes of the whole file, header included
 
   private:
+    // What the client is owed of one push type.
+    struct OwedPush {
+        std::vector<int> ids;  // ascending, each once
+        bool stored = false;   // the stored push was built from owed ids
+    };
+    static constexpr int kValuePushTypes = 3;  // settings, status, capabilities
+    struct ValuePush;                          // a row of their table
+
     std::vector<int>* InterestList(eNotificationType_t type);
+    static const ValuePush* FindValuePush(eNotificationType_t type);
+    OwedPush& Owed(const ValuePush& push);
+    bool ExecuteValuePush(const ValuePush& push, const SettingsStatusMapping& model, const std::vector<int>& ids,
+                          MemoryStream& stream);
+    bool ExecuteBufferPush(eNotificationType_t type, const std::vector<int>& ids, unsigned char* response);
     void CopyKeptFields(const BleNotificationClient& other);
     size_t ReadFile(unsigned char* destination, size_t size);
     void CloseFile();
 
+    std::vector<int> m_pushRemainder;
+    std::array<OwedPush, kValuePushTypes> m_owed;
     struct timespec m_fileTime {};  // last change of the file when the transfer began
 };

@@ -1,8 +1,14 @@
-// BleQueryMessage: the query interface. Plain queries read current values, capabilities and names or change what the client is
-// told of; feature id 245 carries protobuf queries of one feature's state.
+// BleQueryMessage: the query interface. Plain queries read current values, capabilities and names or change what the
+// client is told of; feature id 245 carries protobuf queries of one feature's state.
 //
 //   plain     byte 0: category in bits 3..0, type in bits 7..4; then ids, one byte each
-//   protobuf  byte 0: 245; byte 1: action id; then the serialised request
+//   protobuf  byte 0: 245; byte 1: action id; then the serialised request, at most 255 bytes
+//
+// The sources hold the tables of both: bleQueryMessage.cpp the categories and types, bleQueryProtobuf.cpp the actions.
+//
+// Ids that the catalogue does not have are dropped. A query without ids means all of them; one whose ids were all
+// dropped reads, registers and removes nothing. An answer that would not fit the response buffer holds the entries that
+// fit whole and the result byte 1; the client asks for the ids that are missing in smaller groups.
 #pragma once
 
 #include <cstdint>
@@ -16,11 +22,14 @@ class BleQueryMessage : public FragmentedMessageBuilder {
   public:
     explicit BleQueryMessage(int length = 0) : FragmentedMessageBuilder(length) {}
 
+    // 1, a parse error, for a message without its first byte or a protobuf query without action id, for a payload of
+    // more than 255 bytes and for more ids than the model's tables have.
     int Deserialize() override;
     void Reset(int length) override;
-    // Carries the query out and writes its answer; *responseLength is the capacity on entry and the answer's length on return.
-    // Returns KZ_OK or the error whose answer the caller gets from HandleError.
+    // Carries the query out and writes its answer; *responseLength is the capacity on entry and the answer's length on
+    // return, 0 after an error. Returns KZ_OK or the error whose answer the caller gets from HandleError.
     int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
+    // Writes the two bytes of an error answer. 0.
     int HandleError(int error, uint8_t* response, uint16_t* responseLength);
     void Dump() const;
 
@@ -30,4 +39,10 @@ class BleQueryMessage : public FragmentedMessageBuilder {
     bool m_idsGiven = false;  // ids were in the message, also when none of them was valid
     uint8_t m_actionId = 0;
     std::vector<uint8_t> m_payload;  // keeps its capacity between messages
+
+  private:
+    int DeserializeProtobuf();
+    int DeserializeIds();
+    int ExecutePlain(BleNotificationClient& client, MemoryStream& stream);
+    int ExecuteProtobuf(BleNotificationClient& client, MemoryStream& stream);
 };

@@ -1,0 +1,307 @@
+#include "featurePush.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "MemStream.h"
+#include "csi/csiKeys.h"
+#include "featureStatus.h"
+#include "kzBleServer.h"
+#include "kzControlCommands.h"
+#include "kzCtrlD/kzCtrlD.h"
+#include "presetStatus.h"
+#include "protobufAnswer.h"
+#include "settingsStatusMapping.h"
+#include "utils.h"
+#include "wsdkCommands/WSDK_NotifyPresetStatus.pb.h"
+
+namespace {
+
+constexpr const char* kLogTag = "bleDevice.cpp";
+
+// What a notification is built from.
+struct Change {
+    uint32_t key;
+    uint32_t field;
+    const std::vector<int>& interest;
+    const SettingsStatusMapping& model;
+    const KzBleServer& server;
+};
+
+// ---------------------------------------------------------------- cloud upload
+
+void FillDeviceManager(const KzBleServer& server, CahStatus& status) {
+    const uint32_t word = server.GetCsiValue(CSI_DEVICE_MGR_STATE);
+    status.deviceManager = word;
+    LOG_INFO("dev %d:%d:%d:%d", StateByte(word, 0), StateByte(word, 1), StateByte(word, 2), StateByte(word, 3));
+}
+
+void FillWom(const KzBleServer& server, CahStatus& status) {
+    const uint32_t word = server.GetCsiValue(CSI_WOM_STATE);
+    status.wom = word;
+    status.busy = StateByte(word, 0) != kWomNotTriggered;
+    if (*status.busy) {
+        LOG_INFO("CAH_WOM TRIGGERED");
+    } else {
+        LOG_INFO("CAH_WOM NOT TRIGGERED");
+    }
+    LOG_INFO("wom %d:%d:%d:%d", StateByte(word, 0), StateByte(word, 1), StateByte(word, 2), StateByte(word, 3));
+}
+
+void FillCaha(const KzBleServer& server, CahStatus& status) {
+    const uint32_t word = server.GetCsiValue(CSI_CAHA_STATE);
+    status.caha = word;
+    LOG_INFO("dev %d:%d:%d:%d", StateByte(word, 0), StateByte(word, 1), StateByte(word, 2), StateByte(word, 3));
+}
+
+void FillActive(const KzBleServer& server, CahStatus& status) {
+    status.active = server.GetCsiValue(CSI_CAH_ACTIVE) != 0;
+    LOG_INFO("cah active: %d", *status.active);
+}
+
+void FillFeatureEnabled(const KzBleServer& server, CahStatus& status) {
+    status.featureEnabled = server.GetCsiValue(CSI_CAH_FEATURE_ENABLE) != 0;
+    LOG_INFO("feat enable: %d", *status.featureEnabled);
+}
+
+void FillAuthState(const KzBleServer& server, CahStatus& status) {
+    status.authState = server.GetCsiValue(CSI_CAH_AUTH_STATE);
+    LOG_INFO("cah auth_state: %d", static_cast<int>(*status.authState));
+}
+
+void FillUpload(const KzBleServer& server, CahStatus& status) {
+    const KzBleServer::CahUploadProgress& progress = server.GetCahUploadProgress();
+    status.upload = CahUpload{static_cast<uint32_t>(progress.currentFile), static_cast<uint32_t>(progress.totalFiles),
+                              static_cast<uint32_t>(progress.percentage)};
+    LOG_DEBUG("cah current %lu", static_cast<unsigned long>(status.upload->currentFile));
+    LOG_DEBUG("cah total files %lu", static_cast<unsigned long>(status.upload->totalFiles));
+    LOG_DEBUG("cah percentage %lu", static_cast<unsigned long>(status.upload->percentage));
+    LOG_INFO("cah percentage: %d", progress.percentage);
+}
+
+void FillAutoClear(const KzBleServer& server, CahStatus& status) {
+    status.autoClear = server.GetCsiValue(CSI_CAH_AUTO_CLEAR) != 0;
+    LOG_INFO("cah auto clear: %d", *status.autoClear);
+}
+
+struct CahField {
+    uint32_t field;
+    void (*fill)(const KzBleServer& server, CahStatus& status);
+};
+constexpr CahField kCahFields[] = {
+    {1, FillDeviceManager},   {5, FillWom},        {9, FillCaha},    {13, FillActive},
+    {14, FillFeatureEnabled}, {15, FillAuthState}, {19, FillUpload}, {20, FillAutoClear},
+};
+
+bool BuildCah(const Change& change, MemoryStream& stream) {
+    LOG_INFO("CSI causing notifyCAHStatus message");
+    for (const CahField& row : kCahFields) {
+        if (row.field == change.field) {
+            CahStatus status;
+            row.fill(change.server, status);
+            stream << status;
+            return true;
+        }
+    }
+    LOG_ERROR("No CAH Status %d", change.field);
+    LOG_ERROR("CSI CAH triggered, but no match of status %d", change.field);
+    return false;
+}
+
+// ---------------------------------------------------------------- firmware update
+
+bool BuildOta(const Change& change, MemoryStream& stream) {
+    constexpr uint32_t kFieldState = 1;
+    constexpr uint32_t kFieldPercentage = 2;
+
+    LOG_INFO("CSI triggered NotifyOTAStatus");
+    OtaStatus status;
+    if (change.field == kFieldState) {
+        status.state = change.server.GetCsiValue(CSI_OTA_STATE);
+        const uint32_t error = change.server.GetCsiValue(CSI_OTA_ERROR);
+        if (OtaStateHasError(*status.state)) {
+            status.error = error;
+            LOG_ERROR("OTA_STATE=%d  OTA_ERROR=%d", *status.state, error);
+        }
+    } else if (change.field == kFieldPercentage) {
+        status.percentage = change.server.GetCsiValue(CSI_OTA_PERCENTAGE);
+    } else {
+        LOG_ERROR("No valid OTA state field number");
+        return false;
+    }
+    stream << status;
+    return true;
+}
+
+// ---------------------------------------------------------------- live stream
+
+void LogWmsState(uint32_t wms) {
+    if (wms == kWmsReconnecting) {
+        LOG_INFO("csi_wms_state = WSKD_LIVE_STREAM_STATE_RECONNECTING");
+    } else {
+        LOG_INFO("csi_wms_state = WSDK_LIVE_STREAM_STATE_IDLE");
+    }
+}
+
+void LogSdCard(uint32_t sdCard) {
+    switch (sdCard) {
+        case kSdCardFull:
+            LOG_INFO("WSDK_LIVE_STREAM_ERROR_SD_CARD_FULL");
+            break;
+        case kSdCardRemoved:
+            LOG_INFO("WSDK_LIVE_STREAM_ERROR_SD_CARD_REMOVED");
+            break;
+        default:
+            LOG_INFO("sd card status ok, value = %d", sdCard);
+            break;
+    }
+}
+
+bool BuildLiveStream(const Change& change, MemoryStream& stream) {
+    constexpr uint32_t kFieldStatus = 1;
+    constexpr uint32_t kFieldEncode = 3;
+
+    LOG_INFO("triggered NotifyLiveStreamMsg");
+    if (change.field != kFieldStatus && change.field != kFieldEncode) {
+        LOG_ERROR("No valid Live Stream Status field number");
+        return false;
+    }
+    const uint32_t wms = change.server.GetCsiValue(CSI_WMS_STATE);
+    const std::optional<int32_t> state = LiveStreamStatusOfWms(wms);
+    if (!state) {
+        LOG_INFO("csi_wms_state = %d, dont push status", wms);
+        return false;
+    }
+    LogWmsState(wms);
+
+    LiveStreamStatus status;
+    status.status = *state;
+    status.error = change.server.GetCsiValue(CSI_LIVE_STREAM_ERROR);
+    status.encode = change.server.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
+    status.bitrate = change.server.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
+    if (status.encode && wms != kWmsIdle) {
+        const uint32_t sdCard = change.server.GetCsiValue(CSI_SD_CARD_STATE);
+        LogSdCard(sdCard);
+        status.error = LiveStreamErrorWhileEncoding(wms, sdCard, status.error);
+    }
+    LOG_INFO("Notify Live Stream state=%d error=%d encode=%d bitrate=%d", status.status, status.error, status.encode,
+             status.bitrate);
+    stream << status;
+    return true;
+}
+
+// ---------------------------------------------------------------- presets
+
+uint32_t StatusNumber(const SettingsStatusMapping& model, int id) {
+    const FlexValue* value = model.FindStatusValue(id);
+    return value != nullptr && value->GetDataLength() > 0 ? value->GetUI32Value() : 0;
+}
+
+// Appends the message if the stream has the room.
+bool AppendMessage(const google::protobuf::Message& message, MemoryStream& stream) {
+    const size_t size = message.ByteSizeLong();
+    if (size > stream.getRemainder()) {
+        return false;
+    }
+    unsigned char* destination = stream.getBuffer() + stream.getLength();
+    message.SerializePartialToArray(destination, static_cast<int>(size));
+    stream.m_index = static_cast<unsigned short>(stream.m_index + size);
+    return true;
+}
+
+// The presets with as much detail as the stream has room for, at most `detail`.
+bool AppendPresets(const wsdk_commands::WSDK_NotifyPresetStatus& presets, PresetDetail detail, MemoryStream& stream) {
+    for (;;) {
+        wsdk_commands::WSDK_NotifyPresetStatus message;
+        CopyPresetStatus(presets, detail, message);
+        if (AppendMessage(message, stream)) {
+            return true;
+        }
+        LOG_ERROR("Preset notification of %d bytes does not fit a push", static_cast<int>(message.ByteSizeLong()));
+        if (detail.all) {
+            detail.all = false;
+        } else if (detail.currentPreset) {
+            detail.currentPreset = false;
+        } else {
+            return false;
+        }
+    }
+}
+
+bool BuildPresets(const Change& change, MemoryStream& stream) {
+    if (std::find(change.interest.begin(), change.interest.end(), CSI_PRESETS_MODIFIED) == change.interest.end()) {
+        return false;
+    }
+    const uint32_t modified = change.server.GetCsiValue(CSI_PRESETS_MODIFIED);
+    LOG_INFO("CSI_PRESETS_MODIFIED = %x", modified);
+    if (modified == 0) {
+        return false;
+    }
+    const uint32_t modelNumber = change.server.GetCsiValue(CSI_MODEL_NUMBER);
+    LOG_INFO("Model Number = %d", modelNumber);
+
+    uint8_t reply[kPresetReplySize];
+    uint32_t replyLength = 0;
+    const int err = kzcontrol_send_command_param_response_ex(KZCONTROL_PRESET_GET_PRESETS, nullptr, 0, reply,
+                                                             sizeof(reply), &replyLength);
+    if (err != 0) {
+        LOG_ERROR("KZCONTROL_PRESET_GET_PRESETS err=%d", err);
+        return false;
+    }
+    wsdk_commands::WSDK_NotifyPresetStatus presets;
+    presets.ParsePartialFromArray(reply, static_cast<int>(std::min(replyLength, kPresetReplySize)));
+
+    PresetDetail detail;
+    LOG_INFO("CURRENT PRESET GROUP  - %d", StatusNumber(change.model, SettingsStatusMapping::kStatusIdPresetGroup));
+    detail.currentPresetId = StatusNumber(change.model, SettingsStatusMapping::kStatusIdPreset);
+    LOG_INFO("CURRENT PRESET  - %d", detail.currentPresetId);
+    detail.all = AllPresetsInFull(modified, modelNumber);
+    return AppendPresets(presets, detail, stream);
+}
+
+// ---------------------------------------------------------------- which key tells what
+
+struct FeatureRow {
+    uint32_t key;
+    uint8_t actionId;
+    bool (*build)(const Change& change, MemoryStream& stream);
+};
+
+constexpr uint8_t kActionPresets = 0x73 | kProtobufAnswerBit;
+constexpr uint8_t kActionLiveStream = 0x75 | kProtobufAnswerBit;
+constexpr uint8_t kActionOta = 0x77 | kProtobufAnswerBit;
+constexpr uint8_t kActionCah = 0x7F | kProtobufAnswerBit;
+
+constexpr FeatureRow kFeatureRows[] = {
+    {CSI_PRESETS_MODIFIED, kActionPresets, BuildPresets},
+    {CSI_OTA_PERCENTAGE, kActionOta, BuildOta},
+    {CSI_OTA_STATE, kActionOta, BuildOta},
+    {CSI_CAH_UPLOAD_PROGRESS, kActionCah, BuildCah},
+    {CSI_DEVICE_MGR_STATE, kActionCah, BuildCah},
+    {CSI_WOM_STATE, kActionCah, BuildCah},
+    {CSI_CAHA_STATE, kActionCah, BuildCah},
+    {CSI_CAH_FEATURE_ENABLE, kActionCah, BuildCah},
+    {CSI_CAH_ACTIVE, kActionCah, BuildCah},
+    {CSI_CAH_AUTH_STATE, kActionCah, BuildCah},
+    {CSI_CAH_AUTO_CLEAR, kActionCah, BuildCah},
+    {CSI_LIVE_STREAM_ENCODE, kActionLiveStream, BuildLiveStream},
+    {CSI_LIVE_STREAM_ERROR, kActionLiveStream, BuildLiveStream},
+    {CSI_LIVE_STREAM_BITRATE, kActionLiveStream, BuildLiveStream},
+    {CSI_SD_CARD_STATE, kActionLiveStream, BuildLiveStream},
+    {CSI_WMS_STATE, kActionLiveStream, BuildLiveStream},
+};
+
+}  // namespace
+
+bool BuildFeaturePush(uint32_t key, uint32_t field, const std::vector<int>& interest,
+                      const SettingsStatusMapping& model, MemoryStream& stream) {
+    LOG_INFO("csi_key=%d", key);
+    const auto* row = std::find_if(std::begin(kFeatureRows), std::end(kFeatureRows),
+                                   [key](const FeatureRow& candidate) { return candidate.key == key; });
+    if (row == std::end(kFeatureRows)) {
+        LOG_ERROR("CSI notification not found key=%d field=%d ", key, field);
+        return false;
+    }
+    stream << kQueryFeatureId << row->actionId;
+    return row->build(Change{key, field, interest, model, *KzBleServer::GetInstance()}, stream);
+}
