@@ -1,0 +1,52 @@
+// Owners of POSIX descriptors: message queues and plain file descriptors. A handle closes what it holds.
+#pragma once
+
+#include <mqueue.h>
+#include <unistd.h>
+
+#include <optional>
+#include <utility>
+
+constexpr int kNoDescriptor = -1;
+
+template <int (*CloseFunction)(int)>
+class PosixHandle {
+  public:
+    PosixHandle() = default;
+    explicit PosixHandle(int descriptor) : m_descriptor(descriptor) {}
+    PosixHandle(PosixHandle&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, kNoDescriptor)) {}
+    PosixHandle& operator=(PosixHandle&& other) noexcept {
+        if (this != &other) {
+            Close();
+            m_descriptor = std::exchange(other.m_descriptor, kNoDescriptor);
+        }
+        return *this;
+    }
+    PosixHandle(const PosixHandle&) = delete;
+    PosixHandle& operator=(const PosixHandle&) = delete;
+    ~PosixHandle() { Close(); }
+
+    bool IsOpen() const { return m_descriptor != kNoDescriptor; }
+    void Close() {
+        if (IsOpen()) {
+            CloseFunction(std::exchange(m_descriptor, kNoDescriptor));
+        }
+    }
+    // The descriptor, for the system's calls; kNoDescriptor when closed.
+    operator int() const { return m_descriptor; }
+
+  private:
+    int m_descriptor = kNoDescriptor;
+};
+
+using QueueHandle = PosixHandle<mq_close>;
+using FileDescriptor = PosixHandle<close>;
+
+// The attributes of a queue; none when it is closed or they cannot be read.
+inline std::optional<mq_attr> QueueAttributes(const QueueHandle& queue) {
+    mq_attr attributes{};
+    if (!queue.IsOpen() || mq_getattr(queue, &attributes) != 0) {
+        return std::nullopt;
+    }
+    return attributes;
+}
