@@ -38,7 +38,7 @@ void formatColumns(char* out, const uint8_t* data, int64_t length, int64_t first
             continue;
         }
         constexpr const char* kDigits = "0123456789abcdef";
-        char* hex = out + column * 2 + column / kGroupBytes;
+        char* hex = out + (column * size_t{2} + column / kGroupBytes);
         hex[0] = kDigits[data[offset] >> 4];
         hex[1] = kDigits[data[offset] & 0x0F];
         out[kHexWidth + 2 + column] = printable(data[offset]);
@@ -73,7 +73,7 @@ void hexprint(const char* label, uint32_t address, const void* data, uint32_t le
         if (shortened && first >= kShortenedHead && int64_t{length} - first > kShortenedTail) {
             continue;
         }
-        char line[kLabelSize + 4 * kLineBytes];
+        char line[kLabelSize + size_t{4} * kLineBytes];
         const auto lineAddress = static_cast<uint32_t>(int64_t{address} + first);
         const int used = std::snprintf(line, kLabelSize, "%-11s%08x  ", label, lineAddress);
         formatColumns(line + std::min(static_cast<size_t>(used), kLabelSize - 1), static_cast<const uint8_t*>(data),

@@ -64,9 +64,7 @@ bool probeSyslog() {
     if (fd < 0) {
         return false;
     }
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "/dev/log");
+    const sockaddr_un address = {AF_UNIX, "/dev/log"};
     // EPROTOTYPE: somebody listens there on a stream socket. A dead socket refuses the connection.
     const bool listens =
         connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EPROTOTYPE;
@@ -108,7 +106,8 @@ void appendLocation(char (&text)[kLineSize], size_t offset, const char* file, in
     const size_t room = kLineSize - 1 - offset;
     const int length = std::snprintf(text + offset, room, " @%s:%d", file, line);
     if (length < 0 || static_cast<size_t>(length) >= room) {
-        std::strcpy(text + offset, " ");
+        text[offset] = ' ';
+        text[offset + 1] = '\0';
     }
 }
 

@@ -178,7 +178,8 @@ int getCardIDStrFromCard(char* buffer, int which) {
             return 0;
         }
     }
-    std::strcpy(buffer, "0");
+    buffer[0] = '0';
+    buffer[1] = '\0';
     return -1;
 }
 

@@ -104,6 +104,7 @@ std::vector<LogLine>& systemLog() {
 std::vector<std::string> logTexts() {
     const std::lock_guard lock(s_mutex);
     std::vector<std::string> texts;
+    texts.reserve(s_lines.size());
     for (const LogLine& line : s_lines) {
         texts.push_back(line.text);
     }

@@ -63,8 +63,8 @@ TEST(Text, PercentEscapesAreDecodedInPlace) {
         {"ab%", "ab"}, {"%zz%41", "%zzA"}, {"a%00b", std::string("a\0b", 3)}, {"%%341", "%41"},
     };
     for (const auto& row : cases) {
-        char text[32];
-        std::strcpy(text, row.given);
+        char text[32] = {};
+        std::strncpy(text, row.given, sizeof(text) - 1);
         int length = static_cast<int>(std::strlen(text));
 
         unescapeUrl(text, &length);
