@@ -2,10 +2,10 @@
 #include "bleResponses.h"
 
 #include <algorithm>
-#include <string>
 
 #include "MemStream.h"
 #include "bleSDK.h"
+#include "queryEntries.h"
 #include "utils.h"
 
 namespace {
@@ -23,32 +23,27 @@ void WriteByte(MemoryStream& stream, uint32_t value) {
     stream << static_cast<unsigned char>(value);
 }
 
-void WriteId(MemoryStream& stream, int id) {
-    WriteByte(stream, static_cast<uint32_t>(id));
-}
-
 void WriteValue(MemoryStream& stream, const FlexValue& value) {
     const unsigned short length = FieldLength(static_cast<size_t>(value.GetDataLength()));
     WriteByte(stream, length);
     stream.writeArray(value.GetDataPointer(), length);
 }
 
-void WriteOption(MemoryStream& stream, const SettingsStatusMapping::IdNums& entry, int id, int option) {
-    FlexValue value(entry.GetWidth(), 0);
-    if (value.GetDataLength() > 0) {
-        value.SetValueByWidth(static_cast<unsigned>(option));
+// Writes the header and the entries that fit whole. When some do not, the result byte says failure.
+template <typename Value>
+void WriteEntries(MemoryStream& stream, const BleQueryResponse& header, const std::map<int, Value>& entries,
+                  bool (*append)(MemoryStream& stream, int id, const Value& value)) {
+    unsigned char* const result = stream.getBuffer() + stream.getLength() + 1;
+    stream << header;
+    size_t leftOut = 0;
+    for (const auto& [id, value] : entries) {
+        leftOut += append(stream, id, value) ? 0 : 1;
     }
-    WriteId(stream, id);
-    WriteValue(stream, value);
-}
-
-void WriteOptionName(MemoryStream& stream, int id, int option) {
-    const SettingsStatusMapping* mapping = BleSDK::LoadedMapping();
-    if (mapping == nullptr) {
-        return;
+    if (leftOut > 0) {
+        LOG_ERROR("Answer to category:%u type:%u has no room for %zu of %zu ids", header.m_category, header.m_type,
+                  leftOut, entries.size());
+        *result = static_cast<unsigned char>(BleSDK::SetKZErrNo(KZ_ERR));
     }
-    const std::string name = mapping->GetSettingName(std::to_string(id) + ":" + std::to_string(option));
-    stream.writeArray(name.data(), FieldLength(name.size()));
 }
 
 }  // namespace
@@ -105,41 +100,17 @@ MemoryStream& operator<<(MemoryStream& stream, const BleQueryResponse& response)
 }
 
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentValueResponse& response) {
-    stream << static_cast<const BleQueryResponse&>(response);
-    for (const auto& [id, value] : response.m_values) {
-        WriteId(stream, id);
-        WriteValue(stream, value);
-    }
+    WriteEntries(stream, response, response.m_values, AppendValueEntry);
     return stream;
 }
 
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentCapabilitiesResponse& response) {
-    stream << static_cast<const BleQueryResponse&>(response);
-    for (const auto& [id, entry] : response.m_capabilities) {
-        if (entry.numbers.empty()) {
-            WriteId(stream, id);
-            WriteByte(stream, 0);
-        }
-        for (const int option : entry.numbers) {
-            WriteOption(stream, entry, id, option);
-        }
-    }
+    WriteEntries(stream, response, response.m_capabilities, AppendCapabilityEntry);
     return stream;
 }
 
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentCapabilitiesAndNamesResponse& response) {
-    stream << static_cast<const BleQueryResponse&>(response);
-    for (const auto& [id, entry] : response.m_capabilities) {
-        if (entry.numbers.empty()) {
-            WriteId(stream, id);
-            WriteByte(stream, 0);
-            WriteByte(stream, 0);
-        }
-        for (const int option : entry.numbers) {
-            WriteOption(stream, entry, id, option);
-            WriteOptionName(stream, id, option);
-        }
-    }
+    WriteEntries(stream, response, response.m_capabilities, AppendCapabilityAndNamesEntry);
     return stream;
 }
 

@@ -1,5 +1,7 @@
 // The answers of the four interfaces and their byte layouts. Responses are built on the stack and written onto a
-// MemoryStream; a write past the stream is a fatal assertion, so whoever builds one keeps it within the buffer.
+// MemoryStream; a write past the stream is a fatal assertion, so whoever builds one keeps it within the buffer. The
+// three query responses with entries keep themselves within it: an entry that does not fit is left out whole, and the
+// result byte then says failure (1) whatever m_result is.
 //
 // L is a one-byte length. FlexValue data is big-endian.
 //   BleCommandResponse          command id, result, then per parameter: L, data
