@@ -123,6 +123,9 @@ bool RadioStack::welcome(Device& device, const Record& hello) {
     std::memcpy(bytes + kConnAddressOffset, hello.data, kBleAddressSize);
     bytes[kConnDeviceTypeOffset] = device.type;
     queueInbound(message, &device);
+    if (device.cameraIsCentral) {  // then the camera asks for the device's notifications, all at once
+        queueInbound(connectionRecord(KZBLE_SDK_EVENT_SensorCCC, device.connectionId), &device);
+    }
 
     Record answer{};
     answer.kind = Kind::Welcome;

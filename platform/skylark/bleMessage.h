@@ -80,3 +80,12 @@ enum : uint8_t {
     KZ_CALLER_BIRCH = 24,        // LED accessory
     KZ_CALLER_MAPLE = 27,        // accessory that fetches its image block by block
 };
+
+// A data record built from scratch.
+inline ble_message_t NewDataRecord(uint32_t connectionId, uint8_t streamId) {
+    ble_message_t record{};
+    record.eventType = KZBLE_SDK_MESSAGE_Data;
+    record.connectionId = connectionId;
+    record.streamId = streamId;
+    return record;
+}

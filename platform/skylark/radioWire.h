@@ -17,13 +17,21 @@ constexpr kzwire::Endpoint kRadioEndpoint{"KZ_RADIO_SOCKET", "/tmp/kzcamera/radi
 constexpr unsigned kPacketSize = 20;
 constexpr unsigned kAddressSize = 6;
 
+// What a record is.
+//
+// kind     direction        carries
+// Hello    device to radio  data = address, argument0 = device type, argument1 = 1 when the camera is the central and
+//                           asks for all of the device's notifications itself, so that no Ccc is needed
+// Welcome  radio to device  argument0 = connection id
+// Packet   both ways        stream id, length, data
+// Ccc      device to radio  stream id of the descriptor, length = the value written (1 enables)
+// Debug    device to radio  argument0 = debug command, argument1 = its argument; also allowed before Hello
 enum class Kind : uint8_t {
-    Hello =
-        1,  // device to radio: data = address, argument0 = device type, argument1 = 1 when the camera is the central
-    Welcome = 2,  // radio to device: argument0 = connection id
-    Packet = 3,   // both ways: stream id, length, data
-    Ccc = 4,      // device to radio: stream id of the descriptor, length = the value written (1 enables)
-    Debug = 5,    // device to radio: argument0 = debug command, argument1 = its argument; also allowed before Hello
+    Hello = 1,
+    Welcome = 2,
+    Packet = 3,
+    Ccc = 4,
+    Debug = 5,
 };
 
 struct Record {
