@@ -17,10 +17,10 @@ constexpr TypeRow kTypes[] = {
     {'d', 8, 8}, {'G', 16, 1}, {'U', 16, 1}, {'1', 1, 1}, {'2', 2, 1}, {'3', 3, 1}, {'4', 4, 1}, {'8', 8, 1},
 };
 
-// The table above by type character: looked up for every sample.
+// The table above by type character: looked up for every sample. Zeroes for characters that are no type.
 struct TypeSizes {
-    int8_t size = -1;
-    int8_t swapUnit = -1;
+    int8_t size;
+    int8_t swapUnit;
 };
 constexpr auto kSizesOfType = [] {
     std::array<TypeSizes, 256> sizes{};
@@ -30,14 +30,18 @@ constexpr auto kSizesOfType = [] {
     return sizes;
 }();
 
+bool IsType(uint32_t type) {
+    return type < kSizesOfType.size() && kSizesOfType[type].size != 0;
+}
+
 }  // namespace
 
 int MetadataTypeSize(uint32_t type) {
-    return type < kSizesOfType.size() ? kSizesOfType[type].size : -1;
+    return IsType(type) ? kSizesOfType[type].size : -1;
 }
 
 int MetadataEndianSize(uint32_t type) {
-    return type < kSizesOfType.size() ? kSizesOfType[type].swapUnit : -1;
+    return IsType(type) ? kSizesOfType[type].swapUnit : -1;
 }
 
 bool IsValidKZMF(const void* buffer, uint32_t size, bool recurse, uint32_t level) {
