@@ -1,0 +1,26 @@
+// Bytes as tests write and print them: "01 0a ff", blanks optional between bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace e2e {
+
+using Bytes = std::vector<uint8_t>;
+
+// Blanks are skipped; anything else but pairs of hex digits throws std::invalid_argument.
+Bytes fromHex(std::string_view text);
+std::string toHex(const uint8_t* data, size_t length);
+std::string toHex(const Bytes& bytes);
+
+// `count` bytes that differ from their neighbours: first, first + 1, ...
+Bytes ramp(size_t count, uint8_t first = 0);
+Bytes operator+(Bytes left, const Bytes& right);
+Bytes textBytes(std::string_view text);
+Bytes little32(uint32_t value);
+
+uint32_t readLittle32(const uint8_t* data);
+
+}  // namespace e2e
