@@ -260,8 +260,12 @@ class BleNotificationClient : public NotificationClient {
                           MemoryStream& stream);
     bool ExecuteBufferPush(eNotificationType_t type, const std::vector<int>& ids, unsigned char* response);
     void CopyKeptFields(const BleNotificationClient& other);
-    size_t ReadFile(unsigned char* destination, size_t size);
+    bool OpenSettingsJSON();
+    bool OpenFirmwareImage();
+    void HoldFile(FileHandle file);
     void CloseFile();
+    bool FileIsUnchanged() const;
+    bool PrepareFilePacket(StoredResponse& out) const;
 
     std::vector<int> m_pushRemainder;
     std::array<OwedPush, kValuePushTypes> m_owed;

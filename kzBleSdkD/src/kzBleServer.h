@@ -277,6 +277,7 @@ class KzBleServer {
     enum class QueueRoom { kKnown, kUnknown };
     bool WriteRecord(const ble_message_t& record, QueueRoom room);
     bool SendOrHold(const ble_message_t& record, QueueRoom room);
+    QueueFill TxQueueFill() const;  // nothing of nothing when it cannot be read
     bool SendStoredResponse(BleNotificationClient& client);
     void SendStoredBuffers(BleNotificationClient& client);
     bool SendBuffer(NotificationClient::eNotificationType_t type, BleNotificationClient& client, unsigned char* buffer,
@@ -314,11 +315,15 @@ class KzBleServer {
     void EndSettingsJSONTransfer(BleNotificationClient& client);
     long ImageBudget(const BleNotificationClient& client, const QueueFill& queue);
     void FinishImageTransfer(BleNotificationClient& client);
-    void PublishAccessoryState(const BleNotificationClient& client, uint32_t percent, uint32_t phase);
+    void PublishAccessoryState(const BleNotificationClient& client, uint8_t percent, eAccessoryUpdate phase);
 
     // kzBleServerAccessory.cpp
+    bool AdvancePendingUpdate(BleNotificationClient& client);
     bool RequestAccessoryReboot(BleNotificationClient& client);
-    void HandleBlockRequest(BleNotificationClient& client, const ble_message_t& record);
+    void HandleStreamedImageRequest(BleNotificationClient& client, ble_message_t& record);
+    void HandleBlockMessage(BleNotificationClient& client, const ble_message_t& record);
+    void HandleImageRequest(BleNotificationClient& client, const ble_message_t& record);
+    void HandleBlockRequest(BleNotificationClient& client);
     void HandleImageError(BleNotificationClient& client);
 
     static KzBleServer* m_pInstance;

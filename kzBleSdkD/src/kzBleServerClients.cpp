@@ -37,10 +37,6 @@ int SendPushRegistration(uint32_t operation) {
 // A sensor connected: reported to the analytics.
 constexpr uint8_t kSensorAnalytics[] = {0x76, 0x10, 0xFF, 0xFF};
 
-// Phases of CSI_ACCESSORY_UPDATE, below the device type in its high half.
-constexpr uint32_t kUpdateFailed = 4;
-constexpr uint32_t kUpdateIdle = 0;
-
 // Status 33 after the last client left: a value the camera does not report, so that its next report counts as a change.
 constexpr unsigned char kStatusUnknown = 255;
 
@@ -135,9 +131,9 @@ void KzBleServer::RemoveClient(BleNotificationClient& client) {
         LOG_DEBUG("A client with active file transfer disconnected.");
         client.SetTransferringLarch(false);
         ReleaseFileTransferSlot();
-        const uint32_t failed = static_cast<uint32_t>(client.m_deviceType) << 16 | kUpdateFailed;
+        const uint32_t failed = AccessoryUpdateState(client.m_deviceType, 0, eAccessoryUpdateFailed);
         csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &failed, sizeof(failed));
-        csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &kUpdateIdle, sizeof(kUpdateIdle));
+        csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &kAccessoryUpdateIdle, sizeof(kAccessoryUpdateIdle));
     }
     const uint32_t noAccessory = 0;
     csi_set(CSI_CONNECTED_ACCESSORY, &noAccessory, sizeof(noAccessory));

@@ -33,14 +33,6 @@ uint8_t ResponseStream(int gateStream) {
     }
 }
 
-ble_message_t NewRecord(const BleNotificationClient& client, uint8_t streamId) {
-    ble_message_t record{};
-    record.eventType = KZBLE_SDK_MESSAGE_Data;
-    record.connectionId = client.m_connectionId;
-    record.streamId = streamId;
-    return record;
-}
-
 // At level 6 exactly: a higher level would be a caller's mistake, a lower one does not want it.
 void DumpRecord(const ble_message_t& record) {
     if (g_logLevel != KZ_LOG_TRACE) {
@@ -184,7 +176,7 @@ bool KzBleServer::SendStoredResponse(BleNotificationClient& client) {
     if (stored == nullptr) {
         return false;
     }
-    ble_message_t record = NewRecord(client, ResponseStream(stored->m_streamId));
+    ble_message_t record = NewDataRecord(client.m_connectionId, ResponseStream(stored->m_streamId));
     if (!PostResponse(record, stored->m_data.get(), static_cast<unsigned short>(stored->m_length))) {
         return false;
     }
@@ -220,11 +212,16 @@ bool KzBleServer::SendBuffer(NotificationClient::eNotificationType_t type, BleNo
     if (!client.ExecutePush(type, m_pushIds, buffer, &pushLength, &kzErrno)) {
         return false;
     }
-    ble_message_t record = NewRecord(client, KZ_STR_ID_SENSOR_RESPONSE);
+    ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_SENSOR_RESPONSE);
     return PostResponse(record, buffer, length);
 }
 
 // ---------------------------------------------------------------- queue statistics
+
+QueueFill KzBleServer::TxQueueFill() const {
+    const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
+    return queue ? FillOf(*queue) : QueueFill{};
+}
 
 int KzBleServer::GetBleTxQueueAvailability(int* capacity) {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
