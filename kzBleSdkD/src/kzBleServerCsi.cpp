@@ -313,7 +313,7 @@ bool KzBleServer::ActOnPaused(const csiStruct&) {
 }
 
 bool KzBleServer::ActOnBattery(const csiStruct&) {
-    LOG_INFO("CSI_BATTERY_LEVEL Notification");
+    LOG_INFO("CSI_BATERY_LEVEL Notification");
     SetCsiStStatus();
     return false;
 }
