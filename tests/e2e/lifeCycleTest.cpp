@@ -149,7 +149,7 @@ TEST_P(BrokenSettings, StopTheStartAndEverythingIsClosedAgain) {
     EXPECT_TRUE(rig.daemon.waitForLog(
         "[ERROR]", "Unable to start BLESDK Daemon because could not parse settings.json file!", "kzBleServer"));
     EXPECT_TRUE(rig.daemon.waitForText("[ERROR] " + kStartFailed));
-    EXPECT_EQ(rig.camera.takeCalls(), (std::vector<std::string>{"open", "model-number", "close"}));
+    EXPECT_EQ(rig.camera.takeCalls(), (std::vector<std::string>{"open", "model-number", "model-number", "close"}));
     EXPECT_FALSE(queueExists(kEventQueue));
     EXPECT_FALSE(queueExists(kCsiQueue));
 }

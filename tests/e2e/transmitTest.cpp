@@ -92,9 +92,9 @@ TEST_F(Transmit, StoredAnswersLeaveByPriority) {
                writes(1, kCommand, kAskVersion), writes(1, kCommand, kAskVersion), writes(1, kCommand, kAskVersion)});
 
     // The queue is full; what follows is stored, the least urgent first.
-    play(rig,
-         {writes(1, kSensorRequest, "50 01"), writes(1, kQuery, "13 08"), writes(1, kSettings, "02 01 04"),
-          pushes(R"({"status": {"10": 0}})"), pushes(R"({"settings": {"2": 9}})"), writes(1, kCommand, kAskVersion)});
+    play(rig, {writes(1, kSensorRequest, "50 01"), writes(1, kQuery, "13 08"), writes(1, kSettings, "02 01 04"),
+               pushes(R"({"status": {"10": 0}})"), pushes(R"({"settings": {"2": 9}})"),
+               writes(1, kCommand, kAskVersion), settles()});
     ASSERT_EQ(rig.radio->packetsWaiting(), 4);
 
     for (int i = 0; i < 4; ++i) {
@@ -123,13 +123,13 @@ TEST_F(Transmit, StoredAnswerWaitsForItsGateAndGoesWithItsClient) {
     options.transmitDepth = 1;
     Rig& rig = serve(options);
     play(rig, {connects(1), opensAll(1), connects(2), opensAll(2), writes(1, kCommand, kAskVersion),
-               writes(1, kQuery, "13 21"), writes(2, kQuery, "13 21"), closes(1, kQueryGate)});
+               writes(1, kQuery, "13 21"), writes(2, kQuery, "13 21"), closes(1, kQueryGate), settles()});
 
     play(rig, {answers(1, kCommandAnswer, kVersion), answers(2, kQueryAnswer, "13 00 21 01 ff"), opens(1, kQueryGate),
                answers(1, kQueryAnswer, "13 00 21 01 ff")});
 
     play(rig, {writes(1, kCommand, kAskVersion), writes(1, kQuery, "13 21"), disconnects(1), connects(1), opensAll(1),
-               answers(1, kCommandAnswer, kVersion), writes(2, kCommand, kAskVersion),
+               settles(), answers(1, kCommandAnswer, kVersion), writes(2, kCommand, kAskVersion),
                answers(2, kCommandAnswer, kVersion), quiet()});
 }
 

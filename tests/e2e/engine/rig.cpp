@@ -141,6 +141,7 @@ void Rig::setLogLevel(unsigned level) {
 }
 
 void Rig::pushJson(const std::string& json) {
+    settle();  // the daemon takes events before waiting radio records
     TlvMessage message;
     message.category = kCategoryEvent;
     message.elements = {{kTlvResponse, textBytes(json)}};
@@ -150,6 +151,7 @@ void Rig::pushJson(const std::string& json) {
 }
 
 TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records) {
+    settle();
     Queue replies = Queue::create(kReplyQueue, 1, kMessageSize);
     TlvMessage message;
     message.category = kCategoryNotification;

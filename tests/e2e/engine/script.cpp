@@ -131,6 +131,10 @@ Step logs(const std::string& level, const std::string& message, const std::strin
             }};
 }
 
+Step settles() {
+    return {"settles", [](Rig& rig) { rig.settle(); }};
+}
+
 Step quiet() {
     return {"quiet", [](Rig& rig) {
                 rig.settle();

@@ -62,6 +62,7 @@ Step packet(uint32_t connection, uint8_t stream, const std::string& packetHex);
 Step calls(const std::vector<std::string>& expected);  // all since the last look, callers left out
 Step tellsNet(const std::string& message);             // TlvMessage::text of the next message to the network daemon
 Step logs(const std::string& level, const std::string& message, const std::string& module);
+Step settles();  // everything so far has been handled; packets may wait
 Step quiet();  // no packet waits and none of what was sent is still unhandled
 
 // Stops at the first step that fails.
