@@ -10,9 +10,10 @@ constexpr const char* kLogTag = "kzBleSdkD.cpp";
 
 constexpr int kStartChecks = 10;  // a second apart: how long the command thread may take to report itself
 
+// A thread that has been told to stop between two checks has run all the same.
 bool WaitForCommandThread() {
     for (int check = 0; check < kStartChecks; ++check) {
-        if (KzBleServer::GetInstance()->IsRunning()) {
+        if (KzBleServer::GetInstance()->HasRun()) {
             return true;
         }
         LOG_DEBUG("Waiting for kzBleSdkD skylark thread to start");

@@ -160,6 +160,7 @@ int KzBleServer::Start() {
         return -1;
     }
     m_stopRequested = false;
+    m_hasRun = false;
     const int error = pthread_create(&m_thread, nullptr, sThreadLoop, this);
     if (error != 0) {
         LOG_ERROR("pthread_create error, %d\n", error);
@@ -255,6 +256,7 @@ int KzBleServer::InterfaceClose() {
 void* KzBleServer::sThreadLoop(void* server) {
     auto* pThis = static_cast<KzBleServer*>(server);
     pThis->m_running = !pThis->m_stopRequested;
+    pThis->m_hasRun = true;
     LOG_INFO("Command handling thread running!");
     pThis->m_timer_fd = FileDescriptor(timerfd_create(CLOCK_MONOTONIC, 0));
     KZ_ASSERT(pThis->m_timer_fd.IsOpen(), kAssertPath,

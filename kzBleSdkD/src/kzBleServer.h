@@ -108,6 +108,8 @@ class KzBleServer {
     // Destroy without the deletion: the server can be started again. 0.
     int Shutdown();
     bool IsRunning() const { return m_running; }
+    // Whether the thread has begun to run since Start; true also when it was told to stop at once.
+    bool HasRun() const { return m_hasRun; }
     void SetRunning(bool running) { m_running = running; }
 
     // ---- loop (kzBleServer.cpp) and dispatch (kzBleServerDispatch.cpp)
@@ -340,6 +342,7 @@ class KzBleServer {
     pthread_t m_thread{};
     bool m_threadStarted = false;
     std::atomic<bool> m_running{false};
+    std::atomic<bool> m_hasRun{false};
     std::atomic<bool> m_stopRequested{false};  // a thread that is late to start must not run once it is being joined
     pthread_mutex_t m_clientMutex;
     std::vector<std::unique_ptr<BleNotificationClient>> m_clients;  // in order of connection, at stable addresses
