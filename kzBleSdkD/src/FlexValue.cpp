@@ -8,7 +8,6 @@
 #include <cstring>
 #include <limits>
 #include <string>
-#include <utility>
 
 #include "MemStream.h"
 #include "utils.h"
@@ -89,13 +88,6 @@ FlexValue::FlexValue(const FlexValue& other) : m_changed(other.m_changed) {
     SetValue(other.GetDataPointer());
 }
 
-FlexValue::FlexValue(FlexValue&& other) noexcept
-    : m_pString(std::move(other.m_pString)),
-      m_length(std::exchange(other.m_length, 0)),
-      m_changed(std::exchange(other.m_changed, false)) {
-    std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
-}
-
 FlexValue& FlexValue::operator=(const FlexValue& other) {
     if (this == &other) {
         return *this;
@@ -109,16 +101,6 @@ FlexValue& FlexValue::operator=(const FlexValue& other) {
     }
     m_changed = other.m_changed;
     SetValue(other.GetDataPointer());
-    return *this;
-}
-
-FlexValue& FlexValue::operator=(FlexValue&& other) noexcept {
-    if (this != &other) {
-        std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
-        m_pString = std::move(other.m_pString);
-        m_length = std::exchange(other.m_length, 0);
-        m_changed = std::exchange(other.m_changed, false);
-    }
     return *this;
 }
 

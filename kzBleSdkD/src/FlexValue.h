@@ -5,7 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
+#include <utility>
 
 class MemoryStream;
 struct cJSON;
@@ -28,9 +30,17 @@ class FlexValue {
     FlexValue(eValueWidth width, int length);
     // Copies are deep and take the changed mark along; a value that was moved from is empty.
     FlexValue(const FlexValue& other);
-    FlexValue(FlexValue&& other) noexcept;
+    FlexValue(FlexValue&& other) noexcept { *this = std::move(other); }
     FlexValue& operator=(const FlexValue& other);
-    FlexValue& operator=(FlexValue&& other) noexcept;
+    FlexValue& operator=(FlexValue&& other) noexcept {
+        if (this != &other) {
+            std::memcpy(m_inline, other.m_inline, sizeof(m_inline));
+            m_pString = std::move(other.m_pString);
+            m_length = std::exchange(other.m_length, 0);
+            m_changed = std::exchange(other.m_changed, false);
+        }
+        return *this;
+    }
     virtual ~FlexValue() = default;
 
     // The value's bytes, GetDataLength() of them. Valid until the value is assigned, read into or destroyed.

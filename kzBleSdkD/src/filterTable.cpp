@@ -200,18 +200,21 @@ void FilterTable::ComputeRemoved() {
 }
 
 void FilterTable::WriteNumbers(const Slot& slot, std::vector<int>& numbers) const {
-    numbers.clear();
     if (slot.options == nullptr) {
+        numbers.clear();
         return;
     }
     const std::vector<int>& options = slot.options->numbers;
+    numbers.resize(options.size());
+    size_t kept = 0;
     size_t index = 0;  // of the option among the different ones
     for (size_t i = 0; i < options.size(); ++i) {
         index += i != 0 && options[i] != options[i - 1] ? 1 : 0;
-        if ((m_removed[slot.firstWord + index / kBitsPerWord] & Bit(index)) == 0) {
-            numbers.push_back(options[i]);
-        }
+        // Without a branch: which options are forbidden has no pattern.
+        numbers[kept] = options[i];
+        kept += ((m_removed[slot.firstWord + index / kBitsPerWord] & Bit(index)) == 0) ? 1 : 0;
     }
+    numbers.resize(kept);
 }
 
 std::map<int, SettingsStatusMapping::IdNums> FilterTable::MakeCapabilities() {

@@ -2,7 +2,6 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cmath>
 #include <optional>
@@ -16,9 +15,13 @@ namespace {
 
 constexpr const char* kLogTag = "settingsStatusMapping.cpp";
 
+bool IsBlank(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 // Reads a decimal number: leading blanks and a sign, then digits up to the first other character. Clamps to an int.
 int ReadDecimal(const char* text) {
-    while (std::isspace(static_cast<unsigned char>(*text)) != 0) {
+    while (IsBlank(*text)) {
         ++text;
     }
     const bool negative = *text == '-';
@@ -129,13 +132,13 @@ uint8_t SettingsStatusMapping::CurrentSettingsStatusFromJSON(const char* text, b
     if (cJSON_IsObject(settings) && settings->child != nullptr) {
         ReadPart(
             push, settings, kSettingsTableSize, [&](int id) { return kzSettingWidth(modelNumber, id); },
-            [&](int id, FlexValue value) { blacklistsAffected |= StoreSetting(id, std::move(value)); });
+            [&](int id, FlexValue&& value) { blacklistsAffected |= StoreSetting(id, std::move(value)); });
         result |= kSettingsChanged;
     }
     if (cJSON_IsObject(status)) {
         ReadPart(
             push, status, kStatusTableSize, [&](int id) { return kzStatusWidth(modelNumber, id); },
-            [&](int id, FlexValue value) {
+            [&](int id, FlexValue&& value) {
                 blacklistsAffected |= StoreStatus(id, std::move(value));
                 result |= kStatusChanged;
             });
@@ -148,19 +151,19 @@ uint8_t SettingsStatusMapping::CurrentSettingsStatusFromJSON(const char* text, b
     return result;
 }
 
-bool SettingsStatusMapping::StoreSetting(int id, FlexValue value) {
+bool SettingsStatusMapping::StoreSetting(int id, FlexValue&& value) {
     m_filterTable->FollowSetting(id, m_settingValues.Store(id, std::move(value)));
     return m_filterTable->IsSettingTrigger(id);
 }
 
-bool SettingsStatusMapping::StoreStatus(int id, FlexValue value) {
+bool SettingsStatusMapping::StoreStatus(int id, FlexValue&& value) {
     m_filterTable->FollowStatus(id, m_statusValues.Store(id, std::move(value)));
     return m_filterTable->IsStatusTrigger(id);
 }
 
 void SettingsStatusMapping::SetStatusValue(int id, const FlexValue& value) {
     if (m_statusValues.Covers(id)) {
-        StoreStatus(id, value);
+        StoreStatus(id, FlexValue(value));
     }
 }
 

@@ -217,8 +217,8 @@ class SettingsStatusMapping {
     void BuildFilterTable();  // after options or filters were added
 
     // `id` lies in the table. Return whether the id is a trigger.
-    bool StoreSetting(int id, FlexValue value);
-    bool StoreStatus(int id, FlexValue value);
+    bool StoreSetting(int id, FlexValue&& value);
+    bool StoreStatus(int id, FlexValue&& value);
 
     // catalogue
     std::vector<int> m_validSettingIds;      // ascending

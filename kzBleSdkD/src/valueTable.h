@@ -20,7 +20,7 @@ class ValueTable {
     }
 
     // Stores the value of an id of the table.
-    const FlexValue& Store(int id, FlexValue value) {
+    const FlexValue& Store(int id, FlexValue&& value) {
         const size_t index = static_cast<size_t>(id);
         m_present.set(index);
         m_values[index] = std::move(value);
