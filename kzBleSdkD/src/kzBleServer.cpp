@@ -283,7 +283,7 @@ void KzBleServer::Loop() {
     const int nfds = std::max<int>({m_eventMq, m_csiMq, m_bleRxMq, m_timer_fd}) + 1;
     Clock::time_point tickTime = Clock::now() + kTick;
     timeval timeout{0, kTickMicroseconds};
-    while (m_running) {
+    while (m_running && !m_stopRequested) {
         fd_set readable;
         FD_ZERO(&readable);
         for (const int descriptor : {int(m_eventMq), int(m_csiMq), int(m_bleRxMq), int(m_timer_fd)}) {
