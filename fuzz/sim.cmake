@@ -1,0 +1,1 @@
+kz_add_fuzzer(controlCommandsFuzz SOURCES controlCommandsFuzz.cpp LIBS kzCamera)
