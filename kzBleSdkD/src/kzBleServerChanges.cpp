@@ -18,14 +18,6 @@ void LogStatusDropped(const ble_message_t& record) {
              record.streamId);
 }
 
-ble_message_t PushRecord(const BleNotificationClient& client) {
-    ble_message_t record{};
-    record.eventType = KZBLE_SDK_MESSAGE_Data;
-    record.connectionId = client.m_connectionId;
-    record.streamId = KZ_STR_ID_QUERY_RESPONSE;
-    return record;
-}
-
 }  // namespace
 
 struct KzBleServer::PushKind {
@@ -93,7 +85,7 @@ void KzBleServer::SendWaitingPush(const PushKind& kind, BleNotificationClient& c
     if (waiting.m_length == 0 || PacketsNeeded(static_cast<unsigned>(waiting.m_length)) > GetBleTxQueueAvailability()) {
         return;
     }
-    ble_message_t record = PushRecord(client);
+    ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
     if (PostResponse(record, waiting.m_data.get(), static_cast<unsigned short>(waiting.m_length))) {
         waiting.Clear();
     }
@@ -102,7 +94,7 @@ void KzBleServer::SendWaitingPush(const PushKind& kind, BleNotificationClient& c
 // Sends the push in m_msgBuffer.
 KzBleServer::PushResult KzBleServer::SendPush(const PushKind& kind, BleNotificationClient& client,
                                               unsigned short length) {
-    ble_message_t record = PushRecord(client);
+    ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
     if (!client.GetEnabledByStreamId(KZ_STR_ID_QUERY)) {
         kind.logDropped(record);
         return PushResult::kDropped;

@@ -1,6 +1,6 @@
 // Feature notifications: which CSI change tells what, in bytes.
-#include "featureStatus.h"
 #include "MemStream.h"
+#include "featureStatus.h"
 #include "queryFixture.h"
 #include "wsdkCommands/WSDK_NotifyCAHStatus.pb.h"
 #include "wsdkCommands/WSDK_NotifyPresetStatus.pb.h"
@@ -19,8 +19,7 @@ class FeaturePush : public QueryTest {
         const auto buffer = std::make_unique<uint8_t[]>(capacity);
         auto length = static_cast<unsigned short>(capacity);
         int kzErrno = -1;
-        const bool built =
-            m_client.ExecutePush(NotificationClient::eNotifyCSI, field, buffer.get(), &length, &kzErrno);
+        const bool built = m_client.ExecutePush(NotificationClient::eNotifyCSI, field, buffer.get(), &length, &kzErrno);
         return built ? Bytes(buffer.get(), buffer.get() + length) : Bytes{};
     }
 };
@@ -34,12 +33,12 @@ TEST_F(FeaturePush, NeedsInterestInAnyKey) {
 }
 
 TEST_F(FeaturePush, OtherKeysAreLogged) {
-    for (const uint8_t key : {4, 104, 130, 255}) {
+    for (const uint8_t key : Bytes{4, 104, 130, 255}) {
         const fakes::LogCapture log(2);
 
         EXPECT_EQ(PushOf(key, {}), Bytes{});
-        EXPECT_EQ(log.Texts(), std::vector<std::string>{"CSI notification not found key=" + std::to_string(key) +
-                                                        " field=0 "});
+        EXPECT_EQ(log.Texts(),
+                  std::vector<std::string>{"CSI notification not found key=" + std::to_string(key) + " field=0 "});
     }
 }
 
@@ -82,8 +81,8 @@ TEST_F(FeaturePush, AnUnknownCahFieldTellsNothing) {
     const fakes::LogCapture log(2);
 
     EXPECT_EQ(PushOf(97, {2}), Bytes{});
-    EXPECT_EQ(log.Texts(), (std::vector<std::string>{"No CAH Status 2",
-                                                     "CSI CAH triggered, but no match of status 2"}));
+    EXPECT_EQ(log.Texts(),
+              (std::vector<std::string>{"No CAH Status 2", "CSI CAH triggered, but no match of status 2"}));
 }
 
 TEST_F(FeaturePush, OtaErrorIsToldWithTheStatesThatFailed) {
@@ -93,7 +92,7 @@ TEST_F(FeaturePush, OtaErrorIsToldWithTheStatesThatFailed) {
         SetCsi(CSI_OTA_STATE, state);
         const bool failed = state == 3 || state == 4 || state == 8 || state == 9;
 
-        EXPECT_EQ(PushOf(42, {1}), (Bytes{0xF5, 0xF7, 8, state}) + (failed ? Bytes{24, 8} : Bytes{}));
+        EXPECT_EQ(PushOf(42, {1}), (Bytes{0xF5, 0xF7, 8, state} + (failed ? Bytes{24, 8} : Bytes{})));
     }
     EXPECT_EQ(PushOf(41, {2}), (Bytes{0xF5, 0xF7, 16, 99}));
     EXPECT_EQ(PushOf(41, {3}), Bytes{});
@@ -120,7 +119,7 @@ TEST_P(LiveStreamPush, TellsStateErrorEncodeAndBitrate) {
 
     const Bytes push = PushOf(CSI_LIVE_STREAM_BITRATE, {1});
 
-    EXPECT_EQ(push, test.message.empty() ? Bytes{} : (Bytes{0xF5, 0xF5}) + test.message + Bytes{32, 5});
+    EXPECT_EQ(push, (test.message.empty() ? Bytes{} : Bytes{0xF5, 0xF5} + test.message + Bytes{32, 5}));
     EXPECT_TRUE(log.Has(test.text, 5));
 }
 
@@ -128,7 +127,8 @@ constexpr const char* kIdleText = "csi_wms_state = WSDK_LIVE_STREAM_STATE_IDLE";
 
 INSTANTIATE_TEST_SUITE_P(
     States, LiveStreamPush,
-    testing::Values(LiveCase{0, 0, 0, {8, 0, 16, 6, 24, 0}, kIdleText}, LiveCase{0, 1, 1, {8, 0, 16, 6, 24, 1}, kIdleText},
+    testing::Values(LiveCase{0, 0, 0, {8, 0, 16, 6, 24, 0}, kIdleText},
+                    LiveCase{0, 1, 1, {8, 0, 16, 6, 24, 1}, kIdleText},
                     LiveCase{17, 0, 1, {8, 1, 16, 6, 24, 0}, kIdleText},
                     LiveCase{17, 1, 1, {8, 1, 16, 40, 24, 1}, "WSDK_LIVE_STREAM_ERROR_SD_CARD_FULL"},
                     LiveCase{18, 1, 2, {8, 2, 16, 6, 24, 1}, "WSDK_LIVE_STREAM_ERROR_SD_CARD_REMOVED"},
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
                     LiveCase{20, 1, 0, {}, "csi_wms_state = 20, dont push status"}));
 
 TEST_F(FeaturePush, LiveStreamFieldsAreOneAndThree) {
-    for (const uint8_t key : {6, 8, 26, 62, 74}) {
+    for (const uint8_t key : Bytes{6, 8, 26, 62, 74}) {
         EXPECT_NE(PushOf(key, {3}), Bytes{});
         EXPECT_EQ(PushOf(key, {2}), Bytes{});
         EXPECT_EQ(PushOf(key, {}), Bytes{});
@@ -247,7 +247,11 @@ TEST_F(PresetPush, SomeChangesAndOneModelCarryAllInFull) {
         uint32_t modified;
         uint32_t model;
         bool all;
-    } cases[] = {{0x07000000, 58, true}, {0x08000001, 58, true}, {0x06FFFFFF, 58, false}, {0x09000000, 58, false}, {1, 51, true}};
+    } cases[] = {{0x07000000, 58, true},
+                 {0x08000001, 58, true},
+                 {0x06FFFFFF, 58, false},
+                 {0x09000000, 58, false},
+                 {1, 51, true}};
     for (const auto& test : cases) {
         SetCsi(CSI_PRESETS_MODIFIED, test.modified);
         SetCsi(CSI_MODEL_NUMBER, test.model);
@@ -284,8 +288,10 @@ TEST_F(PresetPush, ThatDoesNotFitCarriesLess) {
 
 TEST_F(PresetPush, ValuesOutsideTheirEnumerationsStayAsTheyAre) {
     // Group 1234 with icon 99; preset 11 with mode 200, title 300 and icon 2000.
-    CameraHas(std::string("\x0A\x13\x08\xD2\x09\x12\x0B\x08\x0B\x10\xC8\x01\x18\xAC\x02\x30\xD0\x0F\x18\x01\x20\x63", 22)
-                  .replace(1, 1, "\x14"));
+    const Bytes preset = {8, 11, 16, 0xC8, 1, 24, 0xAC, 2, 48, 0xD0, 0x0F};
+    const Bytes group = Bytes{8, 0xD2, 9, 18, 11} + preset + Bytes{24, 1, 32, 99};
+    const Bytes reply = Bytes{10, static_cast<uint8_t>(group.size())} + group;
+    CameraHas(std::string(reply.begin(), reply.end()));
 
     const Bytes push = PushOfPresets();
 
@@ -293,13 +299,13 @@ TEST_F(PresetPush, ValuesOutsideTheirEnumerationsStayAsTheyAre) {
     ASSERT_GT(push.size(), 2u);
     ASSERT_TRUE(message.ParseFromArray(push.data() + 2, static_cast<int>(push.size()) - 2));
     ASSERT_EQ(message.preset_group_array_size(), 1);
-    const auto& group = message.preset_group_array(0);
-    EXPECT_FALSE(group.has_id());
-    ASSERT_EQ(group.unknown_fields().field_count(), 2);
-    EXPECT_EQ(group.unknown_fields().field(0).varint(), 1234u);
-    EXPECT_EQ(group.unknown_fields().field(1).varint(), 99u);
-    ASSERT_EQ(group.preset_array_size(), 1);
-    const auto& unknown = group.preset_array(0).unknown_fields();
+    const auto& told = message.preset_group_array(0);
+    EXPECT_FALSE(told.has_id());
+    ASSERT_EQ(told.unknown_fields().field_count(), 2);
+    EXPECT_EQ(told.unknown_fields().field(0).varint(), 1234u);
+    EXPECT_EQ(told.unknown_fields().field(1).varint(), 99u);
+    ASSERT_EQ(told.preset_array_size(), 1);
+    const auto& unknown = told.preset_array(0).unknown_fields();
     ASSERT_EQ(unknown.field_count(), 3);
     EXPECT_EQ(unknown.field(0).varint(), 200u);
     EXPECT_EQ(unknown.field(1).varint(), 300u);

@@ -46,8 +46,7 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"unknown status ids", {0x13, 200}, {0x13, 0}}, ReadCase{"an unknown category", {0x14, 2}, {0x14, 2}},
         ReadCase{"an unknown type of settings", {0x92, 2}, {0x92, 2}},
         ReadCase{"an unknown type of status", {0x23, 8}, {0x23, 2}}, ReadCase{"an empty message", {}, {0x00, 2}},
-        ReadCase{"a protobuf query without action", {0xF5}, {0xF5, 2}}),
-    [](const auto& info) { return "Case" + std::to_string(info.index); });
+        ReadCase{"a protobuf query without action", {0xF5}, {0xF5, 2}}));
 
 struct InterestCase {
     Bytes request;
@@ -90,8 +89,7 @@ INSTANTIATE_TEST_SUITE_P(
                     InterestCase{{0x53, 29}, kStatus, {8, 13, 29}, {0x53, 0, 29, 3, 'c', 'a', 'm'}},
                     InterestCase{{0x53, 250}, kStatus, {8, 13}, {0x53, 0}},
                     InterestCase{{0x73}, kStatus, {}, {0x73, 0}}, InterestCase{{0x73, 8}, kStatus, {13}, {0x73, 0}},
-                    InterestCase{{0x73, 250}, kStatus, {8, 13}, {0x73, 0}}),
-    [](const auto& info) { return "Case" + std::to_string(info.index); });
+                    InterestCase{{0x73, 250}, kStatus, {8, 13}, {0x73, 0}}));
 
 TEST_F(QueryTest, SaysWhatItDoesInTheLog) {
     const struct {

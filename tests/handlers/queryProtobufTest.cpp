@@ -136,17 +136,16 @@ TEST_F(QueryTest, CahAnswerCarriesEveryState) {
 
     const Outcome outcome = Run(Protobuf(126));
 
-    EXPECT_EQ(outcome.answer,
-              (Bytes{0xF5, 0xFE, 8,  3, 16, 1, 24, 2, 32, 4,  40,   5,    48,   6, 56,   7, 64,   8,    72, 5, 80,
-                     0,    88,   1,  96, 2, 0x68, 0, 0x70, 1,  0x78, 2,    0x80, 1, 0,    0x88, 1, 3,    0x90, 1, 0xAC,
-                     2,    0x98, 1,  45, 0xA0, 1, 1}));
+    EXPECT_EQ(outcome.answer, (Bytes{0xF5, 0xFE, 8,  3,    16, 1, 24,   2, 32,   4, 40,   5, 48,   6,    56,   7,
+                                     64,   8,    72, 5,    80, 0, 88,   1, 96,   2, 0x68, 0, 0x70, 1,    0x78, 2,
+                                     0x80, 1,    0,  0x88, 1,  3, 0x90, 1, 0xAC, 2, 0x98, 1, 45,   0xA0, 1,    1}));
     EXPECT_EQ(fakes::Calls(), kCahReads);
 }
 
 TEST_F(QueryTest, CahAnswerTellsWhatCouldNotBeRead) {
-    for (const uint8_t key : {97, 98, 99, 102, 108, 109, 157}) {
-        fakes::SetCsi(key, Le32(1));
-        fakes::OnCsiGet(key, -1);
+    for (const auto& [operation, key, argument] : kCahReads) {
+        fakes::SetCsi(static_cast<uint8_t>(key), Le32(1));
+        fakes::OnCsiGet(static_cast<uint8_t>(key), -1);
     }
     NotifyCsi(94, fakes::BytesOf("0:0:0"));
 
@@ -205,8 +204,9 @@ TEST_P(QueryLiveStream, AnswersStatusErrorAndEncode) {
     const Outcome outcome = Run(Protobuf(116));
 
     ASSERT_GT(outcome.answer.size(), 11u);
-    EXPECT_EQ(Bytes(outcome.answer.begin(), outcome.answer.begin() + 11),
-              (Bytes{0xF5, 0xF4, 8, test.status, 16, test.error, 24, static_cast<uint8_t>(test.encode == 1), 32, 0xA0, 6}));
+    EXPECT_EQ(
+        Bytes(outcome.answer.begin(), outcome.answer.begin() + 11),
+        (Bytes{0xF5, 0xF4, 8, test.status, 16, test.error, 24, static_cast<uint8_t>(test.encode == 1), 32, 0xA0, 6}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Protobuf, QueryLiveStream,
@@ -336,7 +336,7 @@ TEST_F(QueryTest, ClientIdIsCarriedAsItIs) {
 
         const Outcome outcome = Run(Protobuf(125));
 
-        EXPECT_EQ(outcome.answer, (Bytes{0xF5, 0xFD, 10}) + length + id + Bytes{16, 1});
+        EXPECT_EQ(outcome.answer, (Bytes{0xF5, 0xFD, 10} + length + id + Bytes{16, 1}));
         EXPECT_EQ(fakes::Calls(), (Calls{CsiGet(105)}));
     }
     fakes::OnCsiGet(105, -1);
