@@ -26,14 +26,15 @@ T numberAt(ByteView bytes, size_t offset = 0) {
 
 template <typename T>
 void append(Bytes& bytes, const T& value) {
-    const auto* first = reinterpret_cast<const uint8_t*>(&value);
-    bytes.insert(bytes.end(), first, first + sizeof value);
+    const size_t end = bytes.size();
+    bytes.resize(end + sizeof value);
+    std::memcpy(bytes.data() + end, &value, sizeof value);
 }
 
 template <typename T>
 Bytes bytesOf(const T& value) {
-    Bytes bytes;
-    append(bytes, value);
+    Bytes bytes(sizeof value);
+    std::memcpy(bytes.data(), &value, sizeof value);
     return bytes;
 }
 
