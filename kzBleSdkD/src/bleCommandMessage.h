@@ -7,8 +7,8 @@
 // One object serves all messages of one client, one after the other. Command thread only; calls block while the camera
 // answers.
 //
-// Sources: bleCommandMessage.cpp (parsing and dispatch), bleCommandHandlers.cpp (the plain commands),
-// bleCommandProtobuf.cpp and bleLiveStream.cpp (the protobuf commands).
+// Sources: bleCommandMessage.cpp (parsing and dispatch), bleCommandHandlers.cpp (the table and most plain commands),
+// bleCommandDateTime.cpp, bleCommandClientInfo.cpp, bleCommandProtobuf.cpp and bleLiveStream.cpp (protobuf commands).
 #pragma once
 
 #include <cstdint>

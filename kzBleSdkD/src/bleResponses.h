@@ -8,9 +8,8 @@
 //   BleSettingsResponseMessage  setting id, error code
 //   BleQueryResponse            category | type << 4, result
 //   ...CurrentValueResponse     header, then per entry in ascending id: id, L, data
-//   ...CurrentCapabilities...   header, then per entry: per allowed value id, L, value; an entry without values: id, 0
-//   ...CapabilitiesAndNames...  as above with the option's name (no length byte) behind each value; without values: id,
-//   0, 0
+//   ...CurrentCapabilities...   header, then per allowed value of each entry: id, L, value; an entry without: id, 0
+//   ...CapabilitiesAndNames...  as above with the option's name (no length byte) behind each value; without: id, 0, 0
 #pragma once
 
 #include <cstddef>
