@@ -1,3 +1,12 @@
 # The roads through the whole daemon, measured on its real binary in a private world.
-add_executable(roadsBench ${CMAKE_CURRENT_SOURCE_DIR}/roadsBench.cpp)
-target_link_libraries(roadsBench PRIVATE kzOptions)
+if(KZ_BUILD_TESTS)
+  add_executable(roadsEmpty ${CMAKE_CURRENT_SOURCE_DIR}/roadsEmpty.cpp)
+  target_link_libraries(roadsEmpty PRIVATE kzOptions kzBleCore)
+
+  find_package(ZLIB REQUIRED)
+  add_executable(roadsBench ${CMAKE_CURRENT_SOURCE_DIR}/roadsBench.cpp ${CMAKE_CURRENT_SOURCE_DIR}/roadsRig.cpp)
+  target_link_libraries(roadsBench PRIVATE kzOptions kzE2eEngine kzBleModel ZLIB::ZLIB)
+  target_compile_definitions(roadsBench PRIVATE KZ_ROADS_EMPTY="$<TARGET_FILE:roadsEmpty>"
+                                                KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts")
+  add_dependencies(roadsBench kzBleSdkD roadsEmpty)
+endif()
