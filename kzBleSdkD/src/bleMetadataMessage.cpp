@@ -5,6 +5,7 @@
 #include "MemStream.h"
 #include "bleDevice.h"
 #include "bleSDK.h"
+#include "dispatchTable.h"
 #include "kzBleServer.h"
 #include "kzmfWriter.h"
 #include "utils.h"
@@ -80,16 +81,14 @@ struct BleMetadataMessage::CommandRow {
 
 const BleMetadataMessage::CommandRow* BleMetadataMessage::FindCommand(uint8_t commandId) {
     using Message = BleMetadataMessage;
-    static constexpr CommandRow kCommands[] = {
-        {eBleMetadataWrite, &Message::DeserializeSample, &Message::WriteSample},
-        {eBleMetadataRegisterDevice, &Message::DeserializeDevice, &Message::RegisterDevice},
-        {eBleMetadataRegister4CC, &Message::DeserializeKey, &Message::RegisterKey},
-        {eBleMultekDisip, &Message::DeserializeParameter, &Message::SetDisplayInterest},
-        {eBleLedRegister, &Message::DeserializeParameter, &Message::SetLedInterest},
-    };
-    const auto* row = std::find_if(std::begin(kCommands), std::end(kCommands),
-                                   [=](const CommandRow& candidate) { return candidate.id == commandId; });
-    return row != std::end(kCommands) ? row : nullptr;
+    static constexpr DispatchTable kCommands({
+        CommandRow{eBleMetadataWrite, &Message::DeserializeSample, &Message::WriteSample},
+        CommandRow{eBleMetadataRegisterDevice, &Message::DeserializeDevice, &Message::RegisterDevice},
+        CommandRow{eBleMetadataRegister4CC, &Message::DeserializeKey, &Message::RegisterKey},
+        CommandRow{eBleMultekDisip, &Message::DeserializeParameter, &Message::SetDisplayInterest},
+        CommandRow{eBleLedRegister, &Message::DeserializeParameter, &Message::SetLedInterest},
+    });
+    return kCommands.Find(commandId);
 }
 
 // ---------------------------------------------------------------- parsing

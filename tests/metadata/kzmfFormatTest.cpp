@@ -39,6 +39,9 @@ struct ValidityCase {
     bool valid;
     bool validOutside;  // without a look into the containers
 };
+void PrintTo(const ValidityCase& row, std::ostream* out) {
+    *out << row.name;
+}
 const std::string kStream = Container("STRM", Record("HRAT", 'S', 2, 1, std::string("\0H", 2)));
 const ValidityCase kValidityCases[] = {
     {"Empty", "", true, true},

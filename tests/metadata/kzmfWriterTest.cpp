@@ -16,6 +16,9 @@ struct TypeCase {
     int swapUnit;
     const char* stored;  // data and padding of one value given as the bytes 01, 02, ...
 };
+void PrintTo(const TypeCase& row, std::ostream* out) {
+    *out << row.type;
+}
 constexpr TypeCase kTypeCases[] = {
     {'b', 1, 1, "01 00 00 00"},
     {'B', 1, 1, "01 00 00 00"},
@@ -99,6 +102,9 @@ struct ComplexCase {
     uint32_t structureSize;
     const char* stored;  // of one sample 01, 02, ...
 };
+void PrintTo(const ComplexCase& row, std::ostream* out) {
+    *out << row.name;
+}
 constexpr ComplexCase kComplexCases[] = {
     {"FieldsByTheirTypes", "SLb", 7, "02 01 06 05 04 03 07 00"},
     {"TextShorterThanTheSample", "S", 6, "02 01 03 04 05 06 00 00"},
@@ -182,6 +188,9 @@ struct FlagCase {
     const char* payload;  // after 0x0102 under "OLD1" and 0x0304 under "NEW1", the latter with the flags
     const char* sticky;
 };
+void PrintTo(const FlagCase& row, std::ostream* out) {
+    *out << row.name;
+}
 constexpr FlagCase kFlagCases[] = {
     {"None", 0, "4F 4C 44 31 53 02 00 01 01 02 00 00 4E 45 57 31 53 02 00 01 03 04 00 00",
      "54 53 4D 50 4C 04 00 01 00 00 00 02"},
