@@ -337,8 +337,8 @@ class KzBleServer {
     QueueHandle m_csiMq;
     QueueHandle m_bleRxMq;
     QueueHandle m_bleTxMq;
-    std::unique_ptr<unsigned char[]>
-        m_msgBuffer;  // receive buffer of three queues, and response buffer of every handler
+    // Receive buffer of three queues, and response buffer of every handler.
+    std::unique_ptr<unsigned char[]> m_msgBuffer;
     pthread_t m_thread{};
     bool m_threadStarted = false;
     std::atomic<bool> m_running{false};

@@ -1,0 +1,2 @@
+kz_add_fuzzer(packetStreamFuzz SOURCES packetStreamFuzz.cpp LIBS kzBleFraming)
+kz_add_fuzzer(accessoryImageFuzz SOURCES accessoryImageFuzz.cpp LIBS kzBleCore)

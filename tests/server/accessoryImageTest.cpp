@@ -1,0 +1,93 @@
+#include "accessoryImage.h"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "serverFixture.h"
+
+namespace server_test {
+namespace {
+
+constexpr uint8_t kRemote = KZ_CALLER_ALDER;
+
+TEST(AccessoryImageParseTest, FieldsAreReadFromTheHeader) {
+    Bytes file = ImageFile(Counting(30), 1, 2, 3);
+    file.push_back(0xFF);  // behind the image
+
+    const std::optional<AccessoryImage> image = ParseAccessoryImage(file);
+
+    ASSERT_TRUE(image.has_value());
+    EXPECT_EQ(image->version.AsNumber(), 0x010203u);
+    EXPECT_EQ(Bytes(image->image.begin(), image->image.end()), Counting(30));
+    EXPECT_EQ(fakes::Le32(image->storedCrc), Bytes(file.begin(), file.begin() + 4));
+}
+
+TEST(AccessoryImageParseTest, FileShorterThanItsHeaderSaysIsNoImage) {
+    const Bytes file = ImageFile(Counting(30), 1, 2, 3);
+    for (size_t length = 0; length < file.size(); ++length) {
+        // In a buffer of its own, so that a step beyond it shows.
+        const Bytes cut(file.begin(), file.begin() + static_cast<ptrdiff_t>(length));
+        EXPECT_FALSE(ParseAccessoryImage(cut).has_value()) << length;
+    }
+    Bytes huge = file;
+    std::fill(huge.begin() + 16, huge.begin() + 20, uint8_t{0xFF});
+    EXPECT_FALSE(ParseAccessoryImage(huge).has_value());
+}
+
+TEST(AccessoryImageVersionTest, CardMayGoBackTheCameraOnlyForward) {
+    const AccessoryVersion accessory{1, 2, 3};
+    const struct {
+        AccessoryVersion image;
+        ImageVerdict fromCard;
+        ImageVerdict fromCamera;
+    } rows[] = {
+        {{1, 2, 3}, ImageVerdict::kSameVersion, ImageVerdict::kSameVersion},
+        {{1, 2, 2}, ImageVerdict::kAccept, ImageVerdict::kOlder},
+        {{1, 2, 4}, ImageVerdict::kAccept, ImageVerdict::kAccept},
+        {{1, 3, 0}, ImageVerdict::kAccept, ImageVerdict::kAccept},
+        {{0, 255, 255}, ImageVerdict::kAccept, ImageVerdict::kOlder},
+        {{2, 0, 0}, ImageVerdict::kAccept, ImageVerdict::kAccept},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(JudgeImageVersion(accessory, row.image, true), row.fromCard) << row.image.AsNumber();
+        EXPECT_EQ(JudgeImageVersion(accessory, row.image, false), row.fromCamera) << row.image.AsNumber();
+    }
+}
+
+class AccessoryImageSearchTest : public ServerTest {};
+
+TEST_F(AccessoryImageSearchTest, FirstMatchingNameInByteOrderIsTheImage) {
+    for (const char* name : {"KZ_REMOTE_FW_b.bin", "KZ_REMOTE_FW_a.bin.old", "KZ_REMOTE_FW_a.img",
+                             "xKZ_REMOTE_FW_0.bin", "kz_remote_fw_0.bin", "KZ_SHUTTER_REMOTE_FW.bin"}) {
+        WriteFile(std::string("/tmp/fuse_d/") + name, {1});
+    }
+
+    EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_MAPLE), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_BIRCH), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+}
+
+TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
+    WriteFile("/tmp/secret", {1});
+    std::filesystem::create_directory("/tmp/fuse_d/KZ_REMOTE_FW_0.bin");
+    ASSERT_EQ(mkfifo("/tmp/fuse_d/KZ_REMOTE_FW_1.bin", 0600), 0);
+    std::filesystem::create_symlink("/tmp/secret", "/tmp/fuse_d/KZ_REMOTE_FW_2.bin");
+    std::filesystem::create_symlink("../secret", "/tmp/fuse_d/KZ_REMOTE_FW_3.bin");
+    std::filesystem::create_symlink("nowhere", "/tmp/fuse_d/KZ_REMOTE_FW_4.bin");
+    EXPECT_EQ(FindAccessoryImage(kRemote), "");
+
+    WriteFile("/tmp/fuse_d/image", {1});
+    std::filesystem::create_symlink("image", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+
+    EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+}
+
+TEST_F(AccessoryImageSearchTest, DirectoryThatCannotBeReadCountsAsEmpty) {
+    std::filesystem::remove_all("/tmp/fuse_d");
+
+    EXPECT_EQ(FindAccessoryImage(kRemote), "");
+}
+
+}  // namespace
+}  // namespace server_test
