@@ -67,6 +67,12 @@ constexpr uint32_t kControlOwner = 114;
 // Values of status kCardState.
 enum : uint32_t { kCardUsable = 0, kCardFull = 1, kCardRemoved = 2 };
 
+// Values of CSI key CSI_WOM_STATE: state, category, sub, error, low byte first. The cloud's protocol knows one category
+// and one sub only.
+constexpr uint32_t kWomNoDetail = 0x007f7f00;
+constexpr uint32_t kWomNotTriggered = kWomNoDetail | 5;
+constexpr uint32_t kWomUploading = kWomNoDetail | 12;
+
 // Values of status kCaptureMode.
 enum : uint32_t { kModeVideo = 0, kModePhoto = 1, kModeTimeLapse = 2, kModeCount = 3 };
 

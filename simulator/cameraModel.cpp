@@ -47,7 +47,7 @@ constexpr struct {
     {CSI_WMS_REQUEST, 0},
     {CSI_WMS_STATE, 0},
     {CSI_DEVICE_MGR_STATE, 0},
-    {CSI_WOM_STATE, 5},
+    {CSI_WOM_STATE, kWomNotTriggered},
     {CSI_CAHA_STATE, 0},
     {CSI_CAH_FEATURE_ENABLE, 1},
     {CSI_CAH_ACTIVE, 0},

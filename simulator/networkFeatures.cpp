@@ -1,5 +1,6 @@
 #include "networkFeatures.h"
 
+#include "cameraIds.h"
 #include "csi/csiKeys.h"
 #include "report.h"
 
@@ -25,8 +26,6 @@ enum : uint32_t {
     kWmsIdle = 0,
     kWmsConfig = 17,
     kWmsReady = 18,
-    kUploadIdle = 5,
-    kUploadRunning = 1,
     kUpdateIdle = 0,
     kUpdateDownloading = 1,
     kUpdateVerifying = 2,
@@ -76,7 +75,7 @@ void NetworkFeatures::csiWritten(uint8_t key) {
 
 void NetworkFeatures::startUpload() {
     m_camera.setCsiNumber(CSI_CAH_ACTIVE, 1);
-    m_camera.setCsiNumber(CSI_WOM_STATE, kUploadRunning);
+    m_camera.setCsiNumber(CSI_WOM_STATE, kWomUploading);
     uploadStep(1, 0);
 }
 
@@ -95,7 +94,7 @@ void NetworkFeatures::uploadStep(uint32_t file, uint32_t percent) {
 void NetworkFeatures::cancelUpload() {
     m_loop.cancel(m_upload);
     m_camera.setCsiNumber(CSI_CAH_ACTIVE, 0);
-    m_camera.setCsiNumber(CSI_WOM_STATE, kUploadIdle);
+    m_camera.setCsiNumber(CSI_WOM_STATE, kWomNotTriggered);
 }
 
 // ---------------------------------------------------------------- software update
