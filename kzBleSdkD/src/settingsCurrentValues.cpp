@@ -96,6 +96,10 @@ void ReadPart(const Push& push, const cJSON* part, int tableSize, WidthOf&& widt
     }
 }
 
+bool HasMembers(const cJSON* part) {
+    return part != nullptr && cJSON_IsObject(part) && part->child != nullptr;
+}
+
 unsigned long NumberForLog(const FlexValue& value) {
     return value.GetDataLength() != 0 ? value.GetUI32Value() : 0;
 }
@@ -129,13 +133,13 @@ uint8_t SettingsStatusMapping::CurrentSettingsStatusFromJSON(const char* text, b
     }
     uint8_t result = 0;
     bool blacklistsAffected = false;
-    if (cJSON_IsObject(settings) && settings->child != nullptr) {
+    if (HasMembers(settings)) {
         ReadPart(
             push, settings, kSettingsTableSize, [&](int id) { return kzSettingWidth(modelNumber, id); },
             [&](int id, FlexValue&& value) { blacklistsAffected |= StoreSetting(id, std::move(value)); });
         result |= kSettingsChanged;
     }
-    if (cJSON_IsObject(status)) {
+    if (HasMembers(status)) {
         ReadPart(
             push, status, kStatusTableSize, [&](int id) { return kzStatusWidth(modelNumber, id); },
             [&](int id, FlexValue&& value) {

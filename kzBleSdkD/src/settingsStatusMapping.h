@@ -41,7 +41,7 @@ class SettingsStatusMapping {
     static constexpr int kStatusIdPresetGroup = 96;
     static constexpr int kStatusIdPreset = 97;
     // A larger settings.json is refused; real ones have up to some 600 KB.
-    static constexpr int64_t kMaxFileSize = 8 * 1024 * 1024;
+    static constexpr int64_t kMaxFileSize = int64_t{8} * 1024 * 1024;
 
     // Bits of the result of CurrentSettingsStatusFromJSON.
     static constexpr uint8_t kSettingsChanged = 1;
