@@ -1,6 +1,7 @@
 // Firmware image files of any content: the header's length may claim anything.
 //
 // The file lies in a buffer of exactly its size. What is accepted must lie within it.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
