@@ -123,7 +123,7 @@ bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data,
         // The header of the next packet; the counter starts at 0 with the second.
         header.m_isStart = false;
         header.m_headerLength = 1;
-        header.m_counter = first ? 0 : static_cast<uint8_t>((header.m_counter + 1) % 16);
+        header.m_counter = first ? uint8_t{0} : static_cast<uint8_t>((header.m_counter + 1) % 16);
 
         DumpRecord(packet);
         if (!SendOrHold(packet, QueueRoom::kKnown)) {
