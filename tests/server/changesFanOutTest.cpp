@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "bleSDK.h"
 #include "changesFixture.h"
 
 namespace {

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <map>
+#include <utility>
 
 namespace {
 
