@@ -1,6 +1,7 @@
 // Small helpers for byte strings whose numbers are in the camera's (little-endian, the host's) order.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -29,6 +30,12 @@ void append(Bytes& bytes, const T& value) {
     const size_t end = bytes.size();
     bytes.resize(end + sizeof value);
     std::memcpy(bytes.data() + end, &value, sizeof value);
+}
+
+inline void appendBytes(Bytes& bytes, ByteView more) {
+    const size_t end = bytes.size();
+    bytes.resize(end + more.size());
+    std::copy(more.begin(), more.end(), bytes.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
 template <typename T>

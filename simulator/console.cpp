@@ -424,7 +424,7 @@ Console::Console(EventLoop& loop, const Roles& roles)
           report("console", "%s: %s", words.empty() ? "" : words[0].c_str(),
                  answer.done ? "done" : answer.text.c_str());
           Bytes reply{static_cast<uint8_t>(answer.done ? 0 : 1)};
-          reply.insert(reply.end(), answer.text.begin(), answer.text.end());
+          appendBytes(reply, viewOf(answer.text));
           return reply;
       }) {}
 

@@ -212,7 +212,7 @@ void NetworkDaemon::flush(Subscriber& subscriber) {
             }
             records.push_back(one.key);
             append(records, static_cast<uint32_t>(one.value.size()));
-            records.insert(records.end(), one.value.begin(), one.value.end());
+            appendBytes(records, one.value);
             ++count;
         }
         const bool several = count > 1 || subscriber.initial;

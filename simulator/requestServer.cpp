@@ -15,7 +15,7 @@ Bytes answer(ByteView record, const RequestServer::Handler& handler) {
     header.result = reply.result;
     Bytes bytes = bytesOf(header);
     if (reply.result == 0) {
-        bytes.insert(bytes.end(), reply.payload.begin(), reply.payload.end());
+        appendBytes(bytes, reply.payload);
     }
     return bytes;
 }
