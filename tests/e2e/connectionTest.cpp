@@ -73,6 +73,8 @@ struct Gate {
     uint8_t answerStream;
     const char* request;
     const char* answer;
+
+    friend void PrintTo(const Gate& row, std::ostream* out) { *out << row.name; }
 };
 
 class Gates : public E2e, public testing::WithParamInterface<Gate> {};

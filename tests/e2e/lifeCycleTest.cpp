@@ -133,6 +133,8 @@ struct BrokenCatalogue {
     const char* name;
     const char* content;
     const char* text;
+
+    friend void PrintTo(const BrokenCatalogue& row, std::ostream* out) { *out << row.name; }
 };
 
 class BrokenSettings : public E2e, public testing::WithParamInterface<BrokenCatalogue> {};

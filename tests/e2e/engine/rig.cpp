@@ -73,7 +73,12 @@ Rig::Rig(const Options& options) : m_options(options) {
     }
 }
 
-Rig::~Rig() = default;
+Rig::~Rig() {
+    // A killed daemon leaves its queues; the next rig of this world starts without.
+    daemon.kill();
+    mq_unlink(kEventQueue);
+    mq_unlink(kCsiQueue);
+}
 
 void Rig::openRadio() {
     radio.emplace(m_options.transmitDepth);

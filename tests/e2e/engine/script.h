@@ -63,7 +63,7 @@ Step calls(const std::vector<std::string>& expected);  // all since the last loo
 Step tellsNet(const std::string& message);             // TlvMessage::text of the next message to the network daemon
 Step logs(const std::string& level, const std::string& message, const std::string& module);
 Step settles();  // everything so far has been handled; packets may wait
-Step quiet();  // no packet waits and none of what was sent is still unhandled
+Step quiet();    // no packet waits and none of what was sent is still unhandled
 
 // Stops at the first step that fails.
 void play(Rig& rig, const Script& script);
