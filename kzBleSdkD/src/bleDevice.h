@@ -141,7 +141,8 @@ class BleNotificationClient : public NotificationClient {
     void RefillStoredPushes();
     // The entry of a push type; null for a type without one.
     StoredResponse* StoredPush(eNotificationType_t type);
-    // The first entry in priority order that is enabled and holds data; null if none. Owed pushes take their places first.
+    // The first entry in priority order that is enabled and holds data; null if none. Owed pushes take their places
+    // first.
     StoredResponse* GetHighestPriorityStoredResponse();
 
     // ---- message processing, one per interface. `packet` is the record's 20-byte data area, `response` the server's

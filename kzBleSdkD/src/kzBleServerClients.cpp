@@ -162,12 +162,16 @@ bool KzBleServer::AddClient(const ble_message_t& record) {
 
 // The id that the device had on an earlier connection, or a new one.
 uint8_t KzBleServer::DeviceIdOfAddress(const uint8_t* address) {
+    const deviceInfo_t* known = nullptr;
     for (const deviceInfo_t& device : m_deviceHistory) {
         LOG_INFO("History devId= %d addr = %02X%02X%02X%02X%02X%02X", device.deviceId, device.address[0],
                  device.address[1], device.address[2], device.address[3], device.address[4], device.address[5]);
         if (std::equal(device.address, device.address + kBleAddressSize, address)) {
-            return device.deviceId;
+            known = &device;
         }
+    }
+    if (known != nullptr) {
+        return known->deviceId;
     }
     deviceInfo_t device{};
     device.deviceId = ++m_lastDeviceId;

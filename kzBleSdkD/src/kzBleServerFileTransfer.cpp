@@ -1,5 +1,7 @@
 // File transfers: the one slot, starts and ends, and the pumps that put packets into the radio queue as far as ordinary
 // traffic leaves room.
+#include <algorithm>
+
 #include "csi/csiKeys.h"
 #include "kzBleServer.h"
 #include "utils.h"

@@ -81,6 +81,7 @@ bool KzBleServer::WriteRecord(const ble_message_t& record, QueueRoom room) {
 }
 
 bool KzBleServer::SendOrHold(const ble_message_t& record, QueueRoom room) {
+    DumpRecord(record);
     if (m_packetHolding) {
         QueuePacket(record);
         return true;
@@ -94,7 +95,6 @@ bool KzBleServer::SendOrHold(const ble_message_t& record, QueueRoom room) {
 }
 
 bool KzBleServer::PostPacket(ble_message_t& record) {
-    DumpRecord(record);
     return SendOrHold(record, QueueRoom::kUnknown);
 }
 
@@ -125,7 +125,6 @@ bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data,
         header.m_headerLength = 1;
         header.m_counter = first ? uint8_t{0} : static_cast<uint8_t>((header.m_counter + 1) % 16);
 
-        DumpRecord(packet);
         if (!SendOrHold(packet, QueueRoom::kKnown)) {
             LOG_ERROR("Failed to send packet to ble client. Response remainder will be dropped!!");
             break;
