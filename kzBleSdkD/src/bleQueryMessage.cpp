@@ -15,6 +15,7 @@ namespace {
 
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
+constexpr unsigned kHeaderSize = 2;  // of every answer
 constexpr size_t kMaxPayload = 255;  // what its one-byte length can say
 
 enum : uint32_t {
@@ -281,6 +282,10 @@ int BleQueryMessage::ExecutePlain(BleNotificationClient& client, MemoryStream& s
         LOG_ERROR("Invalid category:%d and type:%d", m_category, m_type);
         return KZ_ERR_INVALID_PARAM;
     }
+    if (stream.getRemainder() < kHeaderSize) {
+        LOG_ERROR("No room for an answer in %d bytes", stream.getRemainder());
+        return KZ_ERR;
+    }
     row->logName(static_cast<int>(m_ids.size()));
     SettingsStatusMapping* model = BleSDK::LoadedMapping();
     if (model == nullptr) {
@@ -301,6 +306,10 @@ int BleQueryMessage::ExecutePlain(BleNotificationClient& client, MemoryStream& s
 
 int BleQueryMessage::HandleError(int error, uint8_t* response, uint16_t* responseLength) {
     MemoryStream stream(response, *responseLength);
+    if (stream.getRemainder() < kHeaderSize) {
+        *responseLength = 0;
+        return 0;
+    }
     stream << BleQueryResponse(m_category, m_type, static_cast<uint32_t>(BleSDK::SetKZErrNo(error)));
     *responseLength = stream.getLength();
     return 0;

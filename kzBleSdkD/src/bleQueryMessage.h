@@ -27,9 +27,10 @@ class BleQueryMessage : public FragmentedMessageBuilder {
     int Deserialize() override;
     void Reset(int length) override;
     // Carries the query out and writes its answer; *responseLength is the capacity on entry and the answer's length on
-    // return, 0 after an error. Returns KZ_OK or the error whose answer the caller gets from HandleError.
+    // return, 0 after an error. Returns KZ_OK or the error whose answer the caller gets from HandleError; KZ_ERR also
+    // for a capacity below the two bytes of a header, or below the 2402 bytes that any protobuf answer fits.
     int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
-    // Writes the two bytes of an error answer. 0.
+    // Writes the two bytes of an error answer, none into a smaller buffer. 0.
     int HandleError(int error, uint8_t* response, uint16_t* responseLength);
     void Dump() const;
 

@@ -37,7 +37,9 @@ namespace {
 
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
-constexpr int kAnswerSizeLimit = 2400;  // an answer that reaches it is refused
+constexpr int kHeaderSize = 2;
+constexpr int kAnswerSizeLimit =
+    2400;  // no answer message is longer; one that reaches it with its header may be refused
 
 // What a handler gets. It writes its answer message to the stream, behind the two header bytes.
 struct Query {
@@ -397,6 +399,10 @@ int BleQueryMessage::ExecuteProtobuf(BleNotificationClient& client, MemoryStream
         return KZ_ERR_INVALID_PARAM;
     }
     LOG_AT(row->nameLevel, "%s", row->name);
+    if (stream.getRemainder() < kAnswerSizeLimit + kHeaderSize) {
+        LOG_ERROR("No room for a protobuf answer in %d bytes", stream.getRemainder());
+        return KZ_ERR;
+    }
     stream << kQueryFeatureId << static_cast<unsigned char>(m_actionId | kProtobufAnswerBit);
     const int error = row->handle(Query{m_payload, client, *KzBleServer::GetInstance(), stream});
     if (row->logTooLong != nullptr && stream.getLength() >= kAnswerSizeLimit) {

@@ -394,7 +394,9 @@ int KzBleServer::csi_set_no_rsp(uint8_t key, const void* value, uint32_t length)
     }
     const csiStruct header{key, length};
     std::memcpy(record, &header, kCsiHeaderSize);
-    std::memcpy(record + kCsiHeaderSize, value, length);
+    if (length > 0) {
+        std::memcpy(record + kCsiHeaderSize, value, length);
+    }
     kzmsg message;
     kzmsg_build(&message, "CI", record, static_cast<uint32_t>(kCsiHeaderSize + length), CAT_KZNET_CMD);
     return kzmsg_try_send(&message, kMqKzNet, kMqKzNet, nullptr, 0) == KZ_SEND_OK ? 0 : -1;

@@ -65,6 +65,7 @@ ChangesTest::ChangesTest() {
     played::SetDepth(kMqKzNet, 40);
     KzBleServerTestAccess::Open(mq_open(kMqToSkylark, O_WRONLY));
     LoadCatalogue(kCatalogue);
+    fakes::ForgetCalls();
 }
 
 ChangesTest::~ChangesTest() {

@@ -1,0 +1,13 @@
+if(NOT TARGET kzFakes)
+  add_subdirectory(${PROJECT_SOURCE_DIR}/tests/fakes ${PROJECT_BINARY_DIR}/tests/fakes)
+endif()
+kz_add_fuzzer(queryMessageFuzz SOURCES queryMessageFuzz.cpp LIBS kzFakes kzBleCore)
+kz_add_fuzzer(
+  csiMessageFuzz
+  SOURCES
+  csiMessageFuzz.cpp
+  ${PROJECT_SOURCE_DIR}/tests/server/playedQueues.cpp
+  LIBS
+  kzFakes
+  kzBleCore)
+target_include_directories(csiMessageFuzz PRIVATE ${PROJECT_SOURCE_DIR}/tests/server)
