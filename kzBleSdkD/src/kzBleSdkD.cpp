@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "kzBleServer.h"
+#include "startUpMemory.h"
 #include "utils.h"
 
 namespace {
@@ -25,6 +26,7 @@ bool WaitForCommandThread() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    UseOneHeap();
     kzUtilSetLogLevel(KZ_LOG_DEBUG);
     if (const int result = daemon_init(); result != 0) {
         LOG_ERROR("kzBleD daemon_init failed %d", result);
@@ -41,6 +43,7 @@ int main(int argc, char** argv) {
         LOG_ERROR("Exiting kzBleSdkD daemon due to error");
         return -1;
     }
+    ReleaseStartUpMemory();
     while (KzBleServer::GetInstance()->IsRunning()) {
         sleep(1);
     }

@@ -3,7 +3,6 @@
 
 #include <cjson/cJSON.h>
 #include <fcntl.h>
-#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <initializer_list>
 
 #include "filterTable.h"
+#include "jsonArena.h"
 #include "jsonText.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "utils.h"
@@ -195,13 +195,6 @@ void ReadVersion(const cJSON* root, std::string& version) {
     version = text;
 }
 
-// What parsing used is handed back to the system: the tree is several times the size of the catalogue.
-void ReturnFreeMemory() {
-#ifdef __GLIBC__
-    malloc_trim(0);
-#endif
-}
-
 std::string Join(const std::vector<int>& numbers) {
     std::string text;
     for (const int number : numbers) {
@@ -298,6 +291,7 @@ SettingsStatusMapping::~SettingsStatusMapping() = default;
 // ---------------------------------------------------------------- parser
 
 bool SettingsStatusMapping::ParseJsonFile(const std::string& path) {
+    const JsonArena arena;
     bool complete = false;
     if (const JsonTree root = ParseSettingsFile(path); root != nullptr) {
         ReadVersion(root.get(), version);
@@ -306,7 +300,6 @@ bool SettingsStatusMapping::ParseJsonFile(const std::string& path) {
             ParseFilters(root.get());
         }
     }
-    ReturnFreeMemory();
     return complete;
 }
 

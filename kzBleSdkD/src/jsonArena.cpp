@@ -1,0 +1,67 @@
+#include "jsonArena.h"
+
+#include <cjson/cJSON.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace {
+
+constexpr size_t kFirstBlockSize = size_t{16} * 1024;
+constexpr size_t kMaxBlockSize = size_t{512} * 1024;
+constexpr size_t kAlignment = 8;  // of pointers and doubles, all that a node holds
+
+constexpr size_t RoundUp(size_t size) {
+    return (size + kAlignment - 1) & ~(kAlignment - 1);
+}
+
+}  // namespace
+
+JsonArena* JsonArena::s_current = nullptr;
+
+JsonArena::JsonArena() {
+    s_current = this;
+    cJSON_Hooks hooks{Allocate, Free};
+    cJSON_InitHooks(&hooks);
+}
+
+JsonArena::~JsonArena() {
+    cJSON_InitHooks(nullptr);
+    s_current = nullptr;
+    for (const Block& block : m_blocks) {
+        munmap(block.begin, block.size);
+    }
+}
+
+void* JsonArena::Allocate(size_t size) {
+    return s_current->Take(size);
+}
+
+void JsonArena::Free(void*) {}
+
+void* JsonArena::Take(size_t size) {
+    if (size > PTRDIFF_MAX - kAlignment) {
+        return nullptr;
+    }
+    const size_t taken = RoundUp(size);
+    if ((m_blocks.empty() || m_blocks.back().size - m_used < taken) && !AddBlock(taken)) {
+        return nullptr;
+    }
+    void* memory = static_cast<char*>(m_blocks.back().begin) + m_used;
+    m_used += taken;
+    return memory;
+}
+
+// Populated at once: that costs less than a fault for each page.
+bool JsonArena::AddBlock(size_t atLeast) {
+    const size_t next = m_blocks.empty() ? kFirstBlockSize : std::min(m_blocks.back().size * 2, kMaxBlockSize);
+    const size_t size = std::max(atLeast, next);
+    void* begin = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+    if (begin == MAP_FAILED) {
+        return false;
+    }
+    m_blocks.push_back({begin, size});
+    m_used = 0;
+    return true;
+}
