@@ -29,6 +29,7 @@ constexpr long kRadioQueueDepth = 100;
 constexpr int kRadioOpenAttempts = 12;  // a second apart
 
 constexpr suseconds_t kTickMicroseconds = 500000;
+constexpr int kMaxShedAtOnce = 16;  // records, before the other queues are looked at
 
 // The CSI keys this daemon asks to be told of, as the payload of the subscription.
 constexpr uint8_t kSubscribedKeys[] = {
@@ -244,6 +245,7 @@ int KzBleServer::InterfaceClose() {
     }
     m_bleRxMq.Close();
     m_bleTxMq.Close();
+    m_radioDepth = 0;
     m_timer_fd.Close();
     m_msgBuffer.reset();
     m_lcdBuffer.reset();
@@ -312,6 +314,10 @@ void KzBleServer::HandleReadable(const fd_set& readable) {
     }
     if (FD_ISSET(m_bleRxMq, &readable)) {
         HandleBleMessage();
+        // A record is shed while many more wait: these need no select each.
+        for (int i = 1; i < kMaxShedAtOnce && m_shedding; ++i) {
+            HandleBleMessage();
+        }
     }
     if (FD_ISSET(m_csiMq, &readable)) {
         HandleCSINotification();

@@ -159,6 +159,9 @@ class KzBleServer {
     bool CheckClientsStoredResponses();
     // Free places; 0 when the queue is closed or unreadable. `capacity`, when given, gets the queue's depth.
     int GetBleTxQueueAvailability(int* capacity = nullptr);
+    // Bytes of the longest response that the radio queue takes when it is empty: a longer one could never be sent. The
+    // longest message while the queue is closed.
+    uint16_t GetLongestResponse();
     // Follows the depth of both radio queues; true when one is more than a third full and `tick` is a multiple of 3.
     bool TrackBleQStats(uint32_t tick);
     void ReportBleQStats();
@@ -339,6 +342,7 @@ class KzBleServer {
     QueueHandle m_bleTxMq;
     // Receive buffer of three queues, and response buffer of every handler.
     std::unique_ptr<unsigned char[]> m_msgBuffer;
+    bool m_shedding = false;  // whether the last radio record was shed
     pthread_t m_thread{};
     bool m_threadStarted = false;
     std::atomic<bool> m_running{false};
@@ -371,6 +375,7 @@ class KzBleServer {
     bool m_csiSubscribed = false;
     uint8_t m_rebootDelay = 0;      // ticks since an update became pending or was last requested; shared by all clients
     std::vector<int> m_pushIds;     // scratch of the buffer pushes, kept for its capacity
+    long m_radioDepth = 0;  // of the open queue, once asked for
     std::vector<int> m_changedIds;  // scratch of the fan-out: the change set
     std::vector<int> m_remainingIds;                     // and what of it is left for one client
     BleNotificationClient::StoredResponse m_filePacket;  // scratch of the transfers

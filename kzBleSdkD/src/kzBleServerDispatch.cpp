@@ -87,6 +87,7 @@ bool KzBleServer::ReceiveBLEMsg(ble_message_t& record) {
 }
 
 bool KzBleServer::HandleBleMessage() {
+    m_shedding = false;
     ble_message_t record;
     if (!ReceiveBLEMsg(record)) {
         return false;
@@ -143,7 +144,8 @@ void KzBleServer::HandleDataEvent(ble_message_t& record, int* kzErrno) {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleRxMq);
     const long waiting = queue ? queue->mq_curmsgs : 0;
     LOG_INFO("mq_curmsgs = %d", static_cast<int>(waiting));
-    if (waiting > kMaxRadioBacklog) {
+    m_shedding = waiting > kMaxRadioBacklog;
+    if (m_shedding) {
         return;
     }
     if (HandleSDKMessage(record, kzErrno)) {
