@@ -15,6 +15,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -455,8 +456,13 @@ int main(int argc, char** argv) {
         {"image", MeasureImageCheck},
     };
     for (const auto& [name, measure] : rows) {
-        if (wanted(name)) {
+        if (!wanted(name)) {
+            continue;
+        }
+        try {
             measure();
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "%s: %s\n", name, error.what());
         }
     }
     return 0;

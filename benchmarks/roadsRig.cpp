@@ -35,6 +35,7 @@ constexpr const char* kCsiQueue = "/to_blesdk";
 constexpr const char* kNetworkQueue = "/to_kznet";
 constexpr uint8_t kGates[] = {KZ_STR_ID_COMMAND_CCC, KZ_STR_ID_SETTINGS_CCC, KZ_STR_ID_QUERY_CCC};
 constexpr uint8_t kModelNumber = 58;
+constexpr std::chrono::seconds kStartPatience{15};
 
 void Check(bool done, const std::string& what) {
     if (!done) {
@@ -257,8 +258,8 @@ Rig::~Rig() {
 void Rig::StartDaemon() {
     KillDaemon();
     m_daemon.emplace(Process::Spawn(KZ_DAEMON));
-    if (!m_network.receive()) {  // the subscription is the last thing before the loop
-        throw std::runtime_error("the daemon did not come up");
+    if (!m_network.receive(kStartPatience)) {  // the subscription is the last thing before the loop
+        throw std::runtime_error("the daemon did not come up; is there no room for its queues?");
     }
 }
 
