@@ -4,6 +4,7 @@
 #include <iostream>
 #include <thread>
 
+#include "kzmfDump.h"
 #include "session.h"
 #include "skylark/bleMessage.h"
 
@@ -84,6 +85,26 @@ void stream(Session& session, const Sensor& sensor) {
         sensor.name + ": " + std::to_string(sent) + " samples on " + std::to_string(sensor.keys.size()) + " stream(s)");
 }
 
+struct Recording {
+    std::string path;
+    bool csv = false;
+};
+
+void dump(const Session& session, const Recording& recording) {
+    const KzmfForm form = recording.csv ? KzmfForm::kCsv : session.options.json ? KzmfForm::kJson : KzmfForm::kTree;
+    if (DumpKzmfFile(recording.path, form, std::cout, std::cerr) != 0) {
+        throw Error(recording.path + " is not a whole recording");
+    }
+}
+
+void addRecording(CLI::App& app, Session& session) {
+    auto recording = std::make_shared<Recording>();
+    CLI::App* command = addCommand(app, "kzmf", "Print recorded sensor metadata as a tree",
+                                   [&session, recording] { dump(session, *recording); });
+    command->add_option("file", recording->path, "File of recorded payloads")->required()->check(CLI::ExistingFile);
+    command->add_flag("--csv", recording->csv, "One row a sample, for plotting tools");
+}
+
 }  // namespace
 
 void addSensorCommands(CLI::App& app, Session& session) {
@@ -99,6 +120,7 @@ void addSensorCommands(CLI::App& app, Session& session) {
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
     command->add_flag("--fast", sensor->fast, "Do not wait between samples: simulated time");
+    addRecording(app, session);
 }
 
 }  // namespace kzble
