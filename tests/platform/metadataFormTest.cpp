@@ -9,8 +9,10 @@ namespace {
 
 Bytes klv(const std::string& key, uint8_t type, uint8_t size, uint16_t repeat, Bytes data) {
     Bytes bytes = bytesOfText(key);
-    bytes.insert(bytes.end(), {type, size, static_cast<uint8_t>(repeat >> 8), static_cast<uint8_t>(repeat)});
-    bytes.insert(bytes.end(), data.begin(), data.end());
+    for (const int byte : {int{type}, int{size}, repeat >> 8, repeat & 0xff}) {
+        bytes.push_back(static_cast<uint8_t>(byte));
+    }
+    appendBytes(bytes, data);
     bytes.resize((bytes.size() + 3) & ~size_t{3});
     return bytes;
 }
@@ -26,7 +28,7 @@ const Bytes kHeartRate = klv("HRAT", 'S', 2, 1, {0, 72});
 TEST(KzmfForm, DevicesWithStreamsOfRecordsAreAccepted) {
     const Bytes device = container("DEVC", container("STRM", kHeartRate));
     Bytes two = device;
-    two.insert(two.end(), device.begin(), device.end());
+    appendBytes(two, device);
 
     EXPECT_TRUE(isKzmf(device));
     EXPECT_TRUE(isKzmf(two));

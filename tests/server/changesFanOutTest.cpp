@@ -11,16 +11,16 @@ size_t g_allocations = 0;
 
 }  // namespace
 
-// The program's allocations are counted.
-void* operator new(size_t size) {
+// The program's allocations are counted. Kept out of line: inlined, a new and its free look mismatched to the compiler.
+[[gnu::noinline]] void* operator new(size_t size) {
     ++g_allocations;
     void* memory = std::malloc(size);
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
     std::free(memory);
 }
 
@@ -251,6 +251,24 @@ TEST_F(LargeFanOutTest, LosesNothingInAQueueThatHoldsOnePushAtATime) {
         }
         EXPECT_EQ(entries, expected);
     }
+}
+
+// ---------------------------------------------------------------- answers
+
+TEST_F(LargeFanOutTest, AnAnswerIsNoLongerThanTheRadioQueueTakes) {
+    BleNotificationClient& client = Connect(3);
+    PushJson(R"({"status": {"8": 1}})");
+    SetRadioDepth(100);
+    ble_message_t record = NewDataRecord(3, KZ_STR_ID_QUERY);
+    record.dataLength = 2;
+    record.data[0] = 1;
+    record.data[1] = 0x32;
+    int kzErrno = -1;
+
+    EXPECT_TRUE(Server().HandleSDKMessage(record, &kzErrno));
+
+    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, Bytes{0x32, 1} + AllOptionsOf(1) + AllOptionsOf(2)}}));
+    EXPECT_EQ(client.GetHighestPriorityStoredResponse(), nullptr);
 }
 
 // ---------------------------------------------------------------- cost
