@@ -35,7 +35,8 @@ constexpr const char* kCsiQueue = "/to_blesdk";
 constexpr const char* kNetworkQueue = "/to_kznet";
 constexpr uint8_t kGates[] = {KZ_STR_ID_COMMAND_CCC, KZ_STR_ID_SETTINGS_CCC, KZ_STR_ID_QUERY_CCC};
 constexpr uint8_t kModelNumber = 58;
-constexpr std::chrono::seconds kStartPatience{15};
+constexpr std::chrono::milliseconds kExitPoll{300};
+constexpr int kStartAttempts = 100;
 
 void Check(bool done, const std::string& what) {
     if (!done) {
@@ -148,6 +149,11 @@ void Process::Wait() {
     waitpid(std::exchange(m_pid, -1), nullptr, 0);
 }
 
+bool Process::IsRunning() const {
+    siginfo_t info = {};
+    return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+}
+
 void Process::Stop() {
     kill(m_pid, SIGSTOP);
     waitpid(m_pid, nullptr, WUNTRACED);
@@ -256,11 +262,18 @@ Rig::~Rig() {
 }
 
 void Rig::StartDaemon() {
-    KillDaemon();
-    m_daemon.emplace(Process::Spawn(KZ_DAEMON));
-    if (!m_network.receive(kStartPatience)) {  // the subscription is the last thing before the loop
-        throw std::runtime_error("the daemon did not come up; is there no room for its queues?");
+    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
+        KillDaemon();
+        m_daemon.emplace(Process::Spawn(KZ_DAEMON));
+        // The subscription is the last thing before the loop.
+        while (m_daemon->IsRunning()) {
+            if (m_network.receive(kExitPoll)) {
+                return;
+            }
+        }
+        std::this_thread::sleep_for(kExitPoll);  // other worlds hold the room for its queues
     }
+    throw std::runtime_error("the daemon does not come up");
 }
 
 void Rig::KillDaemon() {

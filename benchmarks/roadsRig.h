@@ -31,6 +31,7 @@ class Process {
     ~Process();
 
     pid_t Pid() const { return m_pid; }
+    bool IsRunning() const;
     void Wait();  // until it ends by itself
     void Stop();  // all its threads, until Continue
     void Continue();
@@ -71,7 +72,8 @@ class Rig {
     explicit Rig(long toDaemonDepth = 100, long fromDaemonDepth = 100);
     ~Rig();
 
-    // Starts the daemon and waits until it serves. Restarting it kills it first.
+    // Starts the daemon and waits until it serves, again while other worlds hold the room for its queues. Restarting it
+    // kills it first.
     void StartDaemon();
     void KillDaemon();
     Process& Daemon() { return *m_daemon; }
