@@ -7,8 +7,10 @@
 // The sources hold the tables of both: bleQueryMessage.cpp the categories and types, bleQueryProtobuf.cpp the actions.
 //
 // Ids that the catalogue does not have are dropped. A query without ids means all of them; one whose ids were all
-// dropped reads, registers and removes nothing. An answer that would not fit the response buffer holds the entries that
-// fit whole and the result byte 1; the client asks for the ids that are missing in smaller groups.
+// dropped reads, registers and removes nothing.
+//
+// An answer that would not fit the response buffer, or that the radio queue could not take even when empty, holds the
+// entries that fit whole and the result byte 1; the client asks for the ids that are missing in smaller groups.
 #pragma once
 
 #include <cstdint>

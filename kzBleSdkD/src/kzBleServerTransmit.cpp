@@ -222,6 +222,17 @@ QueueFill KzBleServer::TxQueueFill() const {
     return queue ? FillOf(*queue) : QueueFill{};
 }
 
+uint16_t KzBleServer::GetLongestResponse() {
+    if (m_radioDepth == 0) {
+        const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
+        if (!queue) {
+            return kMaxExtendedLength;
+        }
+        m_radioDepth = queue->mq_maxmsg;
+    }
+    return static_cast<uint16_t>(LongestResponse(m_radioDepth));
+}
+
 int KzBleServer::GetBleTxQueueAvailability(int* capacity) {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
     if (!queue) {

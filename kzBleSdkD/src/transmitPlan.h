@@ -21,6 +21,16 @@ constexpr long PacketsNeeded(unsigned length) {
     return 1 + static_cast<long>((length - kFirstPayload + kNextPayload - 1) / kNextPayload);
 }
 
+// Bytes of the longest response that takes at most `packets` packets; PacketsNeeded the other way round.
+constexpr unsigned LongestResponse(long packets) {
+    if (packets <= 1) {
+        return packets == 1 ? kMaxSimpleLength : 0;
+    }
+    constexpr long kFirstPayload = kPacketSize - 2;
+    constexpr long kNextPayload = kPacketSize - 1;
+    return static_cast<unsigned>(std::min<long>(kFirstPayload + (packets - 1) * kNextPayload, kMaxExtendedLength));
+}
+
 // How full a queue is, in messages.
 struct QueueFill {
     long capacity = 0;

@@ -14,6 +14,8 @@ TEST(TransmitPlanTest, ResponseTakesAsManyPacketsAsItsBytesFill) {
             ++packets;
         }
         ASSERT_EQ(PacketsNeeded(length), packets) << length;
+        ASSERT_GE(LongestResponse(packets), length);
+        ASSERT_LT(LongestResponse(packets - 1), std::max(length, 1u));
     }
 }
 
