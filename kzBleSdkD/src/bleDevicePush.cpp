@@ -248,25 +248,27 @@ bool BleNotificationClient::ExecuteValuePush(const ValuePush& push, const Settin
     }
     const IdSet interested = MakeIdSet(interest);
     const auto matches = [&interested](int id) { return Holds(interested, id); };
-    const auto matched = std::count_if(ids.begin(), ids.end(), matches);
-    if (matched == 0) {
+    // What is to be told; at the end, what is left of it.
+    std::copy_if(ids.begin(), ids.end(), std::back_inserter(m_pushRemainder), matches);
+    if (m_pushRemainder.empty()) {
         LOG_AT(push.noMatchLevel, "This client is has no matching ids in this push");
         return false;
     }
-    push.logRead(static_cast<size_t>(matched));
+    push.logRead(m_pushRemainder.size());
 
     stream << BleQueryResponse(push.category, push.queryType, static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK)));
     const unsigned short headerSize = stream.getLength();
-    for (auto id = ids.begin(); id != ids.end(); ++id) {
-        if (!matches(*id) || push.append(stream, model, *id)) {
+    auto id = m_pushRemainder.begin();
+    for (; id != m_pushRemainder.end(); ++id) {
+        if (push.append(stream, model, *id)) {
             continue;
         }
         if (stream.getLength() != headerSize) {
-            std::copy_if(id, ids.end(), std::back_inserter(m_pushRemainder), matches);
             break;
         }
         LOG_ERROR("Entries of id:%d do not fit a push of %d bytes, leaving them out", *id, stream.getSourceLength());
     }
+    m_pushRemainder.erase(m_pushRemainder.begin(), id);
     return stream.getLength() != headerSize;
 }
 
