@@ -277,9 +277,12 @@ uint32_t StoreWithTimeOffset(kzmfStream& stream, const KzmfSamples& samples, con
 
 // The text may end at a zero byte; one that is too long is no text.
 void RememberTypeText(kzmfStream& stream, const KzmfSamples& samples) {
-    const auto* text = reinterpret_cast<const char*>(samples.data);
-    const size_t length = samples.DataSize() != 0 ? strnlen(text, samples.DataSize()) : 0;
     std::memset(stream.typeText, 0, sizeof(stream.typeText));
+    if (samples.DataSize() == 0) {
+        return;
+    }
+    const auto* text = reinterpret_cast<const char*>(samples.data);
+    const size_t length = strnlen(text, samples.DataSize());
     if (length < sizeof(stream.typeText)) {
         std::memcpy(stream.typeText, text, length);
     }
