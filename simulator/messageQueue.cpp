@@ -4,10 +4,15 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <stdexcept>
+#include <thread>
 
 namespace kzsim {
 namespace {
+
+constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kRetry = std::chrono::milliseconds(50);
 
 std::string whyNotCreated(const std::string& name, long depth, int error) {
     std::string text = "cannot create the queue " + name + ": " + std::strerror(error);
@@ -19,6 +24,18 @@ std::string whyNotCreated(const std::string& name, long depth, int error) {
     return text;
 }
 
+// The kernel counts the bytes of all queues of a user. While others hold them, say other simulators in worlds of their
+// own, this waits for them.
+mqd_t openWhenThereIsRoom(const std::string& name, int flags, mq_attr attributes) {
+    const auto patience = std::chrono::steady_clock::now() + kPatience;
+    mqd_t queue = mq_open(name.c_str(), flags, 0664, &attributes);
+    while (queue < 0 && errno == EMFILE && std::chrono::steady_clock::now() < patience) {
+        std::this_thread::sleep_for(kRetry);
+        queue = mq_open(name.c_str(), flags, 0664, &attributes);
+    }
+    return queue;
+}
+
 }  // namespace
 
 MessageQueue MessageQueue::create(const std::string& name, long depth, long size, int access) {
@@ -27,7 +44,7 @@ MessageQueue MessageQueue::create(const std::string& name, long depth, long size
     attributes.mq_msgsize = size;
     mq_unlink(name.c_str());
     const mode_t mask = umask(0);  // the daemon may run as another user of the group
-    const mqd_t queue = mq_open(name.c_str(), access | O_CREAT | O_EXCL | O_NONBLOCK | O_CLOEXEC, 0664, &attributes);
+    const mqd_t queue = openWhenThereIsRoom(name, access | O_CREAT | O_EXCL | O_NONBLOCK | O_CLOEXEC, attributes);
     const int error = errno;
     umask(mask);
     if (queue < 0) {

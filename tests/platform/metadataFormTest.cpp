@@ -40,8 +40,7 @@ TEST(KzmfForm, AnythingElseIsRefused) {
     for (int level = 0; level < 8; ++level) {
         nested = container("DEVC", nested);
     }
-    Bytes shortened = device;
-    shortened.pop_back();
+    const ByteView shortened = ByteView(device).first(device.size() - 1);
     Bytes innerTooLong = device;
     innerTooLong[15] = 0xff;  // the stream container reaches past its device
 
