@@ -126,8 +126,10 @@ int BleCommandMessage::Execute(BleNotificationClient* client, uint8_t* response,
     int code = KZ_ERR_INVALID_PARAM;
     const CommandRow* row = FindCommand(m_commandId);
     if (row != nullptr) {
-        CommandCall call{*this, *client, response, responseLength,
-                         BleCommandResponse(m_commandId, static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK)))};
+        m_answer.m_commandId = m_commandId;
+        m_answer.m_result = static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK));
+        m_answer.m_params.clear();
+        CommandCall call{*this, *client, response, responseLength, m_answer};
         code = RunCommand(call, *row);
         if (code == KZ_OK && !call.answered) {
             code = WriteAnswer(call);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "FlexValue.h"
+#include "bleResponses.h"
 #include "messageBuilders.h"
 
 class BleNotificationClient;
@@ -42,4 +43,7 @@ class BleCommandMessage : public FragmentedMessageBuilder {
     std::vector<FlexValue> m_params;  // of a plain command
     uint8_t m_actionId = 0;           // of a protobuf command
     std::vector<uint8_t> m_payload;   // likewise; keeps its capacity between messages
+
+  private:
+    BleCommandResponse m_answer{0, 0};  // the answer being made; its parameters keep their room between messages
 };

@@ -58,9 +58,9 @@ struct CommandCall {
     const BleCommandMessage& message;
     BleNotificationClient& client;
     uint8_t* response;
-    uint16_t* responseLength;   // capacity; the answer's length once `answered`
-    BleCommandResponse answer;  // written when the handler succeeds, unless it has
-    bool answered = false;      // written its own
+    uint16_t* responseLength;    // capacity; the answer's length once `answered`
+    BleCommandResponse& answer;  // written when the handler succeeds, unless it has
+    bool answered = false;       // written its own
 };
 
 // Returns KZ_OK or an error code; see BleCommandMessage::Execute.

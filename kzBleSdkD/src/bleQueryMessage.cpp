@@ -1,6 +1,7 @@
 #include "bleQueryMessage.h"
 
 #include <algorithm>
+#include <bitset>
 #include <iterator>
 #include <string>
 
@@ -17,7 +18,6 @@ namespace {
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
 constexpr unsigned kHeaderSize = 2;  // of every answer
-constexpr size_t kMaxPayload = 255;  // what its one-byte length can say
 
 enum : uint32_t {
     kCategorySettings = 2,
@@ -55,28 +55,59 @@ void LogCount(size_t count) {
     LOG_INFO("Got %d values back", static_cast<int>(count));
 }
 
+// Ids as a set: every one-byte id once, ascending, without a heap.
+using IdSet = std::bitset<256>;
+
+// What a query of one category's values reads.
+struct ValueSource {
+    const FlexValue* (SettingsStatusMapping::*find)(int id) const;  // null for an id without a value
+    const FlexValue& (SettingsStatusMapping::*get)(int id);         // an id without a value gets an empty one
+};
+constexpr ValueSource kSettingValues = {&SettingsStatusMapping::FindSettingValue,
+                                        &SettingsStatusMapping::GetSettingValue};
+constexpr ValueSource kStatusValues = {&SettingsStatusMapping::FindStatusValue, &SettingsStatusMapping::GetStatusValue};
+
+// The ids of the answer: those asked for, or all that have a value.
+IdSet IdsToRead(const Read& read, const ValueSource& source) {
+    IdSet ids;
+    for (int id : read.query.m_ids) {
+        ids.set(static_cast<size_t>(id));
+    }
+    if (!read.query.m_idsGiven) {
+        for (size_t id = 0; id < ids.size(); ++id) {
+            ids.set(id, (read.model.*source.find)(static_cast<int>(id)) != nullptr);
+        }
+    }
+    return ids;
+}
+
+// Straight from the model, in the layout of BleQueryCurrentValueResponse: an answer that many ask for allocates
+// nothing.
+void WriteValues(const Read& read, const ValueSource& source, const IdSet& ids, int result) {
+    EntryAnswer answer(read.stream,
+                       BleQueryResponse(read.query.m_category, read.query.m_type, static_cast<uint32_t>(result)));
+    for (int id = 0; id < static_cast<int>(ids.size()); ++id) {
+        if (ids[static_cast<size_t>(id)]) {
+            answer.Count(AppendValueEntry(read.stream, id, (read.model.*source.get)(id)));
+        }
+    }
+}
+
 void ReadSettingValues(const Read& read) {
-    BleQueryCurrentValueResponse response(read.query.m_category, read.query.m_type,
-                                          static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK)));
-    if (!read.ReadsNothing()) {
-        read.model.GetTheseSettingsValues(read.query.m_ids, response.m_values);
-    }
-    if (!read.query.m_ids.empty() && response.m_values.size() != read.query.m_ids.size()) {
+    const IdSet ids = IdsToRead(read, kSettingValues);
+    int result = BleSDK::SetKZErrNo(KZ_OK);
+    if (!read.query.m_ids.empty() && ids.count() != read.query.m_ids.size()) {
         LOG_ERROR("Possible request for setting with invalid id");
-        response.m_result = static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_ERR_INVALID_PARAM));
+        result = BleSDK::SetKZErrNo(KZ_ERR_INVALID_PARAM);
     }
-    LogCount(response.m_values.size());
-    read.stream << response;
+    LogCount(ids.count());
+    WriteValues(read, kSettingValues, ids, result);
 }
 
 void ReadStatusValues(const Read& read) {
-    BleQueryCurrentValueResponse response(read.query.m_category, read.query.m_type,
-                                          static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK)));
-    if (!read.ReadsNothing()) {
-        read.model.GetTheseStatusValues(read.query.m_ids, response.m_values);
-    }
-    LogCount(response.m_values.size());
-    read.stream << response;
+    const IdSet ids = IdsToRead(read, kStatusValues);
+    LogCount(ids.count());
+    WriteValues(read, kStatusValues, ids, BleSDK::SetKZErrNo(KZ_OK));
 }
 
 void ReadSettingNames(const Read& read) {
@@ -232,10 +263,6 @@ int BleQueryMessage::DeserializeProtobuf() {
     m_stream >> m_actionId;
     const unsigned short size = m_stream.getRemainder();
     LOG_INFO("Query Protobuf ID=%d size=%d", m_actionId, size);
-    if (size > kMaxPayload) {
-        LOG_ERROR("Protobuf query of %d bytes is longer than %d", size, static_cast<int>(kMaxPayload));
-        return 1;
-    }
     m_payload.resize(size);
     m_stream.readArray(m_payload.data(), size);
     const auto byte = [this](size_t index) { return index < m_payload.size() ? m_payload[index] : 0; };

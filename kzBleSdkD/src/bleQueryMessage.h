@@ -2,7 +2,7 @@
 // client is told of; feature id 245 carries protobuf queries of one feature's state.
 //
 //   plain     byte 0: category in bits 3..0, type in bits 7..4; then ids, one byte each
-//   protobuf  byte 0: 245; byte 1: action id; then the serialised request, at most 255 bytes
+//   protobuf  byte 0: 245; byte 1: action id; then the serialised request
 //
 // The sources hold the tables of both: bleQueryMessage.cpp the categories and types, bleQueryProtobuf.cpp the actions.
 //
@@ -24,8 +24,8 @@ class BleQueryMessage : public FragmentedMessageBuilder {
   public:
     explicit BleQueryMessage(int length = 0) : FragmentedMessageBuilder(length) {}
 
-    // 1, a parse error, for a message without its first byte or a protobuf query without action id, for a payload of
-    // more than 255 bytes and for more ids than the model's tables have.
+    // 1, a parse error, for a message without its first byte, for a protobuf query without action id, and for more ids
+    // than the model's tables have.
     int Deserialize() override;
     void Reset(int length) override;
     // Carries the query out and writes its answer; *responseLength is the capacity on entry and the answer's length on

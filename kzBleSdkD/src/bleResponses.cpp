@@ -29,20 +29,12 @@ void WriteValue(MemoryStream& stream, const FlexValue& value) {
     stream.writeArray(value.GetDataPointer(), length);
 }
 
-// Writes the header and the entries that fit whole. When some do not, the result byte says failure.
 template <typename Value>
 void WriteEntries(MemoryStream& stream, const BleQueryResponse& header, const std::map<int, Value>& entries,
                   bool (*append)(MemoryStream& stream, int id, const Value& value)) {
-    unsigned char* const result = stream.getBuffer() + stream.getLength() + 1;
-    stream << header;
-    size_t leftOut = 0;
+    EntryAnswer answer(stream, header);
     for (const auto& [id, value] : entries) {
-        leftOut += append(stream, id, value) ? 0 : 1;
-    }
-    if (leftOut > 0) {
-        LOG_ERROR("Answer to category:%u type:%u has no room for %zu of %zu ids", header.m_category, header.m_type,
-                  leftOut, entries.size());
-        *result = static_cast<unsigned char>(BleSDK::SetKZErrNo(KZ_ERR));
+        answer.Count(append(stream, id, value));
     }
 }
 
@@ -112,6 +104,19 @@ MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentCapabilities
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryCurrentCapabilitiesAndNamesResponse& response) {
     WriteEntries(stream, response, response.m_capabilities, AppendCapabilityAndNamesEntry);
     return stream;
+}
+
+EntryAnswer::EntryAnswer(MemoryStream& stream, const BleQueryResponse& header)
+    : m_header(header), m_result(stream.getBuffer() + stream.getLength() + 1) {
+    stream << header;
+}
+
+EntryAnswer::~EntryAnswer() {
+    if (m_leftOut > 0) {
+        LOG_ERROR("Answer to category:%u type:%u has no room for %zu of %zu ids", m_header.m_category, m_header.m_type,
+                  m_leftOut, m_written + m_leftOut);
+        *m_result = static_cast<unsigned char>(BleSDK::SetKZErrNo(KZ_ERR));
+    }
 }
 
 void BleQueryResponse::Dump() const {

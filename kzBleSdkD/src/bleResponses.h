@@ -61,6 +61,25 @@ class BleQueryResponse {
 };
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryResponse& response);
 
+// A query answer written entry by entry: the header, then the entries that fit whole. When some do not, the result byte
+// says failure and a level-2 text how many.
+class EntryAnswer {
+  public:
+    EntryAnswer(MemoryStream& stream, const BleQueryResponse& header);
+    ~EntryAnswer();
+    EntryAnswer(const EntryAnswer&) = delete;
+    EntryAnswer& operator=(const EntryAnswer&) = delete;
+
+    // Takes what an Append function said of the next entry.
+    void Count(bool written) { ++(written ? m_written : m_leftOut); }
+
+  private:
+    BleQueryResponse m_header;
+    unsigned char* m_result;
+    size_t m_written = 0;
+    size_t m_leftOut = 0;
+};
+
 class BleQueryCurrentValueResponse : public BleQueryResponse {
   public:
     using BleQueryResponse::BleQueryResponse;

@@ -2,6 +2,7 @@
 // bytes: tag, value, tag, value.
 #include "queryFixture.h"
 #include "wsdkCommands/WSDK_NotifyLiveStreamStatus.pb.h"
+#include "wsdkCommands/WSDK_RequestGetAssociationState.pb.h"
 #include "wsdkCommands/WSDK_ResponseGetMobileOffloadState.pb.h"
 
 namespace {
@@ -35,11 +36,16 @@ TEST_F(QueryTest, PayloadsThatDoNotParseGoOnWithWhatWasRead) {
     }
 }
 
-TEST_F(QueryTest, UnknownActionsAndLongPayloadsAreRefused) {
+TEST_F(QueryTest, UnknownActionsAreRefusedAndLongPayloadsCarriedWhole) {
+    const std::string user(300, 'u');
+    wsdk_commands::WSDK_RequestGetAssociationState request;
+    request.set_zorvik_user_id(user);
+    const std::string payload = request.SerializeAsString();
+    fakes::SetCsi(104, Bytes(user.begin(), user.end()));
+
     EXPECT_EQ(Run(Protobuf(113)).answer, (Bytes{0xF5, 2}));
     EXPECT_EQ(Run(Protobuf(0)).answer, (Bytes{0xF5, 2}));
-    EXPECT_EQ(Run(Protobuf(124, Bytes(256, 0))).answer, (Bytes{0xF5, 2}));
-    EXPECT_EQ(Run(Protobuf(124, Bytes(255, 0))).code, KZ_OK);
+    EXPECT_EQ(Run(Protobuf(124, Bytes(payload.begin(), payload.end()))).answer, (Bytes{0xF5, 0xFC, 8, 1, 16, 1}));
 }
 
 // ---------------------------------------------------------------- presets
