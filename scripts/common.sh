@@ -4,6 +4,9 @@ set -euo pipefail
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 readonly project
 
+# A compiler cache, where there is one, serves every checkout.
+export CCACHE_BASEDIR=$project CCACHE_NOHASHDIR=1
+
 # Configures and builds one preset: build PRESET [TARGET...].
 build() {
     local preset=$1
