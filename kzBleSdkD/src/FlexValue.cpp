@@ -119,7 +119,9 @@ void FlexValue::GetData(const uint8_t*& data, unsigned int& length) const {
 }
 
 bool FlexValue::SetValue(const uint8_t* bytes) {
-    std::memcpy(Storage(), bytes, static_cast<size_t>(m_length));
+    if (m_length > 0) {  // an empty value may come from a null pointer, which memcpy does not take
+        std::memcpy(Storage(), bytes, static_cast<size_t>(m_length));
+    }
     return true;
 }
 
