@@ -375,7 +375,7 @@ class KzBleServer {
     bool m_csiSubscribed = false;
     uint8_t m_rebootDelay = 0;      // ticks since an update became pending or was last requested; shared by all clients
     std::vector<int> m_pushIds;     // scratch of the buffer pushes, kept for its capacity
-    long m_radioDepth = 0;  // of the open queue, once asked for
+    long m_radioDepth = 0;          // of the open queue, once asked for
     std::vector<int> m_changedIds;  // scratch of the fan-out: the change set
     std::vector<int> m_remainingIds;                     // and what of it is left for one client
     BleNotificationClient::StoredResponse m_filePacket;  // scratch of the transfers

@@ -1,5 +1,5 @@
-// Ids of the control daemon's commands, KZCONTROL_*, in value order. One row per command: the enumeration and the table of
-// names both come from it.
+// Ids of the control daemon's commands, KZCONTROL_*, in value order. One row per command: the enumeration and the table
+// of names both come from it.
 #pragma once
 
 #include <cstdint>
