@@ -17,6 +17,10 @@ size_t g_allocations = 0;
     void* memory = std::malloc(size);
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    ++g_allocations;
+    return std::malloc(size);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }

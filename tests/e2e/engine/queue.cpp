@@ -78,7 +78,8 @@ Queue Queue::openForSending(const std::string& name) {
 
 void Queue::send(const void* data, size_t length) {
     const timespec deadline = queueDeadline();
-    if (mq_timedsend(m_descriptor, static_cast<const char*>(data), length, 0, &deadline) != 0) {
+    const char* bytes = length != 0 ? static_cast<const char*>(data) : "";
+    if (mq_timedsend(m_descriptor, bytes, length, 0, &deadline) != 0) {
         fail("mq_timedsend", m_name);
     }
 }
