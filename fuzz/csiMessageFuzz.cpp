@@ -11,8 +11,12 @@
 #include "utils.h"
 
 struct KzBleServerTestAccess {
+    // The server and its model live on from input to input; clients and cached values do not.
     static void Open() {
         KzBleServer* server = KzBleServer::GetInstance();
+        server->m_clients.clear();
+        server->m_csiCache.fill(0);
+        server->m_radioDepth = 0;
         server->m_bleTxMq = QueueHandle(mq_open(kMqToSkylark, O_WRONLY));
         server->m_msgBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
         server->m_lcdBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
@@ -55,6 +59,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         KzBleServer::GetInstance()->CheckClientsStoredResponses();
         offset += length;
     }
-    KzBleServer::Destroy();
     return 0;
 }
