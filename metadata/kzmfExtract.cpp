@@ -241,7 +241,8 @@ class CopyWriter {
         Put(record, kKzmfHeaderSize);
         KzmfWriteBE16(m_out - 2, thinning.count);
         for (uint32_t i = 0; i < thinning.count; ++i) {
-            Put(record + kKzmfHeaderSize + (thinning.first + i * thinning.step) * sampleSize, sampleSize);
+            const size_t sample = size_t{thinning.first} + size_t{i} * thinning.step;
+            Put(record + kKzmfHeaderSize + sample * sampleSize, sampleSize);
         }
         PadFrom(thinning.count * sampleSize);
     }
