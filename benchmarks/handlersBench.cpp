@@ -1,7 +1,6 @@
 // What a protobuf command costs beside the work that no implementation can avoid: the parse of its request and the
 // serialisation of its answer.
 #include <cstdlib>
-#include <vector>
 
 #include "bleDevice.h"
 #include "csi/csi.h"
