@@ -84,7 +84,11 @@ TEST_F(LifeCycle, SecondDaemonGivesUpAndLeavesTheFirstAlone) {
 
 TEST_F(LifeCycle, StaleCsiQueueStopsTheStartAndTheOtherQueueIsRemovedAgain) {
     Rig& rig = prepare();
-    const Queue stale = Queue::create(kCsiQueue, 1, 16);
+    std::optional<Queue> stale;
+    {
+        const RoomLock lock;
+        stale.emplace(Queue::create(kCsiQueue, 1, 16));
+    }
 
     rig.launch();
 
@@ -116,16 +120,19 @@ TEST_F(LifeCycle, WaitsForARadioStackThatComesLate) {
     Rig& rig = prepare(options);
     rig.launch();
     ASSERT_TRUE(rig.daemon.waitForText("mq_open() failed for '/Mq_to_BleSdk': No such file or directory\n"));
+    // Only one of the two queues comes: the daemon waits for the other without end.
+    std::optional<Queue> toDaemon;
+    std::optional<Queue> fromDaemon;
     {
-        // Only one of the two queues: the daemon waits for the other without end.
-        const Queue half = Queue::create(kMqToBleSdk, RadioStack::kDepth, kBleRecordSize);
+        const RoomLock lock;
+        rig.giveBackRadioRoom();
+        toDaemon.emplace(Queue::create(kMqToBleSdk, RadioStack::kDepth, kBleRecordSize));
         ASSERT_TRUE(rig.daemon.waitForText("mq_open() failed for '/Mq_to_Skylark': No such file or directory\n"));
         ASSERT_TRUE(rig.daemon.waitForText("mq_open() failed for '/Mq_to_Skylark': No such file or directory\n"));
-
-        const Queue other = Queue::create(kMqToSkylark, RadioStack::kDepth, kBleRecordSize);
-
-        EXPECT_EQ(rig.receiveNet().text().substr(0, 5), "18 CR");
+        fromDaemon.emplace(Queue::create(kMqToSkylark, RadioStack::kDepth, kBleRecordSize));
     }
+
+    EXPECT_EQ(rig.receiveNet().text().substr(0, 5), "18 CR");
     rig.daemon.kill();
 }
 

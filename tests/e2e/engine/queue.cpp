@@ -51,21 +51,26 @@ void Queue::release() {
     m_descriptor = -1;
 }
 
-Queue Queue::create(const std::string& name, long depth, long messageSize) {
+std::optional<Queue> Queue::tryCreate(const std::string& name, long depth, long messageSize) {
     mq_attr attributes = {};
     attributes.mq_maxmsg = depth;
     attributes.mq_msgsize = messageSize;
-    mqd_t descriptor = -1;
-    const bool done = waitUntil(
-        [&] {
-            descriptor = mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0664, &attributes);
-            return descriptor >= 0 || !outOfRoom(errno);
-        },
-        kRoomPatience);
-    if (!done || descriptor < 0) {
+    const mqd_t descriptor = mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0664, &attributes);
+    if (descriptor >= 0) {
+        return Queue(name, descriptor, true);
+    }
+    if (!outOfRoom(errno)) {
         fail("mq_open", name);
     }
-    return Queue(name, descriptor, true);
+    return std::nullopt;
+}
+
+Queue Queue::create(const std::string& name, long depth, long messageSize) {
+    std::optional<Queue> queue;
+    if (!waitUntil([&] { return (queue = tryCreate(name, depth, messageSize)).has_value(); }, kRoomPatience)) {
+        fail("mq_open", name);
+    }
+    return std::move(*queue);
 }
 
 Queue Queue::openForSending(const std::string& name) {

@@ -17,6 +17,8 @@ class Queue {
     // Creates the queue and removes its name again at the end. The kernel counts the bytes of all queues of a user:
     // while other worlds hold them, this waits. Throws std::runtime_error.
     static Queue create(const std::string& name, long depth, long messageSize);
+    // The same without waiting: nothing when there is no room.
+    static std::optional<Queue> tryCreate(const std::string& name, long depth, long messageSize);
     // Opens a queue that the daemon made, for sending. Throws when it does not exist.
     static Queue openForSending(const std::string& name);
 

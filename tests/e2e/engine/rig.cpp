@@ -40,6 +40,12 @@ constexpr uint8_t kFirstFence = 200;  // event types the daemon knows nothing of
 constexpr uint8_t kFences = 50;
 constexpr const char* kReplyQueue = "/to_e2e";  // where notifications of the tests are acknowledged
 
+// What a rig needs room for, in the order in which it is reserved.
+enum : size_t { kEventRoom, kCsiRoom, kToDaemonRoom, kFromDaemonRoom, kNetworkRoom, kReplyRoom };
+constexpr QueueSize kEventSize{10, kMessageSize};
+constexpr QueueSize kCsiSize{40, kMessageSize};
+constexpr QueueSize kReplySize{1, kMessageSize};
+
 }  // namespace
 
 void writeFile(const std::string& path, const Bytes& content) {
@@ -64,7 +70,22 @@ Bytes csiRecord(uint8_t key, uint32_t value) {
 }
 
 Rig::Rig(const Options& options) : m_options(options) {
+    // The world may have served another test of this process before.
+    for (const char* directory : {"/usr/local/zorvik/etc", "/usr/local/zorvik/tftp", "/tmp/fuse_d"}) {
+        std::filesystem::remove_all(directory);
+    }
     writeFile(kSettingsPath, options.catalogue);
+    m_room.reserve({kEventSize,
+                    kCsiSize,
+                    {RadioStack::kDepth, kBleRecordSize},
+                    {options.transmitDepth, kBleRecordSize},
+                    {kNetworkDepth, kMessageSize},
+                    kReplySize});
+    {
+        const RoomLock lock;
+        m_room.release(kReplyRoom);
+        m_replies.emplace(Queue::create(kReplyQueue, kReplySize.depth, kReplySize.messageSize));
+    }
     if (options.radioStack) {
         openRadio();
     }
@@ -80,41 +101,45 @@ Rig::~Rig() {
     mq_unlink(kCsiQueue);
 }
 
+void Rig::giveBackRadioRoom() {
+    m_room.release(kToDaemonRoom);
+    m_room.release(kFromDaemonRoom);
+}
+
 void Rig::openRadio() {
+    const RoomLock lock;
+    giveBackRadioRoom();
     radio.emplace(m_options.transmitDepth);
 }
 
 void Rig::openNetworkDaemon() {
+    const RoomLock lock;
+    m_room.release(kNetworkRoom);
     network.emplace(Queue::create(kNetworkQueue, kNetworkDepth, kMessageSize));
 }
 
-void Rig::waitForQueueRoom() {
-    const Queue events = Queue::create("/e2e_room_events", 10, kMessageSize);
-    const Queue csi = Queue::create("/e2e_room_csi", 40, kMessageSize);
-}
-
 void Rig::launch(bool detach) {
-    waitForQueueRoom();
+    if (!m_room.holds(kEventRoom)) {
+        m_room.reserve({kEventSize, kCsiSize});  // a daemon before this one used it up
+    }
     DaemonProcess::Options options;
     options.detach = detach;
     for (const auto& [name, value] : m_options.environment) {
         options.environment[name] = value;
     }
+    const RoomLock lock;
+    m_room.release(kEventRoom);
+    m_room.release(kCsiRoom);
     daemon.start(options);
+    waitUntil([&] { return queueExists(kCsiQueue) || !daemon.running(); });
 }
 
 void Rig::start() {
-    for (int attempt = 0;; ++attempt) {
-        launch();
-        const bool serving =
-            waitUntil([&] { return !daemon.running() || (network ? network->waiting() > 0 : queueExists(kCsiQueue)); });
-        if (serving && daemon.running()) {
-            break;
-        }
-        const bool noRoom = daemon.count("Too many open files") != 0;
-        if (!noRoom || attempt == 20) {
-            throw std::runtime_error("the daemon did not come up; its log:\n" + daemon.log());
-        }
+    launch();
+    const bool serving =
+        waitUntil([&] { return !daemon.running() || (network ? network->waiting() > 0 : queueExists(kCsiQueue)); });
+    if (!serving || !daemon.running()) {
+        throw std::runtime_error("the daemon did not come up; its log:\n" + daemon.log());
     }
     if (network) {
         receiveNet();
@@ -157,7 +182,6 @@ void Rig::pushJson(const std::string& json) {
 
 TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records) {
     settle();
-    Queue replies = Queue::create(kReplyQueue, 1, kMessageSize);
     TlvMessage message;
     message.category = kCategoryNotification;
     message.elements = {{kTlvCommand, textBytes(command)},
@@ -165,7 +189,7 @@ TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records) {
                         {kTlvSource, textBytes(kReplyQueue)},
                         {kTlvDestination, textBytes(kCsiQueue)}};
     Queue::openForSending(kCsiQueue).send(message.encode());
-    const std::optional<Bytes> reply = replies.receive();
+    const std::optional<Bytes> reply = m_replies->receive();
     if (!reply) {
         throw std::runtime_error("a CSI notification was not acknowledged; the log:\n" + daemon.log());
     }

@@ -9,6 +9,7 @@
 #include "cameraScript.h"
 #include "daemonProcess.h"
 #include "queue.h"
+#include "queueRoom.h"
 #include "radioStack.h"
 #include "tlvMessage.h"
 
@@ -36,16 +37,18 @@ class Rig {
         std::map<std::string, std::string> environment;
     };
 
+    // Waits for the queue room that other rigs hold.
     Rig() : Rig(Options()) {}
     explicit Rig(const Options& options);
     ~Rig();
 
     // Starts the daemon and waits until it serves: its CSI subscription has arrived (with a network daemon), or its
-    // command thread runs. Waits for queue room that other worlds hold. Throws when the daemon does not come up.
+    // command thread runs. Throws when the daemon does not come up.
     void start();
     // Starts it and returns at once.
     void launch(bool detach = false);
     void openRadio();
+    void giveBackRadioRoom();  // for a test that makes radio queues of its own, under a RoomLock
     void openNetworkDaemon();
     // Everything sent to the radio queue before has been handled, and its packets are in the other queue.
     void settle();
@@ -66,9 +69,9 @@ class Rig {
     DaemonProcess daemon;
 
   private:
-    void waitForQueueRoom();
-
     Options m_options;
+    QueueRoom m_room;
+    std::optional<Queue> m_replies;
     uint8_t m_fence = 0;
 };
 
