@@ -43,7 +43,7 @@ void MemoryStream::dumpAll() const {
 }
 
 void MemoryStream::dumpArray(const unsigned char* data, unsigned short len) {
-    if (g_logLevel < KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() < KZ_LOG_TRACE) {
         return;
     }
     if (data == nullptr) {

@@ -155,7 +155,7 @@ MsgElement* Msg::findElement(unsigned char type) const {
 }
 
 void Msg::dump(const char* label) const {
-    if (g_logLevel < KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() < KZ_LOG_TRACE) {
         return;
     }
     LOG_TRACE("-------- %s ---------\n", label);

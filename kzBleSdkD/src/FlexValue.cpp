@@ -187,7 +187,7 @@ bool FlexValue::ValidateInput(MemoryStream& stream) {
 }
 
 void FlexValue::Dump() const {
-    if (g_logLevel < KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() < KZ_LOG_TRACE) {
         return;
     }
     static constexpr char kDigits[] = "0123456789abcdef";

@@ -158,7 +158,7 @@ int BleCommandMessage::HandleError(int error, uint8_t* response, uint16_t* respo
 void BleCommandMessage::Dump() const {
     LOG_TRACE("CommandId:%d", static_cast<int>(m_commandId));
     LOG_TRACE("Parameters:%d", static_cast<int>(m_params.size()));
-    if (g_logLevel >= KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() >= KZ_LOG_TRACE) {
         for (const FlexValue& param : m_params) {
             param.Dump();
         }

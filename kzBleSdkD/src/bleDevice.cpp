@@ -408,7 +408,7 @@ void BleNotificationClient::ResetAllMetadataStreams() {
 // ---------------------------------------------------------------- dump
 
 void BleNotificationClient::Dump() const {
-    if (g_logLevel < KZ_LOG_INFO) {
+    if (kzUtilGetLogLevel() < KZ_LOG_INFO) {
         return;
     }
     LOG_INFO("========= DEVICE INFO =============");

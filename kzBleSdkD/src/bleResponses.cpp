@@ -62,7 +62,7 @@ MemoryStream& operator<<(MemoryStream& stream, const BleCommandResponse& respons
 void BleCommandResponse::Dump() const {
     LOG_TRACE("CommandId:%u", m_commandId);
     LOG_TRACE("Result:%u", m_result);
-    if (g_logLevel < KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() < KZ_LOG_TRACE) {
         return;
     }
     for (const FlexValue& param : m_params) {
@@ -127,7 +127,7 @@ void BleQueryResponse::Dump() const {
 
 void BleQueryCurrentValueResponse::Dump() const {
     BleQueryResponse::Dump();
-    if (g_logLevel < KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() < KZ_LOG_TRACE) {
         return;
     }
     for (const auto& [id, value] : m_values) {

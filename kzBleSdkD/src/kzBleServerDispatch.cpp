@@ -55,7 +55,7 @@ uint32_t ReadWord(const ble_message_t& record, unsigned offset) {
 }
 
 void LogReceivedPacket(const ble_message_t& record) {
-    if (g_logLevel < KZ_LOG_INFO) {
+    if (kzUtilGetLogLevel() < KZ_LOG_INFO) {
         return;
     }
     char text[kBlePacketSize * 3 + 1] = "";

@@ -35,7 +35,7 @@ uint8_t ResponseStream(int gateStream) {
 
 // At level 6 exactly: a higher level would be a caller's mistake, a lower one does not want it.
 void DumpRecord(const ble_message_t& record) {
-    if (g_logLevel != KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() != KZ_LOG_TRACE) {
         return;
     }
     LOG_TRACE("First 24 bytes of message (BLE Data starts at 5th byte)");

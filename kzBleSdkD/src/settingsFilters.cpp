@@ -198,7 +198,7 @@ bool SettingsStatusMapping::ApplyFilters(const std::map<int, FlexValue>& setting
 
 bool SettingsStatusMapping::UpdateCapabilities() {
     std::map<int, IdNums> capabilities;
-    if (g_logLevel >= KZ_LOG_TRACE) {
+    if (kzUtilGetLogLevel() >= KZ_LOG_TRACE) {
         // Only the plain evaluation tells its steps.
         ApplyFilters(CopyOf(m_settingValues), CopyOf(m_statusValues), capabilities);
         return TagChangedOptions(capabilities);

@@ -141,7 +141,7 @@ void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* forma
 
 void kzUtilSetLogLevel(int level) {
     if (level >= 0 && level < kLevelCount) {
-        g_logLevel = level;
+        std::atomic_ref<int>(g_logLevel).store(level, std::memory_order_relaxed);
     }
 }
 

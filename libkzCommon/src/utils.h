@@ -1,9 +1,11 @@
 // Logging and small utilities shared by the camera's daemons: the levelled log, the debug-print channel, the two fatal
 // assertion forms, hex dumps, daemon start, error and model names, a few string and file functions.
 //
-// Everything here may be called from any thread. The two global integers are read without a lock.
+// Everything here may be called from any thread. The log level may change at any time; the debug-print mask is set
+// before threads start.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -24,11 +26,15 @@ enum kzLogLevel : int {
 // A message of level L is produced when g_logLevel is at least L. Initially KZ_LOG_ERROR.
 extern int g_logLevel;
 
+// The threshold in force. Any thread may ask while another changes it; it costs what reading the integer costs.
+inline int kzUtilGetLogLevel() {
+    return std::atomic_ref<int>(g_logLevel).load(std::memory_order_relaxed);
+}
+
 // Emits one line, "[boot time] [LEVEL] message @file:line", to syslog with priority LOG_ERR; where nothing listens
-// behind
-// "/dev/log" the line reaches standard error too. It does not filter: use the LOG macros, which test g_logLevel first
-// and evaluate their arguments only then. A message that does not fit the 441-byte line is cut and keeps its location.
-// errno is left alone.
+// behind "/dev/log" the line reaches standard error too. It does not filter: use the LOG macros, which test g_logLevel
+// first and evaluate their arguments only then. A message that does not fit the 441-byte line is cut and keeps its
+// location. errno is left alone.
 void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
@@ -40,7 +46,7 @@ void kzUtilSetLogLevel(int level);
 // <syslog.h> takes the names LOG_DEBUG and LOG_INFO for itself: no file that logs includes it.
 #define LOG_AT(level, ...)                                               \
     do {                                                                 \
-        if (g_logLevel >= (level)) {                                     \
+        if (kzUtilGetLogLevel() >= (level)) {                            \
             kzUtilKlogMsgLevel((level), __LINE__, kLogTag, __VA_ARGS__); \
         }                                                                \
     } while (false)
