@@ -1,7 +1,6 @@
 #include "messageBuilders.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "utils.h"
 
@@ -75,21 +74,18 @@ int FragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHead
         LOG_ERROR("Temp buffer:%d used is too small to handle message of length:%d", tempBufferSize, m_length);
         return kMessageFailed;
     }
-    Join(tempBuffer);
+    Join(tempBuffer, tempBufferSize);
     m_stream.attach(tempBuffer, static_cast<unsigned short>(m_length));
     return Deserialize();
 }
 
-// Copies m_length bytes; what the last packet carries behind the message's end is not part of it and has no room in the
-// caller's buffer.
-void FragmentedMessageBuilder::Join(unsigned char* destination) {
+// The last packet's payload area is copied to its end, which can lie behind the message's: no further than the room.
+void FragmentedMessageBuilder::Join(unsigned char* destination, int room) {
     int headerLength = m_firstHeaderLength;
-    int missing = m_length;
     for (const Packet& packet : m_packets) {
-        const int run = std::min(kPacketSize - headerLength, missing);
-        std::memcpy(destination, packet.data() + headerLength, static_cast<size_t>(run));
-        destination += run;
-        missing -= run;
+        const int run = std::min(kPacketSize - headerLength, room);
+        destination = std::copy_n(packet.data() + headerLength, run, destination);
+        room -= run;
         headerLength = kContinuationHeaderLength;
     }
     m_packets.clear();

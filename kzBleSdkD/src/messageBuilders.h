@@ -43,8 +43,9 @@ class FragmentedMessageBuilder {
     // Forgets the packets received and expects `length` bytes.
     void SetLength(int length);
 
-    // `tempBuffer` receives the joined message, never more than tempBufferSize bytes (at most 65535); m_stream is bound
-    // to it and is valid for as long as the caller leaves the buffer alone.
+    // `tempBuffer` receives the joined message and, as far as it has room, what the last packet carries behind it:
+    // never more than tempBufferSize bytes (at most 65535). m_stream is bound to the message in it and is valid for as
+    // long as the caller leaves the buffer alone.
     int ProcessPacket(unsigned char* packet, BlePacketHeader& header, unsigned char* tempBuffer, int tempBufferSize);
 
     int m_length;                   // announced length of the message
@@ -57,7 +58,7 @@ class FragmentedMessageBuilder {
   private:
     using Packet = std::array<unsigned char, kPacketSize>;
 
-    void Join(unsigned char* destination);
+    void Join(unsigned char* destination, int room);
 
     std::vector<Packet> m_packets;  // in arrival order; keeps its capacity, so that a warm session allocates nothing
 };

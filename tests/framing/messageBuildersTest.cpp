@@ -115,6 +115,8 @@ TEST(FragmentedMessageBuilderTest, VerdictOfTheParserIsTheResultAndTheNextMessag
     EXPECT_EQ(builder.TakeAll(Cut(MessageOf(7))), kMessageComplete);
 
     EXPECT_EQ(builder.messages, (std::vector<Bytes>{MessageOf(40), MessageOf(7)}));
+    EXPECT_EQ(std::count(builder.buffer.begin(), builder.buffer.end(), kFiller), 12)
+        << "the packet's whole payload area";
 }
 
 TEST(FragmentedMessageBuilderTest, StartPacketDropsTheMessageInProgress) {
