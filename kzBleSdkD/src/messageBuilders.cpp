@@ -39,9 +39,18 @@ bool AcceptHeader(Builder& builder, const BlePacketHeader& header) {
     return true;
 }
 
-}  // namespace
+// Shows the parser `length` bytes behind the packet's header and counts what it consumes. False when it refuses them.
+template <typename Builder>
+bool ParsePayload(Builder& builder, unsigned char* packet, const BlePacketHeader& header, int length) {
+    builder.m_stream.attach(packet + header.m_headerLength, static_cast<unsigned short>(length));
+    if (builder.Deserialize() == kMessageFailed) {
+        return false;
+    }
+    builder.m_received += builder.m_stream.getLength();
+    return true;
+}
 
-FragmentedMessageBuilder::FragmentedMessageBuilder(int length) : m_length(length) {}
+}  // namespace
 
 void FragmentedMessageBuilder::SetLength(int length) {
     m_length = length;
@@ -92,8 +101,6 @@ void FragmentedMessageBuilder::Join(unsigned char* destination, int room) {
     m_firstHeaderLength = kContinuationHeaderLength;
 }
 
-FragmentedMessageBuilderSimple::FragmentedMessageBuilderSimple(int length) : m_length(length) {}
-
 void FragmentedMessageBuilderSimple::SetLength(int length) {
     m_length = length;
     m_received = 0;
@@ -104,13 +111,10 @@ int FragmentedMessageBuilderSimple::ProcessPacket(unsigned char* packet, BlePack
     if (!AcceptHeader(*this, header)) {
         return kMessageFailed;
     }
-    const int payload = std::min(m_length - m_received, PayloadRoom(header));
-    m_stream.attach(packet + header.m_headerLength, static_cast<unsigned short>(payload));
-    if (Deserialize() == kMessageFailed) {
+    if (!ParsePayload(*this, packet, header, std::min(m_length - m_received, PayloadRoom(header)))) {
         m_waitingForStart = true;
         return kMessageFailed;
     }
-    m_received += m_stream.getLength();
     LOG_INFO("After Processing, %d bytes were consumed for a total of %d", static_cast<int>(m_stream.getLength()),
              m_received);
     if (m_received < m_length && m_fragmented) {
@@ -119,8 +123,6 @@ int FragmentedMessageBuilderSimple::ProcessPacket(unsigned char* packet, BlePack
     m_waitingForStart = true;
     return kMessageComplete;
 }
-
-NonFragmentedMessageBuilder::NonFragmentedMessageBuilder(int length) : m_length(length) {}
 
 void NonFragmentedMessageBuilder::SetLength(int length) {
     m_length = length;
@@ -134,13 +136,8 @@ int NonFragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketH
     }
     Reset(static_cast<int>(header.m_length));
     m_tooLong = m_length > PayloadRoom(header);
-    if (m_tooLong) {
+    if (m_tooLong || !ParsePayload(*this, packet, header, m_length)) {
         return kMessageFailed;
     }
-    m_stream.attach(packet + header.m_headerLength, static_cast<unsigned short>(m_length));
-    if (Deserialize() == kMessageFailed) {
-        return kMessageFailed;
-    }
-    m_received += m_stream.getLength();
     return m_received < m_length ? kMessageFailed : kMessageComplete;
 }

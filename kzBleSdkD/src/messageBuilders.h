@@ -32,7 +32,7 @@ constexpr size_t kMaxPacketsPerMessage = 400;
 // Stores the packets and joins them into the caller's buffer; Deserialize sees the message once, as a whole.
 class FragmentedMessageBuilder {
   public:
-    explicit FragmentedMessageBuilder(int length);
+    explicit FragmentedMessageBuilder(int length) : m_length(length) {}
     virtual ~FragmentedMessageBuilder() = default;
 
     // Parses the message, which is exactly m_stream. 0 success, 1 parse error, as for a message of no bytes.
@@ -67,7 +67,7 @@ class FragmentedMessageBuilder {
 // What it leaves unread of a packet is lost.
 class FragmentedMessageBuilderSimple {
   public:
-    explicit FragmentedMessageBuilderSimple(int length);
+    explicit FragmentedMessageBuilderSimple(int length) : m_length(length) {}
     virtual ~FragmentedMessageBuilderSimple() = default;
 
     virtual int Deserialize() = 0;
@@ -87,7 +87,7 @@ class FragmentedMessageBuilderSimple {
 // are failures; none of them is logged.
 class NonFragmentedMessageBuilder {
   public:
-    explicit NonFragmentedMessageBuilder(int length);
+    explicit NonFragmentedMessageBuilder(int length) : m_length(length) {}
     virtual ~NonFragmentedMessageBuilder() = default;
 
     virtual int Deserialize() = 0;
