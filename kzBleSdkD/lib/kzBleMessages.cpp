@@ -201,17 +201,13 @@ const char* Msg::decodeElements(MemoryStream& stream, unsigned short totalLength
     if (totalLength > stream.getSourceLength()) {
         return "it is cut";
     }
-    // A view that ends with the message: bytes behind it are not its elements'.
-    MemoryStream message(stream.getBuffer(), totalLength);
-    message.m_index = stream.m_index;
-    while (message.getRemainder() != 0) {
+    while (stream.getLength() < totalLength) {
         auto element = std::make_unique<MsgElement>();
-        if (!element->decode(message)) {
-            return "an element runs past its end";
+        if (!element->decode(stream)) {
+            return "an element is cut";
         }
         m_elements.push_back(Element(element.release()));
     }
-    stream.m_index = message.m_index;
     return nullptr;
 }
 

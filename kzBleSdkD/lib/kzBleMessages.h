@@ -80,9 +80,10 @@ class Msg {
     // Appends an owned element with a copy of the data.
     void addElement(unsigned char type, unsigned short length, const void* data);
 
-    // Rewinds the stream and reads one message, replacing category and elements. A total length below 4 or above what
-    // the stream holds, and an element that runs past the total length, are refused: a level-2 text, an empty message,
-    // false. The category is readable all the same; it is 0 when the stream holds less than a header.
+    // Rewinds the stream and reads one message, replacing category and elements. Elements are read until they reach the
+    // total length; the last is read whole where the stream holds it. A total length below 4 or above what the stream
+    // holds, and an element that runs past the stream's limit, are refused: a level-2 text, an empty message, false.
+    // The category is readable all the same; it is 0 when the stream holds less than a header.
     bool decode(MemoryStream& stream);
 
   private:
