@@ -1,8 +1,10 @@
 #include "bleQueryMessage.h"
 
 #include <algorithm>
-#include <bitset>
+#include <array>
+#include <bit>
 #include <iterator>
+#include <numeric>
 #include <string>
 
 #include "bleDevice.h"
@@ -18,6 +20,7 @@ namespace {
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
 constexpr unsigned kHeaderSize = 2;  // of every answer
+constexpr int kMaxId = 255;          // ids are one byte
 
 enum : uint32_t {
     kCategorySettings = 2,
@@ -56,7 +59,26 @@ void LogCount(size_t count) {
 }
 
 // Ids as a set: every one-byte id once, ascending, without a heap.
-using IdSet = std::bitset<256>;
+class IdSet {
+  public:
+    void Add(int id) { m_words[static_cast<size_t>(id) / 64] |= uint64_t{1} << (id % 64); }
+    size_t Count() const {
+        return std::accumulate(m_words.begin(), m_words.end(), size_t{0}, [](size_t count, uint64_t word) {
+            return count + static_cast<size_t>(std::popcount(word));
+        });
+    }
+    template <typename Visit>
+    void ForEach(Visit visit) const {
+        for (size_t i = 0; i < m_words.size(); ++i) {
+            for (uint64_t word = m_words[i]; word != 0; word &= word - 1) {
+                visit(static_cast<int>(i * 64) + std::countr_zero(word));
+            }
+        }
+    }
+
+  private:
+    std::array<uint64_t, (kMaxId + 1) / 64> m_words{};
+};
 
 // What a query of one category's values reads.
 struct ValueSource {
@@ -71,11 +93,13 @@ constexpr ValueSource kStatusValues = {&SettingsStatusMapping::FindStatusValue, 
 IdSet IdsToRead(const Read& read, const ValueSource& source) {
     IdSet ids;
     for (int id : read.query.m_ids) {
-        ids.set(static_cast<size_t>(id));
+        ids.Add(id);
     }
     if (!read.query.m_idsGiven) {
-        for (size_t id = 0; id < ids.size(); ++id) {
-            ids.set(id, (read.model.*source.find)(static_cast<int>(id)) != nullptr);
+        for (int id = 0; id <= kMaxId; ++id) {
+            if ((read.model.*source.find)(id) != nullptr) {
+                ids.Add(id);
+            }
         }
     }
     return ids;
@@ -86,27 +110,23 @@ IdSet IdsToRead(const Read& read, const ValueSource& source) {
 void WriteValues(const Read& read, const ValueSource& source, const IdSet& ids, int result) {
     EntryAnswer answer(read.stream,
                        BleQueryResponse(read.query.m_category, read.query.m_type, static_cast<uint32_t>(result)));
-    for (int id = 0; id < static_cast<int>(ids.size()); ++id) {
-        if (ids[static_cast<size_t>(id)]) {
-            answer.Count(AppendValueEntry(read.stream, id, (read.model.*source.get)(id)));
-        }
-    }
+    ids.ForEach([&](int id) { answer.Count(AppendValueEntry(read.stream, id, (read.model.*source.get)(id))); });
 }
 
 void ReadSettingValues(const Read& read) {
     const IdSet ids = IdsToRead(read, kSettingValues);
     int result = BleSDK::SetKZErrNo(KZ_OK);
-    if (!read.query.m_ids.empty() && ids.count() != read.query.m_ids.size()) {
+    if (!read.query.m_ids.empty() && ids.Count() != read.query.m_ids.size()) {
         LOG_ERROR("Possible request for setting with invalid id");
         result = BleSDK::SetKZErrNo(KZ_ERR_INVALID_PARAM);
     }
-    LogCount(ids.count());
+    LogCount(ids.Count());
     WriteValues(read, kSettingValues, ids, result);
 }
 
 void ReadStatusValues(const Read& read) {
     const IdSet ids = IdsToRead(read, kStatusValues);
-    LogCount(ids.count());
+    LogCount(ids.Count());
     WriteValues(read, kStatusValues, ids, BleSDK::SetKZErrNo(KZ_OK));
 }
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr size_t kFirstBlockSize = size_t{16} * 1024;
+constexpr size_t kFirstBlockSize = size_t{16} * 1024;  // holds the tree of a usual push
 constexpr size_t kMaxBlockSize = size_t{512} * 1024;
 constexpr size_t kAlignment = 8;  // of pointers and doubles, all that a node holds
 
@@ -20,17 +20,31 @@ constexpr size_t RoundUp(size_t size) {
 
 JsonArena* JsonArena::s_current = nullptr;
 
-JsonArena::JsonArena() {
-    s_current = this;
+JsonArena::Use::Use(JsonArena& arena) {
+    s_current = &arena;
     cJSON_Hooks hooks{Allocate, Free};
     cJSON_InitHooks(&hooks);
 }
 
-JsonArena::~JsonArena() {
+JsonArena::Use::~Use() {
     cJSON_InitHooks(nullptr);
+    s_current->Rewind();
     s_current = nullptr;
-    for (const Block& block : m_blocks) {
-        munmap(block.begin, block.size);
+}
+
+JsonArena::~JsonArena() {
+    ReleaseBlocksBehind(0);
+}
+
+void JsonArena::Rewind() {
+    ReleaseBlocksBehind(1);
+    m_used = 0;
+}
+
+void JsonArena::ReleaseBlocksBehind(size_t count) {
+    while (m_blocks.size() > count) {
+        munmap(m_blocks.back().begin, m_blocks.back().size);
+        m_blocks.pop_back();
     }
 }
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 
 #include "bleSDK.h"
@@ -28,7 +27,7 @@ constexpr long kCsiQueueDepth = 40;
 constexpr long kRadioQueueDepth = 100;
 constexpr int kRadioOpenAttempts = 12;  // a second apart
 
-constexpr suseconds_t kTickMicroseconds = 500000;
+constexpr timespec kTick = {0, 500000000};
 constexpr int kMaxShedAtOnce = 16;  // records, before the other queues are looked at
 
 // The CSI keys this daemon asks to be told of, as the payload of the subscription.
@@ -247,6 +246,7 @@ int KzBleServer::InterfaceClose() {
     m_bleTxMq.Close();
     m_radioDepth = 0;
     m_timer_fd.Close();
+    m_tick_fd.Close();
     m_msgBuffer.reset();
     m_lcdBuffer.reset();
     m_ledBuffer.reset();
@@ -270,40 +270,48 @@ void* KzBleServer::sThreadLoop(void* server) {
     fcntl(pThis->m_timer_fd, F_SETFD, FD_CLOEXEC);
     KZ_DEBUG_PRINT(kDebugThresholdStart, "Starting kzBleSdkD\n");
     pThis->m_csiSubscribed = subscribeCSIbleSdk() == 0;
+    pThis->StartTick();
     pThis->Loop();
     LOG_INFO("Command handling thread exiting!");
     return nullptr;
 }
 
-// Waits and dispatches until it is stopped. The tick has a deadline of its own: it comes when its time is over, however
-// much there is to receive.
-void KzBleServer::Loop() {
-    using Clock = std::chrono::steady_clock;
-    using std::chrono::microseconds;
-    constexpr microseconds kTick(kTickMicroseconds);
+namespace {
 
-    const int nfds = std::max<int>({m_eventMq, m_csiMq, m_bleRxMq, m_timer_fd}) + 1;
-    Clock::time_point tickTime = Clock::now() + kTick;
-    timeval timeout{0, kTickMicroseconds};
+void DiscardExpirations(int timer) {
+    uint64_t expirations = 0;
+    [[maybe_unused]] const ssize_t length = read(timer, &expirations, sizeof(expirations));
+}
+
+}  // namespace
+
+void KzBleServer::StartTick() {
+    m_tick_fd = FileDescriptor(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
+    const itimerspec period{kTick, kTick};
+    const int armed = timerfd_settime(m_tick_fd, 0, &period, nullptr);
+    KZ_ASSERT(armed != -1, kAssertPath, "timerfd_settime(m_tick_fd, 0, &period, NULL) != -1");
+}
+
+// Waits and dispatches until it is stopped. The tick is a descriptor like the others: it comes when its time is over,
+// however much there is to receive, and a wait needs no timeout of its own.
+void KzBleServer::Loop() {
+    fd_set descriptors;
+    FD_ZERO(&descriptors);
+    int nfds = 0;
+    for (const int descriptor : {int(m_eventMq), int(m_csiMq), int(m_bleRxMq), int(m_tick_fd)}) {
+        FD_SET(descriptor, &descriptors);
+        nfds = std::max(nfds, descriptor + 1);
+    }
+    nfds = std::max(nfds, m_timer_fd + 1);
     while (m_running && !m_stopRequested) {
-        fd_set readable;
-        FD_ZERO(&readable);
-        for (const int descriptor : {int(m_eventMq), int(m_csiMq), int(m_bleRxMq), int(m_timer_fd)}) {
-            FD_SET(descriptor, &readable);
+        fd_set readable = descriptors;
+        if (m_packetHolding) {  // the only time at which the packet timer runs
+            FD_SET(m_timer_fd, &readable);
         }
-        const int ready = select(nfds, &readable, nullptr, nullptr, &timeout);
-        if (ready < 0) {
+        if (select(nfds, &readable, nullptr, nullptr, nullptr) < 0) {
             LOG_ERROR("Select failed and not handled");
-        } else if (ready > 0) {
-            HandleReadable(readable);
-        }
-        const auto remaining = std::chrono::ceil<microseconds>(tickTime - Clock::now());
-        if (ready == 0 || remaining <= microseconds::zero()) {
-            HandlePeriodicTimer();
-            tickTime = Clock::now() + kTick;
-            timeout = {0, kTickMicroseconds};
         } else {
-            timeout = {0, static_cast<suseconds_t>(remaining.count())};
+            HandleReadable(readable);
         }
     }
 }
@@ -323,8 +331,11 @@ void KzBleServer::HandleReadable(const fd_set& readable) {
         HandleCSINotification();
     }
     if (FD_ISSET(m_timer_fd, &readable)) {
-        uint64_t expirations = 0;
-        [[maybe_unused]] const ssize_t length = read(m_timer_fd, &expirations, sizeof(expirations));
+        DiscardExpirations(m_timer_fd);
+    }
+    if (FD_ISSET(m_tick_fd, &readable)) {
+        DiscardExpirations(m_tick_fd);
+        HandlePeriodicTimer();
     }
 }
 

@@ -260,6 +260,7 @@ class KzBleServer {
     bool OpenOwnQueue(const char* name, long depth, QueueHandle& queue);
     bool OpenRadioQueues();
     void StopThread();
+    void StartTick();
     void Loop();
     void HandleReadable(const fd_set& readable);
     void HandleDebugEvent(const ble_message_t& record);
@@ -279,9 +280,10 @@ class KzBleServer {
     void UnregisterAfterLastDisconnection();
 
     // kzBleServerTransmit.cpp
-    enum class QueueRoom { kKnown, kUnknown };
-    bool WriteRecord(const ble_message_t& record, QueueRoom room);
-    bool SendOrHold(const ble_message_t& record, QueueRoom room);
+    enum class WaitForRoom { kNo, kBounded };
+    enum class SendResult { kSent, kNoRoom, kFailed };  // no room: only without a wait, and nothing was logged
+    SendResult WriteRecord(const ble_message_t& record, WaitForRoom wait);
+    SendResult SendOrHold(const ble_message_t& record, WaitForRoom wait);
     QueueFill TxQueueFill() const;  // nothing of nothing when it cannot be read
     bool SendStoredResponse(BleNotificationClient& client);
     void SendStoredBuffers(BleNotificationClient& client);
@@ -365,6 +367,7 @@ class KzBleServer {
     uint8_t m_modelNumber = 58;
     uint8_t m_lastStState = 0;  // CSI_ST_STATE as published
     FileDescriptor m_timer_fd;
+    FileDescriptor m_tick_fd;  // readable about every 500 ms
     uint32_t m_tick = 0;
     bool m_stNotificationReady = false;
     std::unique_ptr<unsigned char[]> m_lcdBuffer;
@@ -376,6 +379,7 @@ class KzBleServer {
     uint8_t m_rebootDelay = 0;      // ticks since an update became pending or was last requested; shared by all clients
     std::vector<int> m_pushIds;     // scratch of the buffer pushes, kept for its capacity
     long m_radioDepth = 0;          // of the open queue, once asked for
+    std::string m_eventText;        // scratch of HandleEvent
     std::vector<int> m_changedIds;  // scratch of the fan-out: the change set
     std::vector<int> m_remainingIds;                     // and what of it is left for one client
     BleNotificationClient::StoredResponse m_filePacket;  // scratch of the transfers

@@ -267,10 +267,10 @@ bool KzBleServer::HandleEvent() {
         LOG_ERROR("No Database!!");
         return false;
     }
-    const std::string text(reinterpret_cast<const char*>(element->getData()), element->getDataLength());
-    LOG_TRACE("%s", text.c_str());
+    m_eventText.assign(reinterpret_cast<const char*>(element->getData()), element->getDataLength());
+    LOG_TRACE("%s", m_eventText.c_str());
     bool capabilitiesChanged = false;
-    const uint8_t changed = model->CurrentSettingsStatusFromJSON(text.c_str(), capabilitiesChanged);
+    const uint8_t changed = model->CurrentSettingsStatusFromJSON(m_eventText.c_str(), capabilitiesChanged);
     if ((changed & SettingsStatusMapping::kSettingsChanged) != 0 && NotifyClientsOfSettingsChanges()) {
         model->ResetSettingsHasChanged();
     }

@@ -118,7 +118,7 @@ bool KzBleServer::PumpSettingsJSON(BleNotificationClient& client, long budget) {
             break;
         }
         Fill(record, m_filePacket);
-        if (!SendOrHold(record, QueueRoom::kKnown)) {
+        if (!PostPacket(record)) {
             LOG_ERROR("Failed to send some data for file. Transfer aborted!");
             more = false;
         }

@@ -63,48 +63,56 @@ bool TrackDepth(const QueueHandle& queue, int64_t& maxDepth) {
 
 // ---------------------------------------------------------------- packets
 
-// Writes one record. With known room it cannot block; otherwise the wait is bounded, so that a radio-stack daemon that
-// stopped reading costs a packet and not the whole service.
-bool KzBleServer::WriteRecord(const ble_message_t& record, QueueRoom room) {
-    const auto* bytes = reinterpret_cast<const char*>(&record);
-    if (room == QueueRoom::kKnown) {
-        return mq_send(m_bleTxMq, bytes, sizeof(record), 0) == 0;
-    }
+// Writes one record. The wait for room is bounded, so that a radio-stack daemon that stopped reading costs a packet and
+// not the whole service. Without a wait the deadline is one that has passed.
+KzBleServer::SendResult KzBleServer::WriteRecord(const ble_message_t& record, WaitForRoom wait) {
     timespec deadline{};
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += kRadioWriteSeconds;
+    if (wait == WaitForRoom::kBounded) {
+        clock_gettime(CLOCK_REALTIME_COARSE, &deadline);
+        deadline.tv_sec += kRadioWriteSeconds;
+    }
     int result = 0;
     do {
-        result = mq_timedsend(m_bleTxMq, bytes, sizeof(record), 0, &deadline);
+        result = mq_timedsend(m_bleTxMq, reinterpret_cast<const char*>(&record), sizeof(record), 0, &deadline);
     } while (result != 0 && errno == EINTR);
-    return result == 0;
+    if (result == 0) {
+        return SendResult::kSent;
+    }
+    const bool couldNotStart = errno == ETIMEDOUT || errno == EBADF;
+    return wait == WaitForRoom::kNo && couldNotStart ? SendResult::kNoRoom : SendResult::kFailed;
 }
 
-bool KzBleServer::SendOrHold(const ble_message_t& record, QueueRoom room) {
-    DumpRecord(record);
+KzBleServer::SendResult KzBleServer::SendOrHold(const ble_message_t& record, WaitForRoom wait) {
     if (m_packetHolding) {
+        DumpRecord(record);
         QueuePacket(record);
-        return true;
+        return SendResult::kSent;
     }
-    if (!WriteRecord(record, room)) {
+    const SendResult result = WriteRecord(record, wait);
+    if (result == SendResult::kNoRoom) {
+        return result;
+    }
+    DumpRecord(record);
+    if (result == SendResult::kFailed) {
         LOG_ERROR("Failed to send packet to ble client.");
-        return false;
+    } else {
+        LOG_INFO("Sent 1 packet to GATT MQ for connection_id:%d stream_id:%d", record.connectionId, record.streamId);
     }
-    LOG_INFO("Sent 1 packet to GATT MQ for connection_id:%d stream_id:%d", record.connectionId, record.streamId);
-    return true;
+    return result;
 }
 
 bool KzBleServer::PostPacket(ble_message_t& record) {
-    return SendOrHold(record, QueueRoom::kUnknown);
+    return SendOrHold(record, WaitForRoom::kBounded) == SendResult::kSent;
 }
 
 bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data, unsigned short length) {
     if (length == 0) {
         return true;
     }
+    // Several packets need room for all of them before the first leaves; a single one learns by trying.
     const long packets = PacketsNeeded(length);
-    const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
-    if (!queue || FillOf(*queue).Available() < packets) {
+    const bool tries = packets == 1 && !m_packetHolding;
+    if (!tries && TxQueueFill().Available() < packets) {
         LOG_ERROR("GATT Message queue is backed up, buffering response for later attempt");
         return false;
     }
@@ -125,7 +133,12 @@ bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data,
         header.m_headerLength = 1;
         header.m_counter = first ? uint8_t{0} : static_cast<uint8_t>((header.m_counter + 1) % 16);
 
-        if (!SendOrHold(packet, QueueRoom::kKnown)) {
+        const SendResult result = SendOrHold(packet, tries ? WaitForRoom::kNo : WaitForRoom::kBounded);
+        if (result == SendResult::kNoRoom) {
+            LOG_ERROR("GATT Message queue is backed up, buffering response for later attempt");
+            return false;
+        }
+        if (result == SendResult::kFailed) {
             LOG_ERROR("Failed to send packet to ble client. Response remainder will be dropped!!");
             break;
         }

@@ -36,12 +36,13 @@ int ReadDecimal(const char* text) {
     return static_cast<int>(negative ? -value : value);
 }
 
-// A push beside its tree, to look up the digits of the numbers that a double may not hold. Most pushes have none.
+// A push beside its tree, to look up the digits of the numbers that a double may not hold. Most pushes have none. The
+// tree belongs to the arena in use.
 class Push {
   public:
     explicit Push(const char* text) : m_text(text), m_root(cJSON_Parse(text)) {}
 
-    const cJSON* Root() const { return m_root.get(); }
+    const cJSON* Root() const { return m_root; }
 
     // Walks one part ("settings", "status") of the push, a member of its root. Members are asked for in order.
     class Part {
@@ -74,7 +75,7 @@ class Push {
 
   private:
     const char* m_text;
-    JsonTree m_root;
+    const cJSON* m_root;
     bool m_hasRoundedNumbers = m_root != nullptr && HasFractionOrExponent(m_text);
 };
 
@@ -104,6 +105,13 @@ unsigned long NumberForLog(const FlexValue& value) {
     return value.GetDataLength() != 0 ? value.GetUI32Value() : 0;
 }
 
+// Ids are collected in order: there is something to sort only when the caller brought some.
+void SortIds(std::vector<int>& ids) {
+    if (!std::is_sorted(ids.begin(), ids.end())) {
+        std::sort(ids.begin(), ids.end());
+    }
+}
+
 template <int kSize>
 void CopyValues(ValueTable<kSize>& values, const std::vector<int>& ids, std::map<int, FlexValue>& result) {
     if (ids.empty()) {
@@ -120,6 +128,7 @@ void CopyValues(ValueTable<kSize>& values, const std::vector<int>& ids, std::map
 
 uint8_t SettingsStatusMapping::CurrentSettingsStatusFromJSON(const char* text, bool& capabilitiesChanged) {
     capabilitiesChanged = false;
+    const JsonArena::Use use(m_pushMemory);
     const Push push(text);
     if (push.Root() == nullptr) {
         LOG_ERROR("Input JSON is nullptr");
@@ -180,7 +189,7 @@ void SettingsStatusMapping::GetChangedSettingsIds(std::vector<int>& ids) const {
             ids.push_back(id);
         }
     });
-    std::sort(ids.begin(), ids.end());
+    SortIds(ids);
 }
 
 void SettingsStatusMapping::GetChangedStatusIds(std::vector<int>& ids) const {
@@ -190,7 +199,7 @@ void SettingsStatusMapping::GetChangedStatusIds(std::vector<int>& ids) const {
             ids.push_back(id);
         }
     });
-    std::sort(ids.begin(), ids.end());
+    SortIds(ids);
 }
 
 void SettingsStatusMapping::ResetSettingsHasChanged() {

@@ -291,7 +291,8 @@ SettingsStatusMapping::~SettingsStatusMapping() = default;
 // ---------------------------------------------------------------- parser
 
 bool SettingsStatusMapping::ParseJsonFile(const std::string& path) {
-    const JsonArena arena;
+    JsonArena arena;
+    const JsonArena::Use use(arena);
     bool complete = false;
     if (const JsonTree root = ParseSettingsFile(path); root != nullptr) {
         ReadVersion(root.get(), version);

@@ -27,6 +27,7 @@
 #include <vector>
 
 #include "FlexValue.h"
+#include "jsonArena.h"
 #include "valueTable.h"
 
 class FilterTable;
@@ -238,6 +239,7 @@ class SettingsStatusMapping {
     // current values: of the ids that were pushed or looked up
     ValueTable<kSettingsTableSize> m_settingValues;
     ValueTable<kStatusTableSize> m_statusValues;
+    JsonArena m_pushMemory;
 };
 
 // The width of a setting's or status's value, by camera model; eValueWidthNone for an id outside the table.
