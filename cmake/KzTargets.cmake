@@ -22,10 +22,11 @@ function(kz_add_test name)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()
 
-# kz_add_fuzzer(NAME SOURCES file... LIBS target...): one libFuzzer program.
+# kz_add_fuzzer(NAME SOURCES file... LIBS target...): one libFuzzer program; the target `fuzzers` builds them all.
 function(kz_add_fuzzer name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE kzOptions ${ARG_LIBS})
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  add_dependencies(fuzzers ${name})
 endfunction()

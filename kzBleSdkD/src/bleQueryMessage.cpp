@@ -4,7 +4,6 @@
 #include <array>
 #include <bit>
 #include <iterator>
-#include <numeric>
 #include <string>
 
 #include "bleDevice.h"
@@ -61,12 +60,13 @@ void LogCount(size_t count) {
 // Ids as a set: every one-byte id once, ascending, without a heap.
 class IdSet {
   public:
-    void Add(int id) { m_words[static_cast<size_t>(id) / 64] |= uint64_t{1} << (id % 64); }
-    size_t Count() const {
-        return std::accumulate(m_words.begin(), m_words.end(), size_t{0}, [](size_t count, uint64_t word) {
-            return count + static_cast<size_t>(std::popcount(word));
-        });
+    void Add(int id) {
+        uint64_t& word = m_words[static_cast<size_t>(id) / 64];
+        const uint64_t bit = uint64_t{1} << (id % 64);
+        m_count += (word & bit) == 0 ? 1 : 0;
+        word |= bit;
     }
+    size_t Count() const { return m_count; }
     template <typename Visit>
     void ForEach(Visit visit) const {
         for (size_t i = 0; i < m_words.size(); ++i) {
@@ -78,6 +78,7 @@ class IdSet {
 
   private:
     std::array<uint64_t, (kMaxId + 1) / 64> m_words{};
+    size_t m_count = 0;
 };
 
 // What a query of one category's values reads.
