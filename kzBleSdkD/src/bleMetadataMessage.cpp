@@ -230,6 +230,7 @@ int BleMetadataMessage::OpenStreams(BleNotificationClient& client) const {
                  static_cast<int>(BleNotificationClient::kMetadataStreamBufferSize));
         if (handle == nullptr) {
             LOG_ERROR("Error Openening metadata stream");
+            client.m_metadataStreams[i].reset();  // a buffer that is no stream is no handle
             return eStreamNotOpened;
         }
     }

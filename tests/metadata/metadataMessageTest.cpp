@@ -235,8 +235,8 @@ TEST_F(MetadataMessage, FailedOpenStopsAndLeavesTheStreamsBeforeIt) {
     Send(RegisterKey("HRAT", 1, 1, 'S', 2));
     Send(RegisterKey("HRAT", 2, 2, 'S', 2));
     EXPECT_EQ(Send(Sample(0, 2)).answer, "");
-    EXPECT_EQ(Send(Sample(1, 2)).answer, "");       // has a buffer, but is no stream: lost
-    EXPECT_EQ(Send(Sample(2, 2)).answer, "01 09");  // has no buffer
+    EXPECT_EQ(Send(Sample(1, 2)).answer, "01 09");  // its open failed
+    EXPECT_EQ(Send(Sample(2, 2)).answer, "01 09");  // never opened
     EXPECT_TRUE(log.Has("Error - Metadata stream write", 2));
 }
 
