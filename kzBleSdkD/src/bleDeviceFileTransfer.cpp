@@ -115,7 +115,6 @@ bool BleNotificationClient::OpenFirmwareImage() {
         return false;
     }
     m_fileSize = static_cast<uint32_t>(size);
-    m_bytesRemaining = 0;  // until the accessory asks for a block
     LOG_DEBUG("accessory update filesize: %d", m_fileSize);
     HoldFile(std::move(file));
     m_transferringLarch = true;

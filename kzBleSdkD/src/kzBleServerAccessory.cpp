@@ -225,6 +225,7 @@ void KzBleServer::HandleBlockMessage(BleNotificationClient& client, const ble_me
 
 void KzBleServer::HandleImageRequest(BleNotificationClient& client, const ble_message_t& record) {
     if (!client.IsTransferringLarch()) {
+        client.m_bytesRemaining = 0;  // of an earlier transfer; the accessory asks for its blocks
         StartLarchFileTransfer(&client);
     }
     if (record.dataLength > 2) {
@@ -252,8 +253,7 @@ void KzBleServer::HandleImageError(BleNotificationClient& client) {
     if (!client.IsTransferringLarch()) {
         return;
     }
-    client.SetTransferringLarch(false);
-    ReleaseFileTransferSlot();
+    StopTransfer(&client);
     const uint32_t failed = AccessoryUpdateState(client.m_deviceType, 0, eAccessoryUpdateFailed);
     csi_set(CSI_ACCESSORY_UPDATE, &failed, sizeof(failed));
     csi_set(CSI_ACCESSORY_UPDATE, &kAccessoryUpdateIdle, sizeof(kAccessoryUpdateIdle));

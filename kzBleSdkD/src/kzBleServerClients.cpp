@@ -129,8 +129,7 @@ void KzBleServer::RemoveClient(BleNotificationClient& client) {
     }
     if (client.IsTransferringLarch()) {
         LOG_DEBUG("A client with active file transfer disconnected.");
-        client.SetTransferringLarch(false);
-        ReleaseFileTransferSlot();
+        StopTransfer(&client);
         const uint32_t failed = AccessoryUpdateState(client.m_deviceType, 0, eAccessoryUpdateFailed);
         csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &failed, sizeof(failed));
         csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &kAccessoryUpdateIdle, sizeof(kAccessoryUpdateIdle));

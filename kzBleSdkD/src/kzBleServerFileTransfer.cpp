@@ -71,7 +71,8 @@ bool KzBleServer::StartLarchFileTransfer(BleNotificationClient* client) {
 }
 
 bool KzBleServer::StopTransfer(BleNotificationClient* client) {
-    if (client->SetTransferringLarch(false)) {
+    // While another client's transfer holds the slot, it is not this client's to release.
+    if (client->SetTransferringLarch(false) || m_fileTransferSlots == 0) {
         ReleaseFileTransferSlot();
     }
     return true;
@@ -85,7 +86,7 @@ void KzBleServer::PublishAccessoryState(const BleNotificationClient& client, uin
 // ---------------------------------------------------------------- settings.json
 
 bool KzBleServer::CheckClientsForFileTransfer() {
-    if (GetBleTxQueueAvailability() <= 0) {
+    if (GetBleTxQueueAvailability() == 0) {
         return false;
     }
     bool more = false;
@@ -192,8 +193,7 @@ long KzBleServer::ImageBudget(const BleNotificationClient& client, const QueueFi
 }
 
 void KzBleServer::FinishImageTransfer(BleNotificationClient& client) {
-    client.SetTransferringLarch(false);
-    ReleaseFileTransferSlot();
+    StopTransfer(&client);
     LOG_ERROR("Send OTA base address message finished");
     ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_OTA_RESPONSE);
     record.dataLength = 1;
