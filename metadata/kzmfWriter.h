@@ -64,8 +64,8 @@ bool MetadataHasStreams();
 //   kKzmfDone      stored; or dropped without a word: a key that is not four valid characters, a container whose data
 //                  is not a sequence of records
 //   kKzmfNoHandle
-//   kKzmfNoRoom    also for more than 255 bytes a sample or 65535 samples, and when the counters of the sticky area
-//   have no room
+//   kKzmfNoRoom    also for more than 255 bytes a sample or 65535 samples, and when the sticky area has no room for
+//                  the counters
 uint32_t MetadataStreamWrite(void* handle, uint32_t key, uint32_t type, uint32_t structureSize, uint32_t repeat,
                              const void* data, uint32_t flags, float timeOffset);
 

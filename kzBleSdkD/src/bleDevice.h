@@ -147,8 +147,8 @@ class BleNotificationClient : public NotificationClient {
 
     // ---- message processing, one per interface. `packet` is the record's 20-byte data area, `response` the server's
     // buffer of *responseLength bytes (also the reassembly's).
-    //   true   `response` holds *responseLength bytes to be sent: an answer, or the error answer of a message that
-    //   failed false  nothing to send: more packets are needed, or the message has no answer
+    //   true   `response` holds *responseLength bytes to be sent: an answer, or a failed message's error answer
+    //   false  nothing to send: more packets are needed, or the message has no answer
     // *kzErrno: 0, the code of Execute, or KZ_ERR_INVALID_PARAM when reassembly or parsing failed. A packet on any
     // interface but the sensor's drops that interface's stored response.
     bool ProcessCommandMessage(unsigned char* packet, unsigned char* response, unsigned short* responseLength,

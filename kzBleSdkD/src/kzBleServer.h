@@ -158,7 +158,7 @@ class KzBleServer {
     // Retries stored responses, one a client; true when any was sent. Takes the lock.
     bool CheckClientsStoredResponses();
     // Free places; 0 when the queue is closed or unreadable. `capacity`, when given, gets the queue's depth.
-    int GetBleTxQueueAvailability(int* capacity = nullptr);
+    unsigned GetBleTxQueueAvailability(int* capacity = nullptr);
     // Bytes of the longest response that the radio queue takes when it is empty: a longer one could never be sent. The
     // longest message while the queue is closed.
     uint16_t GetLongestResponse();
@@ -206,7 +206,7 @@ class KzBleServer {
     bool ReleaseFileTransferSlot();  // false when none is taken
     bool StartSettingsJSONFileTransfer(BleNotificationClient* client);
     bool StartLarchFileTransfer(BleNotificationClient* client);
-    // Ends the client's own firmware transfer, if it runs. True.
+    // Ends the client's firmware transfer and releases the slot, which stays taken when it is another client's. True.
     bool StopTransfer(BleNotificationClient* client);
     // The settings.json pump, on every tick; true when the last packet sent has more to follow. Takes the lock.
     bool CheckClientsForFileTransfer();

@@ -170,7 +170,7 @@ bool KzBleServer::SetPacketTimer(bool on) {
 // ---------------------------------------------------------------- stored responses
 
 bool KzBleServer::CheckClientsStoredResponses() {
-    if (GetBleTxQueueAvailability() <= 0) {
+    if (GetBleTxQueueAvailability() == 0) {
         return false;
     }
     bool sent = false;
@@ -246,7 +246,7 @@ uint16_t KzBleServer::GetLongestResponse() {
     return static_cast<uint16_t>(LongestResponse(m_radioDepth));
 }
 
-int KzBleServer::GetBleTxQueueAvailability(int* capacity) {
+unsigned KzBleServer::GetBleTxQueueAvailability(int* capacity) {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
     if (!queue) {
         return 0;
@@ -254,7 +254,7 @@ int KzBleServer::GetBleTxQueueAvailability(int* capacity) {
     if (capacity != nullptr) {
         *capacity = static_cast<int>(queue->mq_maxmsg);
     }
-    return static_cast<int>(FillOf(*queue).Available());
+    return static_cast<unsigned>(FillOf(*queue).Available());
 }
 
 bool KzBleServer::TrackBleQStats(uint32_t tick) {

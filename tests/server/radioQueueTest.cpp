@@ -78,7 +78,7 @@ TEST_F(RadioQueueTest, StatisticsAreDueOnEveryThirdTickOfABusyQueue) {
     EXPECT_FALSE(Server().TrackBleQStats(4));
     EXPECT_TRUE(Server().TrackBleQStats(6));
     int capacity = 0;
-    EXPECT_EQ(Server().GetBleTxQueueAvailability(&capacity), 5);
+    EXPECT_EQ(Server().GetBleTxQueueAvailability(&capacity), 5u);
     EXPECT_EQ(capacity, kRadioDepth);
 }
 
