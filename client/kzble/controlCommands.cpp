@@ -2,6 +2,8 @@
 #include <chrono>
 #include <ctime>
 #include <iomanip>
+#include <map>
+#include <optional>
 #include <sstream>
 
 #include "session.h"
@@ -230,21 +232,44 @@ void addSwitch(CLI::App& app, Session& session, const char* name, const char* he
     command->add_option("state", *state, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
 }
 
+struct Mode {
+    uint32_t mode = 0;
+    std::optional<uint32_t> subMode;
+};
+
+const std::map<std::string, Mode> kModes = {
+    {"video", {0, {}}}, {"photo", {1, {}}}, {"multishot", {2, {}}}, {"burst", {2, 0}}, {"timelapse", {2, 1}},
+};
+
+// A mode by name or number.
+Mode parseMode(const std::string& text) {
+    if (const auto named = kModes.find(text); named != kModes.end()) {
+        return named->second;
+    }
+    Mode mode;
+    if (!CLI::detail::lexical_cast(text, mode.mode)) {
+        throw Error("no mode is called \"" + text + "\"; take video, photo, multishot, burst, timelapse or a number");
+    }
+    return mode;
+}
+
 void addMode(CLI::App& app, Session& session) {
     struct Given {
-        uint32_t mode = 0;
+        std::string mode;
         std::optional<uint32_t> subMode;
     };
     auto given = std::make_shared<Given>();
     CLI::App* command = addCommand(app, "mode", "Switch to a mode, with a sub-mode if given", [&session, given] {
-        if (given->subMode) {
-            session.client().command(kModeSubMode, {number(given->mode, 4), number(*given->subMode, 4)});
+        const Mode mode = parseMode(given->mode);
+        const std::optional<uint32_t> subMode = given->subMode ? given->subMode : mode.subMode;
+        if (subMode) {
+            session.client().command(kModeSubMode, {number(mode.mode, 4), number(*subMode, 4)});
         } else {
-            session.client().command(kMode, {number(given->mode, 4)});
+            session.client().command(kMode, {number(mode.mode, 4)});
         }
         session.printDone();
     });
-    command->add_option("mode", given->mode)->required();
+    command->add_option("mode", given->mode, "video, photo, multishot, burst, timelapse, or a number")->required();
     command->add_option("sub-mode", given->subMode);
 }
 

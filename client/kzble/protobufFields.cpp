@@ -125,12 +125,13 @@ std::string toJson(const Message& message) {
     return json;
 }
 
-std::string toText(const Message& message) {
+std::string toText(const Message& message, TextLines lines) {
     google::protobuf::TextFormat::Printer printer;
+    printer.SetSingleLineMode(lines == TextLines::kOne);
     printer.SetUseUtf8StringEscaping(true);
     std::string text;
     printer.PrintToString(message, &text);
-    while (text.ends_with('\n')) {
+    while (text.ends_with('\n') || text.ends_with(' ')) {
         text.pop_back();
     }
     return text.empty() ? "nothing set" : text;

@@ -14,7 +14,8 @@ void setField(google::protobuf::Message& message, const std::string& name, const
 std::string describeField(const google::protobuf::FieldDescriptor& field);
 
 std::string toJson(const google::protobuf::Message& message);
-// One "field: value" a line.
-std::string toText(const google::protobuf::Message& message);
+// "field: value", one a line or all on one line.
+enum class TextLines { kOneAField, kOne };
+std::string toText(const google::protobuf::Message& message, TextLines lines = TextLines::kOneAField);
 
 }  // namespace kzble

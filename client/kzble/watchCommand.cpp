@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 #include <iostream>
+#include <utility>
 
 #include "protobufFields.h"
 #include "session.h"
@@ -168,14 +169,20 @@ class Watch {
         const auto& catalogue = m_session.catalogue();
         ordered_json json = ordered_json::array();
         std::string text;
+        int asBefore = 0;
         for (const auto& entry : kzclient::parseEntries(body)) {
+            const std::string name = idName(kind, entry.id, catalogue);
+            json.push_back({{"id", entry.id}, {"name", name}, {"value", valueJson(kind, entry)}});
             const std::string now = valueText(kind, entry, catalogue);
-            std::string& last = m_last[{kind, entry.id}];
-            text += (text.empty() ? "" : ", ") + idName(kind, entry.id, catalogue) + ": " +
-                    (last.empty() || last == now ? "" : last + " -> ") + now;
-            json.push_back(
-                {{"id", entry.id}, {"name", idName(kind, entry.id, catalogue)}, {"value", valueJson(kind, entry)}});
-            last = now;
+            const std::string last = std::exchange(m_last[{kind, entry.id}], now);
+            if (last == now) {
+                ++asBefore;
+            } else {
+                text += (text.empty() ? "" : ", ") + name + ": " + (last.empty() ? "" : last + " -> ") + now;
+            }
+        }
+        if (asBefore > 0) {
+            text += (text.empty() ? "" : ", and ") + std::to_string(asBefore) + " as before";
         }
         line(kind == ValueKind::Setting ? "settings" : "status", json, text);
         return true;
@@ -215,9 +222,7 @@ class Watch {
         if (!message->ParsePartialFromArray(body.data(), static_cast<int>(body.size()))) {
             throw Error("a notification cannot be read");
         }
-        std::string text = toText(*message);
-        std::replace(text.begin(), text.end(), '\n', ',');
-        line(row->name, ordered_json::parse(toJson(*message)), text);
+        line(row->name, ordered_json::parse(toJson(*message)), toText(*message, TextLines::kOne));
         return true;
     }
 
