@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 #include "utils.h"
@@ -11,6 +12,15 @@ namespace {
 
 constexpr const char* kLogTag = "kzTlv.cpp";
 constexpr const char* kPath = "libkzCommon/src/kzTlv";
+
+struct TypeName {
+    uint8_t type;
+    const char* name;
+};
+constexpr TypeName kTypeNames[] = {
+    {TLV_CMD, "CMD"},         {TLV_CMDARG, "CMDARG"}, {TLV_DST, "DST"}, {TLV_SRC, "SRC"}, {TLV_RSPARG, "RSPARG"},
+    {TLV_ASOURCE, "ASOURCE"}, {TLV_VOID, "VOID"},     {TLV_RSP, "RSP"}, {TLV_END, "EE"},
+};
 
 enum : int { kValid = 0, kMalformed = -1, kBadCategory = -2, kElementMissing = -3 };
 
@@ -182,28 +192,9 @@ int sntlv_find(void* out, uint32_t outSize, uint8_t type, const unsigned char* b
 }
 
 const char* tlv_type_name(uint8_t type) {
-    switch (type) {
-        case TLV_CMD:
-            return "CMD";
-        case TLV_CMDARG:
-            return "CMDARG";
-        case TLV_DST:
-            return "DST";
-        case TLV_SRC:
-            return "SRC";
-        case TLV_RSPARG:
-            return "RSPARG";
-        case TLV_ASOURCE:
-            return "ASOURCE";
-        case TLV_VOID:
-            return "VOID";
-        case TLV_RSP:
-            return "RSP";
-        case TLV_END:
-            return "EE";
-        default:
-            return "UNKNOWN";
-    }
+    const auto* row = std::find_if(std::begin(kTypeNames), std::end(kTypeNames),
+                                   [type](const TypeName& candidate) { return candidate.type == type; });
+    return row != std::end(kTypeNames) ? row->name : "UNKNOWN";
 }
 
 void sntlv_void(unsigned char* buffer, uint8_t type) {
