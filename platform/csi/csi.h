@@ -1,5 +1,5 @@
 /* The camera's key/value status service, libcsi.so. Its ABI is fixed by the camera. 0 (CSI_OK) is success; any other
- * result is a failure, at the latest two seconds after the call. Multi-byte numbers are little-endian. Not for two
+ * result is a failure, among them no answer within two seconds. Multi-byte numbers are little-endian. Not for two
  * threads at once. */
 #pragma once
 
