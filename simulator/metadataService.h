@@ -4,12 +4,11 @@
 // record: 32-bit sequence number, little-endian, then the KZMF payload. The first number is 49; after 64 comes 48.
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "eventLoop.h"
+#include "fileCloser.h"
 #include "requestServer.h"
 
 namespace kzsim {
@@ -29,13 +28,9 @@ class MetadataService {
     int32_t take(ByteView record);
 
   private:
-    struct CloseFile {
-        void operator()(FILE* file) const { fclose(file); }
-    };
-
     ServiceReply handle(const ServiceRequest& request);
 
-    std::unique_ptr<FILE, CloseFile> m_file;
+    FileHandle m_file;
     uint32_t m_expected;
     uint64_t m_records = 0;
     uint64_t m_bytes = 0;

@@ -22,6 +22,8 @@
 #include <iterator>
 #include <memory>
 
+#include "fileCloser.h"
+
 int g_logLevel = KZ_LOG_ERROR;
 uint32_t g_debug_level = 0x00285420;
 
@@ -31,11 +33,6 @@ constexpr const char* kLogTag = "utils.cpp";
 
 // syslog.h, included behind utils.h, takes the names LOG_DEBUG and LOG_INFO for priorities: here they are its own.
 static_assert(LOG_DEBUG == 7);
-
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 struct FreeMemory {
     void operator()(void* memory) const { std::free(memory); }
@@ -172,7 +169,7 @@ void printTimed(const char* time, const DebugText& rest) {
         std::fflush(stdout);
     }
     if ((g_debug_level & kDebugPrintFile) != 0) {
-        if (const File file{std::fopen(kDebugPrintPath, "a+")}) {
+        if (const FileHandle file{std::fopen(kDebugPrintPath, "a+")}) {
             std::fprintf(file.get(), "%s%s", time, rest.text);
         }
     }
@@ -223,7 +220,7 @@ void kzAssertFailed(const char* path, const char* function, int line, const char
 }
 
 void kzAssertFailedTraced(const char* path, const char* function, int line, const char* condition) {
-    if (const File file{std::fopen(kAssertionPath, "a+")}) {
+    if (const FileHandle file{std::fopen(kAssertionPath, "a+")}) {
         std::fprintf(file.get(), "ASSERT:%s/%s:%d:%s\n", path, function, line, condition);
     }
     kzDebugPrint(kDebugThresholdDump, "%s \033[31mASSERT:%s/%s:%d:%s\033[0m", "\033[31mASSERT:%s/%s:%d:%s\033[0m", path,

@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
 
+#include "fileCloser.h"
 #include "utils.h"
 
 namespace {
@@ -24,11 +24,6 @@ constexpr int kInternalStorageId = 1;
 constexpr int kCardIdLength = 30;  // characters read of a stored id
 constexpr size_t kCardIdSize = 32;
 constexpr int kRandomTries = 10;
-
-struct CloseFile {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
 
 // The value of a hexadecimal digit, or -1.
 int hexDigit(char digit) {
@@ -65,7 +60,7 @@ bool makeCardFolder(const char* folder) {
 
 // Reads a stored id that is a number into `buffer`.
 bool readCardId(const char* path, char* buffer) {
-    const File file{std::fopen(path, "r")};
+    const FileHandle file{std::fopen(path, "r")};
     if (!file) {
         return false;
     }
@@ -86,7 +81,7 @@ int nonZeroRandom() {
 }
 
 bool writeCardId(const char* path, const char* id) {
-    File file{std::fopen(path, "w")};
+    FileHandle file{std::fopen(path, "w")};
     if (!file) {
         std::fprintf(stderr, "Failed to create file  %s\n", path);
         return false;
