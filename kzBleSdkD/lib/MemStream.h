@@ -36,8 +36,7 @@ class MemoryStream {
     unsigned short getLength() const { return m_index; }
     // Bytes left before the limit; 0 when m_index was moved beyond it.
     unsigned short getRemainder() const {
-        return m_index < m_sourceLen ? static_cast<unsigned short>(m_sourceLen - m_index)
-                                     : static_cast<unsigned short>(0);
+        return static_cast<unsigned short>(m_index < m_sourceLen ? m_sourceLen - m_index : 0);
     }
     // The limit.
     unsigned short getSourceLength() const { return m_sourceLen; }

@@ -171,8 +171,7 @@ namespace Utils {
 
 // Reads the integer under `key`: a number, a string that is a decimal number as a whole, true (1) or false (0). Values
 // beyond int become the nearest int. -3 when an argument is null; a missing or null member gives -1 if `required`, else
-// 0 with
-// `*out` untouched; -1 otherwise, after a string with what its leading digits give in `*out`.
+// 0 with `*out` untouched; -1 otherwise, after a string with what its leading digits give in `*out`.
 int cjson_parse_int(const cJSON* object, const char* key, int* out, int required);
 // Reads the string under `key` as a pointer into the JSON tree (null for JSON null). -3 when an argument is null; a
 // missing member gives -1 if `required`, else 0 with `*out` untouched; -1 for anything else.
