@@ -1,19 +1,27 @@
 // Firmware updates of accessories, and sensors: the conversations from the first report to the end.
+#include <filesystem>
+
 #include "fixture.h"
 
 namespace e2e {
 namespace {
 
-constexpr uint8_t kAccessoryReports = 19;  // streams of an update
-constexpr uint8_t kRebootRequest = 25;
+constexpr uint8_t kRebootRequest = 25;  // streams of an update
 constexpr uint8_t kUpdateRequest = 27;
 constexpr uint8_t kUpdateReply = 28;
 constexpr uint8_t kImageData = 30;
+constexpr uint8_t kSensorAnswers = 19;
 
-constexpr const char* kRemoteImage = "/usr/local/zorvik/tftp/KZ_REMOTE_FW_2.bin";
+constexpr uint8_t kBusy = 3;  // CSI keys
+constexpr uint8_t kSystemState = 111;
+
+constexpr const char* kCardImage = "/tmp/fuse_d/KZ_REMOTE_FW_2.bin";
+constexpr const char* kCameraImage = "/usr/local/zorvik/tftp/KZ_REMOTE_FW_2.bin";
 constexpr const char* kShutterImage = "/usr/local/zorvik/tftp/KZ_SHUTTER_REMOTE_FW_2.bin";
 
-constexpr uint32_t kGetAllStatus = 33;
+// The client-information command of an accessory with a full battery, at version 1.2.5.
+constexpr const char* kRemoteReports = "1c 07 01 03 01 02 05 64 00";
+constexpr const char* kShutterReports = "1c 07 01 05 01 02 05 64 00";
 
 uint32_t crcOf(const Bytes& bytes) {
     uint32_t crc = 0xFFFFFFFF;
@@ -26,15 +34,28 @@ uint32_t crcOf(const Bytes& bytes) {
     return ~crc;
 }
 
-// Version 2.0.0.
-Bytes imageFile(const Bytes& image) {
-    return little32(crcOf(image)) + little32(2) + little32(0) + little32(0) +
+// An image of version 1.2.patch.
+Bytes imageFile(uint32_t patch, const Bytes& image = ramp(100)) {
+    return little32(crcOf(image)) + little32(1) + little32(2) + little32(patch) +
            little32(static_cast<uint32_t>(image.size())) + image;
 }
 
-// The client-information command of an accessory with a full battery: device type and version.
-std::string report(const std::string& deviceType, const std::string& version) {
-    return "1c 07 01 " + deviceType + " " + version + " 64 00";
+Bytes changed(Bytes file, size_t offset) {
+    file[offset] ^= 0x80;
+    return file;
+}
+
+Bytes cutTo(size_t length, Bytes file) {
+    file.resize(length);
+    return file;
+}
+
+// The control daemon's status, as far as updates look at it.
+Step cameraIs(uint8_t battery, uint8_t busy) {
+    Bytes status(394, 0);
+    status[198] = battery;
+    status[209] = busy;
+    return replies("command 33", 0, status);
 }
 
 // Key 150: phase, percent, device type.
@@ -42,232 +63,238 @@ Step updateState(const std::string& valueHex) {
     return tellsNet("18 CI /to_kznet>/to_kznet: 96 04 00 00 00 " + valueHex);
 }
 
+// These bytes in packets of 20, the last of a block shorter.
+Step sendsImage(uint32_t connection, const Bytes& bytes) {
+    return {"sends the image", [=](Rig& rig) {
+                for (size_t at = 0; at < bytes.size(); at += 20) {
+                    const size_t end = std::min<size_t>(at + 20, bytes.size());
+                    const auto begin = bytes.begin();
+                    const Bytes part(begin + static_cast<long>(at), begin + static_cast<long>(end));
+                    play(rig, {packet(connection, kImageData, part)});
+                }
+            }};
+}
+
 class Accessory : public E2e {
   protected:
-    // A daemon on a camera that is idle and well charged.
-    Rig& serveIdleCamera() {
-        Rig& rig = serve();
-        Bytes status(394, 0);
-        status[198] = 80;
-        rig.camera.reply(fakes::Function::Command, kGetAllStatus, 0, status);
-        return rig;
-    }
-
-    // Whole image packets of the connection, in order.
-    static Bytes receiveImage(Rig& rig, size_t packets) {
-        Bytes image;
-        for (size_t i = 0; i < packets; ++i) {
-            const ble_message_t record = rig.radio->receive();
-            EXPECT_EQ(record.streamId, kImageData) << describe(record);
-            image.insert(image.end(), record.data, record.data + record.dataLength);
-        }
-        return image;
+    // A daemon on a camera that is idle and well charged, and a remote with shutter that has begun to fetch this image
+    // in blocks of 20 bytes.
+    void serveTransferOf(const Bytes& image, const Rig::Options& options = {}) {
+        serve(options);
+        writeFile(kShutterImage, imageFile(6, image));
+        play({cameraIs(80, 0), joins(1), asks(1, kCommand, kShutterReports, "1c 00"), packet(1, kSensorAnswers, "01"),
+              writesPacket(1, kUpdateRequest, "01 00 14"), sendsImage(1, ramp(20)), updateState("01 00 1b 00"),
+              updateState("01 00 1b 00"), settles()});
+        rig->camera.takeCalls();
     }
 };
 
+TEST_F(Accessory, IsUpdatedWhenCameraAndImagePermit) {
+    const Bytes good = imageFile(6);
+    const char* const tooShort =
+        "[ERROR] Image /tmp/fuse_d/KZ_REMOTE_FW_2.bin is shorter than its header says, or "
+        "longer than 307200 bytes";
+    const char* const accepted = nullptr;
+    const struct {
+        const char* name;
+        Step camera;
+        Bytes onCard;
+        Bytes onCamera;
+        const char* refusal;
+    } rows[] = {
+        {"newer on the card", cameraIs(80, 0), imageFile(6), {}, accepted},
+        {"older on the card", cameraIs(80, 0), imageFile(4), {}, accepted},
+        {"newer on the camera", cameraIs(80, 0), {}, imageFile(6), accepted},
+        {"older on the camera",
+         cameraIs(80, 0),
+         {},
+         imageFile(4),
+         "[DEBUG] Accessory version is newer then internal versioni, do not update"},
+        {"the same", cameraIs(80, 0), {}, imageFile(5), "[ERROR] Versions match, do not preform accessory Update"},
+        {"the card is looked at first", cameraIs(80, 0), imageFile(5), imageFile(6),
+         "[ERROR] Versions match, do not preform accessory Update"},
+        {"none", cameraIs(80, 0), {}, {}, "[DEBUG] No update file - skip accessory update"},
+        {"battery 10", cameraIs(10, 0), good, {}, accepted},
+        {"battery 9", cameraIs(9, 0), good, {}, "[DEBUG] zorvik batt percentage low 9, do not update accessory now"},
+        {"battery below 0",
+         cameraIs(200, 0),
+         good,
+         {},
+         "[DEBUG] zorvik batt percentage low -56, do not update accessory now"},
+        {"busy", cameraIs(80, 1), good, {}, "[ERROR] sytem busy, do not update accessory now"},
+        {"no status", replies("command 33", -1), good, {}, "[ERROR] Error getting KZCONTROL_GET_ALL_STATUS"},
+        {"wrong checksum", cameraIs(80, 0), changed(good, 0), {}, "[ERROR] crc mismatch"},
+        {"changed byte", cameraIs(80, 0), changed(good, 119), {}, "[ERROR] crc mismatch"},
+        {"header cut", cameraIs(80, 0), cutTo(19, good), {}, tooShort},
+        {"image cut", cameraIs(80, 0), cutTo(119, good), {}, tooShort},
+        {"length beyond everything", cameraIs(80, 0), changed(good, 19), {}, tooShort},
+        {"the longest", cameraIs(80, 0), imageFile(6, Bytes(307180)), {}, accepted},
+        {"too long", cameraIs(80, 0), imageFile(6, Bytes(307181)), {}, tooShort},
+    };
+    serve();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::filesystem::remove(kCardImage);
+        std::filesystem::remove(kCameraImage);
+        if (!row.onCard.empty()) {
+            writeFile(kCardImage, row.onCard);
+        }
+        if (!row.onCamera.empty()) {
+            writeFile(kCameraImage, row.onCamera);
+        }
+        play({row.camera, joins(1), asks(1, kCommand, kRemoteReports, "1c 00"),
+              row.refusal != accepted ? logs(row.refusal)
+                                      : logs("[DEBUG] SEND LARCH REBOOT OTA MODE REQUEST", "bleCommandMessage.cpp"),
+              disconnects(1)});
+    }
+    // A transfer looks again.
+    play({joins(1), writesPacket(1, kUpdateRequest, "01"), packet(1, kUpdateReply, "01 02 3a 03"),
+          logs("[ERROR] Unable to start a settings file transfer"), quiet()});
+    EXPECT_EQ(rig->network->waiting(), 0);
+}
+
 TEST_F(Accessory, RemoteIsRebootedUpdatedAndWelcomedBack) {
-    Rig& rig = serveIdleCamera();
-    const Bytes image = ramp(1010);
-    writeFile(kRemoteImage, imageFile(image));
+    const Bytes image = ramp(1020);  // full packets: only the end of the file shows the end
+    serve();
+    writeFile(kCameraImage, imageFile(6, image));
+    play({cameraIs(80, 0), joins(1), settles()});
+    rig->camera.takeCalls();
 
-    play(rig, {connects(1), opensAll(1), settles(), calls({"command 0: 01 00 00 00 " + toHex([] {
-                                                               Bytes name = textBytes("/to_kzBleD");
-                                                               name.resize(260);
-                                                               return name;
-                                                           }())}),
-               writes(1, kCommand, report("03", "01 00 00")), answers(1, kCommandAnswer, "1c 00"),
-               calls({"csi_set 92: 0b", "command 33", "csi_set 162: 64 17 00 00"}), packet(1, kRebootRequest, "02"),
-               packet(1, kRebootRequest, "02"), disconnects(1)});
+    play({asks(1, kCommand, kRemoteReports, "1c 00"), calls("csi_set 92: 0b, command 33, csi_set 162: 64 17 00 00"),
+          logs("[DEBUG] delay reboot 2"), packet(1, kRebootRequest, "02"), packet(1, kRebootRequest, "02"),
+          disconnects(1)});
 
-    play(rig, {connects(2), opensAll(2), writesPacket(2, kUpdateRequest, "01 02 03 04"),
-               packet(2, kUpdateReply, "01 02 3a 03"), updateState("01 00 17 00"), updateState("01 00 17 00")});
-    EXPECT_EQ(receiveImage(rig, 51), image);
-    play(rig, {packet(2, kUpdateReply, "07"), updateState("01 3b 17 00"), updateState("02 00 17 00"), quiet(),
-               disconnects(2), settles()});
-    rig.camera.takeCalls();
+    play({joins(2), writesPacket(2, kUpdateRequest, "01 02 03 04"), packet(2, kUpdateReply, "01 02 3a 03"),
+          updateState("01 00 17 00"), updateState("01 00 17 00"), sendsImage(2, image), packet(2, kUpdateReply, "07"),
+          updateState("01 3a 17 00"), updateState("02 00 17 00"), quiet(), disconnects(2), settles()});
 
-    play(rig, {connects(3), opensAll(3), settles()});
-    rig.camera.takeCalls();
-    play(rig, {writes(3, kCommand, report("03", "02 00 00")), answers(3, kCommandAnswer, "1c 00"),
-               calls({"csi_set 92: 0b", "csi_set 150: 03 00 17 00", "csi_set 150: 00 00 00 00", "command 33",
-                      "csi_set 11: 03 00 00 00", "csi_set 162: 64 17 00 00"}),
-               logs("[ERROR]", "Versions match, do not preform accessory Update", "kzBleServer"), quiet()});
+    writeFile(kCameraImage, imageFile(5, image));
+    play({joins(3), settles()});
+    rig->camera.takeCalls();
+    play({asks(3, kCommand, kRemoteReports, "1c 00"),
+          calls("csi_set 92: 0b, csi_set 150: 03 00 17 00, csi_set 150: 00 00 00 00, command 33, "
+                "csi_set 11: 03 00 00 00, csi_set 162: 64 17 00 00"),
+          quiet()});
+}
+
+TEST_F(Accessory, RecordingCancelsAPendingUpdate) {
+    serve();
+    writeFile(kCameraImage, imageFile(6));
+
+    play({cameraIs(80, 0), joins(1), asks(1, kCommand, kRemoteReports, "1c 00"), notifies("CN", csiRecord(kBusy, 1u)),
+          logs("[DEBUG] sytem recording, cancel accessory update"), quiet()});
 }
 
 TEST_F(Accessory, ShutterRemoteFetchesItsImageBlockByBlock) {
-    Rig& rig = serveIdleCamera();
     const Bytes image = ramp(450);
-    writeFile(kShutterImage, imageFile(image));
-    play(rig, {connects(1), opensAll(1), writes(1, kCommand, report("05", "01 00 00")),
-               answers(1, kCommandAnswer, "1c 00"), packet(1, kAccessoryReports, "01")});
+    const auto block = [&](long begin, long end) {
+        return sendsImage(1, Bytes(image.begin() + begin, image.begin() + end));
+    };
+    serve();
+    writeFile(kShutterImage, imageFile(6, image));
+    play({cameraIs(80, 0), joins(1), asks(1, kCommand, kShutterReports, "1c 00"), packet(1, kSensorAnswers, "01")});
 
-    play(rig, {writesPacket(1, kUpdateRequest, "01 00 c8")});
-    Bytes received = receiveImage(rig, 10);
-    play(rig, {quiet(), writesPacket(1, kUpdateRequest, "02 00")});
-    received = received + receiveImage(rig, 10);
-    play(rig, {quiet(), writesPacket(1, kUpdateRequest, "02 00")});
-    received = received + receiveImage(rig, 3);
+    play({writesPacket(1, kUpdateRequest, "01"), quiet(),  // names no block size
+          writesPacket(1, kUpdateRequest, "01 00 00"), quiet(), writesPacket(1, kUpdateRequest, "01 00 d2"),
+          block(0, 210), quiet(), writesPacket(1, kUpdateRequest, "02 00"), block(210, 420), quiet(),
+          writesPacket(1, kUpdateRequest, "02 00"), block(420, 450), packet(1, kUpdateReply, "01"), quiet()});
 
-    EXPECT_EQ(received, image);
-    play(rig, {packet(1, kUpdateReply, "01"), quiet(), updateState("01 00 1b 00"), updateState("01 00 1b 00"),
-               updateState("01 2c 1b 00"), updateState("01 58 1b 00"), updateState("02 00 1b 00")});
+    play({updateState("01 00 1b 00"), updateState("01 00 1b 00"), updateState("01 00 1b 00"),
+          updateState("01 00 1b 00"), updateState("01 2e 1b 00"), updateState("01 5d 1b 00"),
+          updateState("02 00 1b 00"), notifies("CN", csiRecord(kSystemState, 0u)),
+          updateState("00 00 00 00")});  // no longer waited for
 }
 
 TEST_F(Accessory, ErrorReportEndsTheTransferAndFreesTheSlot) {
-    Rig& rig = serveIdleCamera();
-    writeFile(kShutterImage, imageFile(ramp(450)));
-    play(rig, {connects(1), opensAll(1), writes(1, kCommand, report("05", "01 00 00")),
-               answers(1, kCommandAnswer, "1c 00"), packet(1, kAccessoryReports, "01"),
-               writesPacket(1, kUpdateRequest, "01 00 14"), packet(1, kImageData, toHex(ramp(20))), settles()});
-    rig.camera.takeCalls();
+    serveTransferOf(ramp(450));
 
-    play(rig,
-         {writesPacket(1, kUpdateRequest, "02 01"), logs("[ERROR]", "Error with transfer to Accessory", "kzBleServer"),
-          calls({"csi_set 150: 04 00 1b 00", "csi_set 150: 00 00 00 00"})});
+    play({writesPacket(1, kUpdateRequest, "02 01"), logs("[ERROR] Error with transfer to Accessory"),
+          calls("csi_set 150: 04 00 1b 00, csi_set 150: 00 00 00 00"), writesPacket(1, kUpdateRequest, "02 00"),
+          logs("[DEBUG] ACCESSORY request chunk but not in OTA state"), quiet()});
 
-    play(rig, {writesPacket(1, kUpdateRequest, "02 00"),
-               logs("[DEBUG]", "ACCESSORY request chunk but not in OTA state", "kzBleServer"), quiet(),
-               writesPacket(1, kUpdateRequest, "01 00 14"), packet(1, kImageData, toHex(ramp(20))), quiet()});
+    play({writesPacket(1, kUpdateRequest, "01 00 14"), sendsImage(1, ramp(20)), quiet()});
+}
+
+TEST_F(Accessory, StrangerCannotEndOrChargeTheTransferOfAnother) {
+    serveTransferOf(ramp(450));
+    play({joins(2), asks(2, kCommand, kShutterReports, "1c 00"), packet(2, kSensorAnswers, "01"), settles()});
+    rig->camera.takeCalls();
+
+    for (const char* request : {"01", "01 00 14", "02 00", "02 01", "02 02", "09", ""}) {
+        SCOPED_TRACE(request);
+        play({writesPacket(2, kUpdateRequest, request), calls(""), quiet()});
+    }
+
+    EXPECT_EQ(rig->network->waiting(), 0);
+    play({writesPacket(1, kUpdateRequest, "02 00"), sendsImage(1, ramp(20, 20)), quiet()});
 }
 
 TEST_F(Accessory, DisconnectionDuringTheTransferFreesTheSlot) {
-    Rig& rig = serveIdleCamera();
-    writeFile(kShutterImage, imageFile(ramp(450)));
+    serveTransferOf(ramp(450));
     writeFile(kSettingsGzPath, ramp(5));
-    play(rig,
-         {connects(1), opensAll(1), writes(1, kCommand, report("05", "01 00 00")), answers(1, kCommandAnswer, "1c 00"),
-          packet(1, kAccessoryReports, "01"), writesPacket(1, kUpdateRequest, "01 00 14"),
-          packet(1, kImageData, toHex(ramp(20))), updateState("01 00 1b 00"), updateState("01 00 1b 00")});
 
-    play(rig, {disconnects(1), logs("[DEBUG]", "A client with active file transfer disconnected.", "kzBleServer"),
-               updateState("04 00 1b 00"), updateState("00 00 00 00"), connects(2), opensAll(2),
-               writes(2, kCommand, "3b"), answers(2, kCommandAnswer, "3b 00 00 01 02 03 04"), quiet()});
+    play({disconnects(1), logs("[DEBUG] A client with active file transfer disconnected."), updateState("04 00 1b 00"),
+          updateState("00 00 00 00"), joins(2), asks(2, kCommand, "3b", "3b 00 00 01 02 03 04"), quiet()});
 }
 
-struct BadImage {
-    const char* name;
-    std::function<Bytes()> file;
+TEST_F(Accessory, RadioThatStopsReadingAbortsTheTransferButNeverHangs) {
+    serveTransferOf(ramp(1000), {.transmitDepth = 10});
 
-    friend void PrintTo(const BadImage& row, std::ostream* out) { *out << row.name; }
-};
+    // Below the half, so that the block is sent whole: more than there is room for. Each write waits two seconds.
+    play({occupies(4), writesPacket(1, kUpdateRequest, "01 00 fa"),
+          logs("[ERROR] Failed to send packet to ble client."),
+          logs("[ERROR] Failed to send some data for file. Transfer aborted!"), drains(),
+          asks(1, kCommand, kAskVersion, kVersion), quiet()});
 
-class RefusedImage : public Accessory, public testing::WithParamInterface<BadImage> {};
-
-TEST_P(RefusedImage, StartsNoTransfer) {
-    Rig& rig = serveIdleCamera();
-    writeFile(kRemoteImage, GetParam().file());
-
-    play(rig, {connects(1), opensAll(1), writesPacket(1, kUpdateRequest, "01"), packet(1, kUpdateReply, "01 02 3a 03"),
-               logs("[ERROR]", "Unable to start a settings file transfer", "kzBleServer"), quiet()});
-    EXPECT_EQ(rig.network->waiting(), 0);
+    play({updateState("01 02 1b 00"), updateState("02 00 1b 00"), writesPacket(1, kUpdateRequest, "02 00"),
+          logs("[DEBUG] ACCESSORY request chunk but not in OTA state")});
 }
 
-INSTANTIATE_TEST_SUITE_P(, RefusedImage,
-                         testing::Values(BadImage{"Empty", [] { return Bytes(); }},
-                                         BadImage{"HeaderCut", [] { return ramp(19); }},
-                                         BadImage{"WrongChecksum",
-                                                  [] {
-                                                      Bytes file = imageFile(ramp(100));
-                                                      file[0] ^= 1;
-                                                      return file;
-                                                  }},
-                                         BadImage{"ImageCut",
-                                                  [] {
-                                                      Bytes file = imageFile(ramp(100));
-                                                      file.pop_back();
-                                                      return file;
-                                                  }},
-                                         BadImage{"LengthBeyondEverything",
-                                                  [] {
-                                                      Bytes file = imageFile(ramp(100));
-                                                      std::fill(file.begin() + 16, file.begin() + 20, uint8_t{0xFF});
-                                                      return file;
-                                                  }}),
-                         [](const auto& row) { return row.param.name; });
+TEST_F(Accessory, BeingUpdatedKeepsTheLightsFromThoseBehindIt) {
+    const auto shows = [](const char* command, const Bytes& data) {
+        return tells(kCsiQueue, TlvMessage{10, {{kTlvCommand, textBytes(command)}, {kTlvArgument, data}}}.encode());
+    };
+    serveTransferOf(ramp(450));
+    play({joins(2), asks(2, kSensorData, "50 01", "50 00"), asks(2, kSensorData, "52 01", "52 00")});
 
-TEST_F(Accessory, RadioThatStopsReadingDelaysButNeverHangs) {
-    Rig& rig = serveIdleCamera();
-    play(rig, {connects(1), opensAll(1)});
-    const ble_message_t filler = dataRecord(99, 4, fromHex("00"));
-    for (long i = 0; i < RadioStack::kDepth; ++i) {
-        rig.radio->fromDaemon().send(&filler, sizeof(filler));
-    }
-
-    // The reply is written without looking at the queue's room.
-    play(rig, {writesPacket(1, kUpdateRequest, "01"),
-               logs("[ERROR]", "Failed to send packet to ble client.", "kzBleServer"), settles()});
-
-    for (long i = 0; i < RadioStack::kDepth; ++i) {
-        rig.radio->receive();
-    }
-    play(rig, {writes(1, kCommand, "3a"), answers(1, kCommandAnswer, "3a 00 04 31 2e 32 35"), quiet()});
+    play({shows("AL", ramp(5)), shows("LB", ramp(6)), answers(2, kSensorData, "51 00 01 02 03 04 05"), quiet()});
 }
 
 // ---------------------------------------------------------------- sensors
 
 class Sensor : public E2e {
   protected:
-    // A strap with one stream and the key HRTE of one 16-bit value.
-    Rig& serveStrap() {
-        Rig& rig = serve();
-        rig.radio->connect(1, kSensor);
-        rig.radio->enableSensor(1);
-        play(rig, {writes(1, kSensorRequest, "02 01 48 52 4d"), answers(1, kSensorAnswer, "02 00"),
-                   writes(1, kSensorRequest, "03 48 52 54 45 00 00 53 02 01 00"), answers(1, kSensorAnswer, "03 00")});
-        return rig;
+    // The sample of a strap with one stream and the key HRTE of one 16-bit value.
+    void serveSample() {
+        serve();
+        play({joins(1, kSensor), asks(1, kSensorData, "02 01 48 52 4d", "02 00"),
+              asks(1, kSensorData, "03 48 52 54 45 00 00 53 02 01 00", "03 00"), writes(1, kSensorData, "01 00 12 34"),
+              quiet()});
     }
 
-    // The calls up to a record for the metadata service that contains these bytes, which begins with its number.
-    static std::string waitForRecord(Rig& rig, const std::string& contained) {
-        std::string record;
-        waitUntil([&] {
-            for (const std::string& call : rig.camera.takeCalls()) {
-                if (call.starts_with("ipc-send") && call.find(contained) != std::string::npos) {
-                    record = call;
-                }
-            }
-            return !record.empty();
+    // Whether it reaches the metadata service, inside a device's record.
+    bool handsOver() {
+        std::string calls;
+        return waitUntil([&] {
+            calls += rig->camera.takeCalls();
+            return calls.find("ipc-send") != std::string::npos && calls.find("44 45 56 43") != std::string::npos &&
+                   calls.find("48 52 54 45 53 02 00 01") != std::string::npos;
         });
-        return record;
     }
 };
 
 TEST_F(Sensor, SamplesReachTheMetadataServiceOnATick) {
-    Rig& rig = serveStrap();
+    serveSample();
 
-    play(rig, {writes(1, kSensorRequest, "01 00 12 34"), quiet()});
-
-    const std::string record = waitForRecord(rig, "48 52 54 45 53 02 00 01");
-    EXPECT_NE(record.find("44 45 56 43"), std::string::npos) << record;  // inside a device's record
+    EXPECT_TRUE(handsOver());
 }
 
 TEST_F(Sensor, UnsentSamplesSurviveTheDisconnection) {
-    Rig& rig = serveStrap();
+    serveSample();
 
-    play(rig, {writes(1, kSensorRequest, "01 00 12 34"), disconnects(1)});
+    play({disconnects(1)});
 
-    EXPECT_FALSE(waitForRecord(rig, "48 52 54 45 53 02 00 01").empty());
-}
-
-TEST_F(Sensor, RefusalsCarryTheirCode) {
-    Rig& rig = serveStrap();
-    const std::pair<const char*, const char*> rows[] = {
-        {"02 01 48 52 4d", "02 03"},                    // registered already
-        {"02 01 48 52", "02 02"},                       // name too short
-        {"03 48 52 54 45 00 00 53 02 01 00", "03 08"},  // key present
-        {"03 48 52 54 45 14 00 53 02 01 00", "03 0c"},  // no such key index
-        {"03 48 52 54 45 01 02 53 02 01 00", "03 07"},  // no such stream
-        {"03 48 52", "03 02"},                          // cut short
-        {"01 05 00 00", "01 0a"},                       // sample of an unknown key
-        {"50 03", "50 0d"},                             // display parameter
-        {"52 03", "52 02"},                             // LED parameter
-        {"07", "07 0b"},                                // unknown command
-    };
-
-    for (const auto& [request, answer] : rows) {
-        play(rig, {writes(1, kSensorRequest, request), answers(1, kSensorAnswer, answer)});
-    }
-    play(rig, {quiet()});
+    EXPECT_TRUE(handsOver());
 }
 
 }  // namespace

@@ -4,115 +4,105 @@
 namespace e2e {
 namespace {
 
-constexpr const char* kAskVersion = "3a";
-constexpr const char* kVersion = "3a 00 04 31 2e 32 35";
-
 // CSI keys of the notifications below.
 enum : uint8_t {
     kBusy = 3,
-    kOtaError = 40,
+    kModelNumber = 20,
+    kPaused = 38,
     kOtaPercentage = 41,
     kOtaState = 42,
     kBattery = 43,
     kExternalPower = 61,
     kSdCard = 62,
+    kLiveStreamState = 74,
     kUploadProgress = 94,
     kNewMedia = 128,
 };
 
-using Push = E2e;
+Bytes csiMessage(uint8_t category, std::vector<std::pair<uint8_t, Bytes>> elements) {
+    return TlvMessage{category, std::move(elements)}.encode();
+}
+
+Bytes command(uint8_t category, const char* name, const Bytes& argument) {
+    return csiMessage(category, {{kTlvCommand, textBytes(name)}, {kTlvArgument, argument}});
+}
+
+class Push : public E2e {
+  protected:
+    // A daemon with a client that watches state and percentage of an update, and the presets.
+    void serveWatcher() {
+        serve();
+        play({joins(1), asks(1, kQuery, "f5 76 08 01 08 02", "f5 f6 08 00 10 00 18 00"),
+              writes(1, kQuery, "f5 72 08 01"), drains()});
+    }
+};
 
 TEST_F(Push, ReachesExactlyTheClientsThatRegisteredAndEnabledIt) {
-    Rig& rig = serve();
-    play(rig,
-         {connects(1), opensAll(1), writes(1, kQuery, "52"), answers(1, kQueryAnswer, "52 00"),  // all settings
-          connects(2), opensAll(2), writes(2, kQuery, "53 0a"), answers(2, kQueryAnswer, "53 00 0a 00"), connects(3),
-          opensAll(3), writes(3, kQuery, "62 03"), answers(3, kQueryAnswer, "62 00 03 00"), connects(4), opensAll(4),
-          writes(4, kQuery, "53 0a"), answers(4, kQueryAnswer, "53 00 0a 00"), closes(4, kQueryGate),  // not enabled
-          connects(5), opensAll(5)});                                                                  // not registered
+    serve();
+    play({joins(1), asks(1, kQuery, "52", "52 00"), joins(2), asks(2, kQuery, "53 0a", "53 00 0a 00"), joins(3),
+          asks(3, kQuery, "62 03", "62 00 03 00"), joins(4), asks(4, kQuery, "53 0a", "53 00 0a 00"), closes(4, kQuery),
+          joins(5)});
 
-    play(rig, {pushes(R"({"settings": {"2": 4, "30": 1000}, "status": {"8": 0, "10": 1}})"),
-               answers(1, kQueryAnswer, "92 00 02 01 04 1e 04 00 00 03 e8"), answers(2, kQueryAnswer, "93 00 0a 01 01"),
-               answers(3, kQueryAnswer, "a2 00 03 01 00"),  // 1 and 2 are forbidden now
-               quiet()});
-}
+    play({pushes(R"({"settings": {"2": 4, "30": 1000}, "status": {"8": 0, "10": 1}})"),
+          answers(1, kQuery, "92 00 02 01 04 1e 04 00 00 03 e8"), answers(2, kQuery, "93 00 0a 01 01"),
+          answers(3, kQuery, "a2 00 03 01 00"),  // 1 and 2 are forbidden now
+          quiet()});
 
-TEST_F(Push, EndsWithTheRegistration) {
-    Rig& rig = serve();
-    play(rig, {connects(1), opensAll(1), writes(1, kQuery, "52 02 03"), answers(1, kQueryAnswer, "52 00 02 00 03 00"),
-               writes(1, kQuery, "72 02"), answers(1, kQueryAnswer, "72 00")});
-
-    play(rig, {pushes(R"({"settings": {"2": 4}})"), quiet(), pushes(R"({"settings": {"2": 4, "3": 0}})"),
-               answers(1, kQueryAnswer, "92 00 03 01 00"), quiet()});
-}
-
-TEST_F(Push, SameValueAgainIsPushedAgain) {
-    Rig& rig = serve();
-    play(rig, {connects(1), opensAll(1), writes(1, kQuery, "53 0a"), answers(1, kQueryAnswer, "53 00 0a 00")});
-
-    for (int i = 0; i < 2; ++i) {
-        play(rig, {pushes(R"({"status": {"10": 1}})"), answers(1, kQueryAnswer, "93 00 0a 01 01"), quiet()});
-    }
+    // The same again is told again, what has changed since of the capabilities only.
+    play({asks(1, kQuery, "72 02", "72 00"), pushes(R"({"settings": {"2": 4, "3": 0}, "status": {"10": 1}})"),
+          answers(1, kQuery, "92 00 03 01 00"), answers(2, kQuery, "93 00 0a 01 01"), quiet()});
 }
 
 TEST_F(Push, NewestOfSeveralUnsentPushesWins) {
-    Rig::Options options;
-    options.transmitDepth = 1;
-    Rig& rig = serve(options);
-    play(rig, {connects(1), opensAll(1), writes(1, kQuery, "52 02"), answers(1, kQueryAnswer, "52 00 02 00"),
-               writes(1, kCommand, kAskVersion), settles()});
+    serve({.transmitDepth = 1});
+    play({joins(1), asks(1, kQuery, "52 02", "52 00 02 00"), writes(1, kCommand, kAskVersion), settles()});
 
-    play(rig, {pushes(R"({"settings": {"2": 1}})"),
-               logs("[ERROR]", "Failed to send a response of length 5 to connection_id:1, will buffer.", "kzBleServer"),
-               pushes(R"({"settings": {"2": 9}})"),
-               logs("[ERROR]", "Settings Push Notifications backed up, replacing oldest", "bleDevice.cpp"),
-               answers(1, kCommandAnswer, kVersion), answers(1, kQueryAnswer, "92 00 02 01 09"), quiet()});
+    play({pushes(R"({"settings": {"2": 1}})"),
+          logs("[ERROR] Failed to send a response of length 5 to connection_id:1, will buffer."),
+          pushes(R"({"settings": {"2": 9}})"),
+          logs("[ERROR] Settings Push Notifications backed up, replacing oldest", "bleDevice.cpp"),
+          answers(1, kCommand, kVersion), answers(1, kQuery, "92 00 02 01 09"), quiet()});
+}
+
+TEST_F(Push, ClosedGateDropsEveryKindOfPush) {
+    serve();
+    play({joins(1), asks(1, kQuery, "52 02", "52 00 02 00"), asks(1, kQuery, "53 0a", "53 00 0a 00"),
+          asks(1, kQuery, "62 03", "62 00 03 00"), asks(1, kQuery, "f5 76 08 01", "f5 f6 08 00 10 00 18 00"),
+          closes(1, kQuery), sets(5)});
+
+    play({pushes(R"({"settings": {"2": 4}, "status": {"10": 1}})"),
+          logs("[INFO ] Client provided data for push response, length:5"),
+          logs("[INFO ] Settings Push dropped because notify disabled on conn_id 1 stream_id:14"),
+          logs("[INFO ] Status Push dropped because notify disabled on conn_id 1 stream_id:14"),
+          logs("[INFO ] Capabilities Push dropped because notify disabled on conn_id 1 stream_id:14"),
+          notifies("CN", csiRecord(kOtaState, 2u)),
+          logs("[INFO ] Status Push dropped because notify disabled on conn_id 1 stream_id:14"), opens(1, kQuery),
+          quiet()});
 }
 
 TEST_F(Push, MalformedEventsAreReportedAndDropped) {
-    Rig& rig = serve();
-    play(rig, {connects(1), opensAll(1), writes(1, kQuery, "52"), answers(1, kQueryAnswer, "52 00")});
+    serve();
+    play({joins(1), asks(1, kQuery, "52", "52 00")});
 
-    play(rig, {pushes(R"({"settings": {"2": )"), logs("[ERROR]", "Input JSON is nullptr", "settingsStatusMapping.cpp"),
-               pushes(R"({"settings": {"200": 1}})"),
-               logs("[ERROR]", "Key 200 is too big for notification table of size 182", "settingsStatusMapping.cpp"),
-               pushes("[]"), pushes("7"), pushes(""), quiet()});
-    const Bytes wrongCategory = fromHex("00 0c 00 15 00 00 00 45 00 00 00 ee");
-    const Bytes broken[] = {fromHex("00"), fromHex("00 09 00 16"), fromHex("05 dc 00 16 00 05 d0 45"),
-                            fromHex("00 0c 00 16 00 ff ff 45 00 00 00 ee"), Bytes(1500, 0xFF)};
-    Queue events = Queue::openForSending("/to_kzBleD");
-    events.send(wrongCategory);
-    play(rig, {logs("[ERROR]", "Invalid command category received: 21", "kzBleServer")});
-    for (const Bytes& message : broken) {
-        events.send(message);
-        rig.settle();
+    play({pushes(R"({"settings": {"2": )"), logs("[ERROR] Input JSON is nullptr", "settingsStatusMapping.cpp"),
+          pushes(R"({"settings": {"200": 1}})"),
+          logs("[ERROR] Key 200 is too big for notification table of size 182", "settingsStatusMapping.cpp"),
+          pushes("[]"), pushes("7"), pushes(""), tells(kEventQueue, "00 0c 00 15 00 00 00 45 00 00 00 ee"),
+          logs("[ERROR] Invalid command category received: 21")});
+    for (const Message& broken : {Message("00"), Message("00 09 00 16"), Message("05 dc 00 16 00 05 d0 45"),
+                                  Message("00 0c 00 16 00 ff ff 45 00 00 00 ee"), Message(Bytes(1500, 0xFF))}) {
+        play({tells(kEventQueue, broken), quiet()});
     }
-
-    play(rig, {pushes(R"({"settings": {"2": 1}})"), answers(1, kQueryAnswer, "92 00 02 01 01"), quiet()});
-}
-
-TEST_F(Push, LastDisconnectionForgetsTheSdCardStatus) {
-    Rig& rig = serve();
-    const Script ask = {opensAll(1), writes(1, kQuery, "13 21")};
-    play(rig, {connects(1), pushes(R"({"status": {"33": 0}})")});
-    play(rig, ask);
-    play(rig, {answers(1, kQueryAnswer, "13 00 21 01 00"), disconnects(1), connects(1)});
-    play(rig, ask);
-    play(rig, {answers(1, kQueryAnswer, "13 00 21 01 ff")});
+    play({pushes(R"({"settings": {"2": 1}})"), answers(1, kQuery, "92 00 02 01 01"), quiet()});
 }
 
 // ---------------------------------------------------------------- CSI notifications
 
-// A client that watches state and percentage of an update.
-const Script kWatchesOta = {connects(1), opensAll(1), writes(1, kQuery, "f5 76 08 01 08 02"),
-                            answers(1, kQueryAnswer, "f5 f6 08 00 10 00 18 00")};
-
 TEST_F(Push, SeveralCsiRecordsAreFannedOutOneByOneAndAcknowledgedOnce) {
-    Rig& rig = serve();
-    play(rig, kWatchesOta);
+    serveWatcher();
     const Bytes records = csiRecord(kOtaState, 2u) + csiRecord(kOtaPercentage, 50u) + csiRecord(kOtaState, 4u);
 
-    const TlvMessage acknowledgement = rig.notifyCsi("CU", records);
+    const TlvMessage acknowledgement = rig->notifyCsi("CU", records);
 
     EXPECT_EQ(acknowledgement.text(), "19 CU /to_blesdk>/to_e2e: " + toHex(records) + " | 00");
     std::vector<uint8_t> order;
@@ -120,114 +110,138 @@ TEST_F(Push, SeveralCsiRecordsAreFannedOutOneByOneAndAcknowledgedOnce) {
         order.push_back(element.first);
     }
     EXPECT_EQ(order, (std::vector<uint8_t>{kTlvCommand, kTlvArgument, kTlvDestination, kTlvSource, kTlvResponse}));
-    play(rig, {answers(1, kQueryAnswer, "f5 f7 08 02"), answers(1, kQueryAnswer, "f5 f7 10 32"),
-               answers(1, kQueryAnswer, "f5 f7 08 04 18 00"), quiet()});
+    play({answers(1, kQuery, "f5 f7 08 02"), answers(1, kQuery, "f5 f7 10 32"), answers(1, kQuery, "f5 f7 08 04 18 00"),
+          quiet()});
+
+    // A single notification holds one record only.
+    play({notifies("CN", csiRecord(kOtaState, 2u) + csiRecord(kOtaPercentage, 50u)), answers(1, kQuery, "f5 f7 08 02"),
+          quiet()});
 }
 
-TEST_F(Push, SingleNotificationHoldsOneRecordOnly) {
-    Rig& rig = serve();
-    play(rig, kWatchesOta);
-
-    play(rig, {notifies("CN", csiRecord(kOtaState, 2u) + csiRecord(kOtaPercentage, 50u)),
-               answers(1, kQueryAnswer, "f5 f7 08 02"), quiet()});
-}
-
-TEST_F(Push, BadCsiRecordsDoNotReachTheClients) {
-    Rig& rig = serve();
-    play(rig, kWatchesOta);
-
-    play(rig, {notifies("CN", csiRecord(kOtaPercentage, fromHex("00 00 00 00 63"))),
-               logs("[ERROR]", "size error on csi 41", "kzBleServer"), answers(1, kQueryAnswer, "f5 f7 10 00"),
-               notifies("CN", csiRecord(kUploadProgress, textBytes("1:2"))),
-               logs("[DEBUG]", "Error parsing CSI_CAH_UPLOAD_PROGRESS", "kzBleServer"),
-               notifies("CU", fromHex("2a 04 00 00")), notifies("CU", fromHex("2a ff ff ff ff 01")), notifies("CN", {}),
-               quiet()});
-    Queue csi = Queue::openForSending("/to_blesdk");
-    const Bytes broken[] = {fromHex("00"), fromHex("05 dc 00 12 00 05 d0 42"),
-                            fromHex("00 0c 00 12 00 ff ff 41 00 00 00 ee"), Bytes(1500, 0xFF)};
-    for (const Bytes& message : broken) {
-        csi.send(message);
-    }
-    TlvMessage unknown;
-    unknown.category = 18;
-    unknown.elements = {{kTlvCommand, textBytes("XY")}, {kTlvArgument, {0}}};
-    csi.send(unknown.encode());
-    play(rig, {logs("[ERROR]", "Unexpected Response type on CSI notification [XY]", "kzBleServer")});
-    unknown.elements = {{kTlvCommand, textBytes("CN")}};
-    csi.send(unknown.encode());
-    play(rig, {logs("[ERROR]", "Failed to find TLV_CMDARG in message from kzNet", "kzBleServer"),
-               notifies("CN", csiRecord(kOtaState, 2u)), answers(1, kQueryAnswer, "f5 f7 08 02"), quiet()});
-}
-
-TEST_F(Push, UploadProgressReachesClientsOfTheCloudFeature) {
-    Rig& rig = serve();
-    play(rig, {connects(1), opensAll(1), writes(1, kQuery, "f5 7e 08 01"), settles()});
-    rig.radio->receiveMessage();
-
-    play(rig, {notifies("CN", csiRecord(kUploadProgress, textBytes("3:10:27"))),
-               answers(1, kQueryAnswer, "f5 ff 88 01 03 90 01 0a 98 01 1b"), quiet()});
-}
-
-TEST_F(Push, SubscriptionAnswerIsChecked) {
-    Rig& rig = serve();
-    play(rig, {sets(5)});
-    Queue csi = Queue::openForSending("/to_blesdk");
-    TlvMessage answer;
-    answer.category = 17;
-    const auto send = [&](const char* command, uint8_t result) {
-        answer.elements = {{kTlvCommand, textBytes(command)}, {kTlvArgument, {0}}, {kTlvResponse, {result}}};
-        csi.send(answer.encode());
+TEST_F(Push, CsiKeysTellTheirFieldOrNothing) {
+    const std::pair<uint8_t, const char*> rows[] = {
+        {6, "f5 f5 08 00 10 00 18 01 20 00"},
+        {7, "f5 f3"},
+        {8, "f5 f5 08 00 10 01 18 00 20 00"},
+        {26, "f5 f5 08 00 10 00 18 00 20 01"},
+        {kOtaPercentage, "f5 f7 10 01"},
+        {kOtaState, "f5 f7 08 01"},
+        {97, "f5 ff 08 01 10 00 18 00 20 00"},
+        {98, "f5 ff 28 01 30 00 38 00 40 00 80 01 01"},
+        {99, "f5 ff 48 01 50 00 58 00 60 00"},
+        {102, "f5 ff 70 01"},
+        {108, "f5 ff 68 01"},
+        {109, "f5 ff 78 01"},
+        {157, "f5 ff a0 01 01"},
     };
+    serveWatcher();
+    for (const auto& [key, told] : rows) {
+        SCOPED_TRACE(testing::Message() << "key " << int{key});
+        play({notifies("CN", csiRecord(key, 1u)), answers(1, kQuery, told), quiet(), notifies("CN", csiRecord(key, 0u)),
+              drains()});
+    }
+    for (const uint8_t silent :
+         Bytes{kBusy, kModelNumber, kPaused, 40, kBattery, kExternalPower, kSdCard, 47, 104, 111, kNewMedia}) {
+        SCOPED_TRACE(testing::Message() << "key " << int{silent});
+        play({notifies("CN", csiRecord(silent, 1u)), notifies("CN", csiRecord(silent, 0u)), quiet()});
+    }
+    // The card is told of only while streaming.
+    play({notifies("CN", csiRecord(kLiveStreamState, 19u)), drains(), notifies("CN", csiRecord(kSdCard, 2u)),
+          answers(1, kQuery, "f5 f5 08 03 10 00 18 00 20 00"), quiet()});
+}
 
-    send("CR", 0);
-    play(rig, {logs("[INFO ]", "Got success response to CSI subscribe/unsubscribe", "kzBleServer")});
-    send("CR", 1);
-    play(rig, {logs("[ERROR]", "CSI Subscribe/unsubscribe failed", "kzBleServer")});
-    send("XX", 0);
-    play(rig, {logs("[ERROR]", "Unexpected Response type on CSI subscribe response [XX]", "kzBleServer")});
+TEST_F(Push, UploadProgressIsThreeNumbersBetweenColons) {
+    serveWatcher();
+
+    play({notifies("CN", csiRecord(kUploadProgress, textBytes("3:10:27"))),
+          answers(1, kQuery, "f5 ff 88 01 03 90 01 0a 98 01 1b"),
+          notifies("CN", csiRecord(kUploadProgress, textBytes("4: 11 :28%") + Bytes{0})),
+          answers(1, kQuery, "f5 ff 88 01 04 90 01 0b 98 01 1c")});
+    for (const char* text : {"5:302", "6::47", "x:1:2", "99999999999:1:2", ""}) {
+        SCOPED_TRACE(text);
+        play({notifies("CN", csiRecord(kUploadProgress, textBytes(text))),
+              logs("[DEBUG] Error parsing CSI_CAH_UPLOAD_PROGRESS"), quiet()});
+    }
+}
+
+TEST_F(Push, MalformedCsiMessagesAreReportedAndDropped) {
+    const Bytes record = csiRecord(kOtaState, 9u);
+    const std::string unexpected = "[ERROR] Unexpected Response type on CSI ";
+    const std::string noArgument = "[ERROR] Failed to find TLV_CMDARG in message from kzNet";
+    const std::string noLength = " bytes does not hold the length it announces";
+    const std::pair<Bytes, std::string> rows[] = {
+        {csiMessage(18, {{kTlvArgument, record}}), "[ERROR] Failed to find TLV_CMD in message from kzNet"},
+        {csiMessage(18, {{kTlvCommand, textBytes("CN")}}), noArgument},
+        {command(18, "CX", record), unexpected + "notification [CX]"},
+        {command(18, "CNN", record), unexpected + "notification [CNN]"},
+        {csiMessage(17, {{kTlvCommand, textBytes("CX")}}), unexpected + "subscribe response [CX]"},
+        {csiMessage(17, {{kTlvCommand, textBytes("CR")}}), noArgument},
+        {csiMessage(17, {{kTlvCommand, textBytes("CR")}, {kTlvResponse, {}}}), noArgument},
+        {csiMessage(17, {{kTlvCommand, textBytes("CR")}, {kTlvResponse, {1}}}),
+         "[ERROR] CSI Subscribe/unsubscribe failed"},
+        {csiMessage(17, {{kTlvCommand, textBytes("CR")}, {kTlvResponse, {0}}}),
+         "[INFO ] Got success response to CSI subscribe/unsubscribe"},
+        {command(10, "XX", Bytes(8)), unexpected + "notification [XX]"},
+        {csiMessage(10, {{kTlvCommand, textBytes("AL")}}), noArgument},
+        {command(10, "LB", Bytes(4)), "[ERROR] CAT RTOS TLV arg length <= TLV_ELEM_HDR_SIZE"},
+        {command(10, "AL", Bytes(19)), "[ERROR] Accessory buffer of 19 bytes is longer than 18"},
+        {fromHex("ff ff 00 12 00 00 00 00"), "[ERROR] CSI message of 8" + noLength},
+        {fromHex("00 03 00 12"), "[ERROR] CSI message of 4" + noLength},
+        {fromHex("00"), "[ERROR] CSI message of 1" + noLength},
+        {{}, "[ERROR] CSI message of 0" + noLength},
+        {command(18, "CN", fromHex("2a 04 00 00")), "[ERROR] CSI record of 4 bytes has no header"},
+        {command(18, "CU", fromHex("2a ff ff ff ff 01")),
+         "[ERROR] CSI record of key 42 announces 4294967295 bytes, 1 arrived"},
+        {command(18, "CN", csiRecord(130, Bytes(5))), "[ERROR] size error on csi 130"},
+        {csiMessage(18, {{kTlvCommand, textBytes("CN")},
+                         {kTlvArgument, csiRecord(130, 1u)},
+                         {kTlvSource, textBytes("not/a queue")},
+                         {kTlvDestination, textBytes(kCsiQueue)}}),
+         "[ERROR] CSI notification names no queue for its acknowledgement"},
+        {command(18, "CN", csiRecord(130, 1u)), "[ERROR] tlv_validate failed"},
+        {command(18, "CN", csiRecord(130, 1u) + Bytes(1500 - 29)), "[ERROR] tlv_validate failed"},
+    };
+    serveWatcher();
+    play({sets(5)});
+    for (const auto& [message, line] : rows) {
+        SCOPED_TRACE(line);
+        play({tells(kCsiQueue, message), logs(line), quiet()});
+    }
+    play({notifies("CN", csiRecord(kOtaState, 2u)), answers(1, kQuery, "f5 f7 08 02"), quiet()});
 }
 
 TEST_F(Push, StatusByteIsPublishedFromTheFirstPowerReportAndOnlyWhenItChanges) {
-    Rig& rig = serve();
-    const auto publishes = [](const std::string& value) {
+    const auto sets34 = [](const std::string& value) {
         return tellsNet("18 CI /to_kznet>/to_kznet: 22 01 00 00 00 " + value);
     };
+    const auto unpauses = tellsNet("18 CI /to_kznet>/to_kznet: 26 04 00 00 00 00 00 00 00");
+    serve();
 
-    play(rig, {notifies("CN", csiRecord(kBattery, 50u)), notifies("CN", csiRecord(kSdCard, 0u)),
-               notifies("CN", csiRecord(kExternalPower, 0u)), publishes("0c"),
-               notifies("CN", csiRecord(kExternalPower, 1u)), notifies("CN", csiRecord(kBusy, 1u)), publishes("1c"),
-               notifies("CN", csiRecord(kBusy, 0u)), publishes("0c"), notifies("CN", csiRecord(kNewMedia, 1u)),
-               publishes("0f"), tellsNet("18 CI /to_kznet>/to_kznet: 26 04 00 00 00 00 00 00 00")});
-    EXPECT_EQ(rig.network->waiting(), 0);
+    play({notifies("CN", csiRecord(kBattery, 20u)), notifies("CN", csiRecord(kSdCard, 0u)),
+          notifies("CN", csiRecord(kExternalPower, 0u)), sets34("0c"), notifies("CN", csiRecord(kExternalPower, 1u)),
+          notifies("CN", csiRecord(kBusy, 1u)), sets34("1c"), notifies("CN", csiRecord(kPaused, 1u)), sets34("3c"),
+          notifies("CN", csiRecord(kPaused, 0u)), sets34("1c"), notifies("CN", csiRecord(kBusy, 0u)), sets34("0c")});
+    for (const uint32_t withoutNewMedia : {22u, 23u}) {
+        play({notifies("CN", csiRecord(kModelNumber, withoutNewMedia)), notifies("CN", csiRecord(kNewMedia, 1u))});
+    }
+    play({notifies("CN", csiRecord(kModelNumber, 58u)), notifies("CN", csiRecord(kNewMedia, 1u)), sets34("0f"),
+          unpauses});
+    EXPECT_EQ(rig->network->waiting(), 0);
 }
 
 // ---------------------------------------------------------------- accessory buffers
 
 TEST_F(Push, AccessoryBuffersGoToTheInterestedAccessoryAndStayForTheNext) {
-    Rig& rig = serve();
-    Queue csi = Queue::openForSending("/to_blesdk");
-    const auto show = [&](const char* command, const Bytes& data) {
-        TlvMessage message;
-        message.category = 10;
-        message.elements = {{kTlvCommand, textBytes(command)}, {kTlvArgument, data}};
-        csi.send(message.encode());
-    };
-    play(rig,
-         {connects(1), opensAll(1), connects(2), opensAll(2), writes(2, kSensorRequest, "50 01"),
-          answers(2, kSensorAnswer, "50 00"), writes(2, kSensorRequest, "52 01"), answers(2, kSensorAnswer, "52 00")});
+    serve();
+    play({joins(1), joins(2), asks(2, kSensorData, "50 01", "50 00"), asks(2, kSensorData, "52 01", "52 00")});
 
-    show("LB", ramp(6, 0x10));
-    play(rig, {answers(2, kSensorAnswer, "51 10 11 12 13 14 15")});
-    show("AL", ramp(5, 0x20));
-    play(rig, {answers(2, kSensorAnswer, "53 20 21 22 23 24")});
-    show("LB", ramp(4));
-    play(rig, {logs("[ERROR]", "CAT RTOS TLV arg length <= TLV_ELEM_HDR_SIZE", "kzBleServer")});
-    show("AL", ramp(40));
-    show("QQ", ramp(5));
-    play(rig, {logs("[ERROR]", "Unexpected Response type on CSI notification [QQ]", "kzBleServer"), quiet()});
+    play({tells(kCsiQueue, command(10, "LB", ramp(6, 0x10))), answers(2, kSensorData, "51 10 11 12 13 14 15"),
+          tells(kCsiQueue, command(10, "AL", ramp(18))), answers(2, kSensorData, Bytes{0x53} + ramp(18)),
+          tells(kCsiQueue, command(10, "AL", ramp(5, 0x20))), answers(2, kSensorData, "53 20 21 22 23 24")});
 
-    play(rig, {connects(3, kSensor), opensAll(3), writes(3, kSensorRequest, "50 01"),
-               answers(3, kSensorAnswer, "50 00"), answers(3, kSensorAnswer, "51 10 11 12 13 14 15"), quiet()});
+    play({joins(3, kSensor), asks(3, kSensorData, "50 01", "50 00"), answers(3, kSensorData, "51 10 11 12 13 14 15"),
+          asks(3, kSensorData, "52 01", "52 00"), answers(3, kSensorData, "51 10 11 12 13 14 15"),
+          answers(3, kSensorData, "53 20 21 22 23 24"), quiet()});
 }
 
 }  // namespace

@@ -1,54 +1,33 @@
 #include "bytes.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <numeric>
 #include <stdexcept>
 
 namespace e2e {
-namespace {
-
-constexpr char kHexDigits[] = "0123456789abcdef";
-
-uint8_t hexDigit(char digit) {
-    const std::string_view digits = kHexDigits;
-    const size_t value = digits.find(static_cast<char>(digit >= 'A' && digit <= 'F' ? digit - 'A' + 'a' : digit));
-    if (value == std::string_view::npos) {
-        throw std::invalid_argument(std::string("not a hex digit: ") + digit);
-    }
-    return static_cast<uint8_t>(value);
-}
-
-}  // namespace
 
 Bytes fromHex(std::string_view text) {
+    std::string digits(text);
+    std::erase(digits, ' ');
+    if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        throw std::invalid_argument("not hex: " + std::string(text));
+    }
     Bytes bytes;
-    for (size_t i = 0; i < text.size();) {
-        if (text[i] == ' ') {
-            ++i;
-            continue;
-        }
-        if (i + 1 >= text.size()) {
-            throw std::invalid_argument("odd number of hex digits");
-        }
-        bytes.push_back(static_cast<uint8_t>(hexDigit(text[i]) << 4 | hexDigit(text[i + 1])));
-        i += 2;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
     }
     return bytes;
 }
 
-std::string toHex(const uint8_t* data, size_t length) {
+std::string toHex(std::span<const uint8_t> bytes) {
     std::string text;
-    for (size_t i = 0; i < length; ++i) {
-        if (i != 0) {
-            text += ' ';
-        }
-        text += kHexDigits[data[i] >> 4];
-        text += kHexDigits[data[i] & 0x0F];
+    char digits[4];
+    for (const uint8_t byte : bytes) {
+        std::snprintf(digits, sizeof(digits), text.empty() ? "%02x" : " %02x", byte);
+        text += digits;
     }
     return text;
-}
-
-std::string toHex(const Bytes& bytes) {
-    return toHex(bytes.data(), bytes.size());
 }
 
 Bytes ramp(size_t count, uint8_t first) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,8 +13,7 @@ using Bytes = std::vector<uint8_t>;
 
 // Blanks are skipped; anything else but pairs of hex digits throws std::invalid_argument.
 Bytes fromHex(std::string_view text);
-std::string toHex(const uint8_t* data, size_t length);
-std::string toHex(const Bytes& bytes);
+std::string toHex(std::span<const uint8_t> bytes);
 
 // `count` bytes that differ from their neighbours: first, first + 1, ...
 Bytes ramp(size_t count, uint8_t first = 0);

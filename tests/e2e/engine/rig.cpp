@@ -1,7 +1,10 @@
 #include "rig.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 namespace e2e {
@@ -31,35 +34,33 @@ namespace {
 
 constexpr long kMessageSize = 1500;  // of the queues between daemons
 constexpr long kNetworkDepth = 10;
-constexpr const char* kEventQueue = "/to_kzBleD";
-constexpr const char* kCsiQueue = "/to_blesdk";
-constexpr const char* kNetworkQueue = "/to_kznet";
 constexpr uint8_t kCategoryNotification = 18;
 constexpr uint8_t kCategoryEvent = 22;
 constexpr uint8_t kFirstFence = 200;  // event types the daemon knows nothing of: handled, logged and nothing else
 constexpr uint8_t kFences = 50;
 constexpr const char* kReplyQueue = "/to_e2e";  // where notifications of the tests are acknowledged
 
-// What a rig needs room for, in the order in which it is reserved.
-enum : size_t { kEventRoom, kCsiRoom, kToDaemonRoom, kFromDaemonRoom, kNetworkRoom, kReplyRoom };
-constexpr QueueSize kEventSize{10, kMessageSize};
-constexpr QueueSize kCsiSize{40, kMessageSize};
-constexpr QueueSize kReplySize{1, kMessageSize};
+// The kernel counts the bytes of all message queues of a user and refuses what goes beyond its limit: about six rigs
+// fit at once. A rig therefore takes everything it will need at once or nothing, so that rigs wait for one another
+// instead of failing half-way.
+constexpr const char* kRoomQueue = "/e2e_room";
+constexpr long kRoomDepth = 65;                     // as many bytes as the daemon's two queues, and a little more
+constexpr std::chrono::seconds kRoomPatience{200};  // the rigs before this one may be many
+constexpr useconds_t kRoomPause = 50'000;
+
+// Held while room changes hands: no other rig of this checkout takes what is free for a moment.
+class RoomLock {
+  public:
+    RoomLock() : m_file(open(KZ_WORLD_SCRIPT, O_RDONLY | O_CLOEXEC)) { flock(m_file, LOCK_EX); }
+    ~RoomLock() { close(m_file); }
+    RoomLock(const RoomLock&) = delete;
+    RoomLock& operator=(const RoomLock&) = delete;
+
+  private:
+    int m_file;
+};
 
 }  // namespace
-
-void writeFile(const std::string& path, const Bytes& content) {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
-    if (!file.flush()) {
-        throw std::runtime_error("cannot write " + path);
-    }
-}
-
-void writeFile(const std::string& path, const std::string& content) {
-    writeFile(path, textBytes(content));
-}
 
 Bytes csiRecord(uint8_t key, const Bytes& value) {
     return Bytes{key} + little32(static_cast<uint32_t>(value.size())) + value;
@@ -69,28 +70,14 @@ Bytes csiRecord(uint8_t key, uint32_t value) {
     return csiRecord(key, little32(value));
 }
 
-Rig::Rig(const Options& options) : m_options(options) {
+Rig::Rig(const Options& options) {
     // The world may have served another test of this process before.
     for (const char* directory : {"/usr/local/zorvik/etc", "/usr/local/zorvik/tftp", "/tmp/fuse_d"}) {
         std::filesystem::remove_all(directory);
     }
-    writeFile(kSettingsPath, options.catalogue);
-    m_room.reserve({kEventSize,
-                    kCsiSize,
-                    {RadioStack::kDepth, kBleRecordSize},
-                    {options.transmitDepth, kBleRecordSize},
-                    {kNetworkDepth, kMessageSize},
-                    kReplySize});
-    {
-        const RoomLock lock;
-        m_room.release(kReplyRoom);
-        m_replies.emplace(Queue::create(kReplyQueue, kReplySize.depth, kReplySize.messageSize));
-    }
-    if (options.radioStack) {
-        openRadio();
-    }
-    if (options.networkDaemon) {
-        openNetworkDaemon();
+    writeFile(kSettingsPath, textBytes(options.catalogue));
+    if (!waitUntil([&] { return openQueues(options) || usleep(kRoomPause) != 0; }, kRoomPatience)) {
+        throw std::runtime_error("no room for the message queues of a rig");
     }
 }
 
@@ -101,44 +88,42 @@ Rig::~Rig() {
     mq_unlink(kCsiQueue);
 }
 
-void Rig::giveBackRadioRoom() {
-    m_room.release(kToDaemonRoom);
-    m_room.release(kFromDaemonRoom);
-}
-
-void Rig::openRadio() {
+bool Rig::openQueues(const Options& options) {
     const RoomLock lock;
-    giveBackRadioRoom();
-    radio.emplace(m_options.transmitDepth);
+    m_room = Queue::tryCreate(kRoomQueue, kRoomDepth, kMessageSize);
+    m_replies = Queue::tryCreate(kReplyQueue, 1, kMessageSize);
+    std::optional<Queue> toDaemon = Queue::tryCreate(kMqToBleSdk, RadioStack::kDepth, kBleRecordSize);
+    std::optional<Queue> fromDaemon = Queue::tryCreate(kMqToSkylark, options.transmitDepth, kBleRecordSize);
+    network = Queue::tryCreate(kNetworkQueue, kNetworkDepth, kMessageSize);
+    const bool complete = m_room && m_replies && toDaemon && fromDaemon && network;
+    if (!complete) {
+        m_room.reset();
+        m_replies.reset();
+    }
+    if (complete && options.radioStack) {
+        radio.emplace(std::move(*toDaemon), std::move(*fromDaemon));
+    }
+    if (!complete || !options.networkDaemon) {
+        network.reset();
+    }
+    return complete;
 }
 
 void Rig::openNetworkDaemon() {
-    const RoomLock lock;
-    m_room.release(kNetworkRoom);
-    network.emplace(Queue::create(kNetworkQueue, kNetworkDepth, kMessageSize));
+    network = Queue::create(kNetworkQueue, kNetworkDepth, kMessageSize);
 }
 
-void Rig::launch(bool detach) {
-    if (!m_room.holds(kEventRoom)) {
-        m_room.reserve({kEventSize, kCsiSize});  // a daemon before this one used it up
-    }
-    DaemonProcess::Options options;
-    options.detach = detach;
-    for (const auto& [name, value] : m_options.environment) {
-        options.environment[name] = value;
-    }
+void Rig::launch() {
     const RoomLock lock;
-    m_room.release(kEventRoom);
-    m_room.release(kCsiRoom);
-    daemon.start(options);
+    m_room.reset();
+    daemon.start();
     waitUntil([&] { return queueExists(kCsiQueue) || !daemon.running(); });
 }
 
 void Rig::start() {
     launch();
-    const bool serving =
-        waitUntil([&] { return !daemon.running() || (network ? network->waiting() > 0 : queueExists(kCsiQueue)); });
-    if (!serving || !daemon.running()) {
+    waitUntil([&] { return !daemon.running() || (network ? network->waiting() > 0 : queueExists(kCsiQueue)); });
+    if (!daemon.running()) {
         throw std::runtime_error("the daemon did not come up; its log:\n" + daemon.log());
     }
     if (network) {
@@ -150,11 +135,9 @@ void Rig::start() {
 
 void Rig::settle() {
     const auto eventType = static_cast<uint8_t>(kFirstFence + m_fence++ % kFences);
-    ble_message_t fence = {};
-    fence.eventType = eventType;
     const std::string text = "Unhandled event_type " + std::to_string(eventType) + " ";
-    const size_t before = daemon.logSize();
-    radio->send(fence);
+    const size_t before = daemon.log().size();
+    radio->send(eventRecord(eventType, 0));
     const auto handled = [&] { return daemon.log(before).find(text) != std::string::npos; };
     if (!waitUntil([&] { return handled() || !daemon.running(); }) || !handled()) {
         throw std::runtime_error("the daemon handles no records any more; its log:\n" + daemon.log());
@@ -162,33 +145,28 @@ void Rig::settle() {
 }
 
 std::optional<int> Rig::shutDown() {
-    radio->debug(KZBLE_DEBUG_SHUTDOWN);
+    radio->send(debugRecord(KZBLE_DEBUG_SHUTDOWN));
     return daemon.waitForExit();
 }
 
-void Rig::setLogLevel(unsigned level) {
-    radio->debug(KZBLE_SET_LOG_LEVEL, level);
+void Rig::send(const char* queue, const Bytes& message) {
+    settle();
+    Queue::openForSending(queue).send(message);
 }
 
 void Rig::pushJson(const std::string& json) {
-    settle();  // the daemon takes events before waiting radio records
-    TlvMessage message;
-    message.category = kCategoryEvent;
-    message.elements = {{kTlvResponse, textBytes(json)}};
-    Queue::openForSending(kEventQueue).send(message.encode());
+    send(kEventQueue, TlvMessage{kCategoryEvent, {{kTlvResponse, textBytes(json)}}}.encode());
     // The loop looks at the event queue before the radio queue, one message of each a pass.
     settle();
 }
 
 TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records) {
-    settle();
-    TlvMessage message;
-    message.category = kCategoryNotification;
-    message.elements = {{kTlvCommand, textBytes(command)},
-                        {kTlvArgument, records},
-                        {kTlvSource, textBytes(kReplyQueue)},
-                        {kTlvDestination, textBytes(kCsiQueue)}};
-    Queue::openForSending(kCsiQueue).send(message.encode());
+    send(kCsiQueue, TlvMessage{kCategoryNotification,
+                               {{kTlvCommand, textBytes(command)},
+                                {kTlvArgument, records},
+                                {kTlvSource, textBytes(kReplyQueue)},
+                                {kTlvDestination, textBytes(kCsiQueue)}}}
+                        .encode());
     const std::optional<Bytes> reply = m_replies->receive();
     if (!reply) {
         throw std::runtime_error("a CSI notification was not acknowledged; the log:\n" + daemon.log());

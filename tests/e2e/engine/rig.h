@@ -2,20 +2,22 @@
 // rig, starts the daemon in it and plays conversations (script.h).
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 
-#include "cameraScript.h"
+#include "camera.h"
 #include "daemonProcess.h"
 #include "queue.h"
-#include "queueRoom.h"
 #include "radioStack.h"
 #include "tlvMessage.h"
 
 namespace e2e {
 
-constexpr const char* kSettingsDirectory = "/usr/local/zorvik/etc/58";
+// The daemon's own queues and the network daemon's.
+constexpr const char* kEventQueue = "/to_kzBleD";
+constexpr const char* kCsiQueue = "/to_blesdk";
+constexpr const char* kNetworkQueue = "/to_kznet";
+
 constexpr const char* kSettingsPath = "/usr/local/zorvik/etc/58/settings.json";
 constexpr const char* kSettingsGzPath = "/usr/local/zorvik/etc/58/settings.json.gz";
 
@@ -23,54 +25,48 @@ constexpr const char* kSettingsGzPath = "/usr/local/zorvik/etc/58/settings.json.
 // setting 2 at 4 forbids option 1 of setting 3, and status 10 at 1 forbids option 2 of it. Version 1.25.
 extern const char* const kSmallCatalogue;
 
-// Makes the missing directories too.
-void writeFile(const std::string& path, const Bytes& content);
-void writeFile(const std::string& path, const std::string& content);
-
 class Rig {
   public:
     struct Options {
         long transmitDepth = RadioStack::kDepth;
-        bool networkDaemon = true;  // whether "/to_kznet" exists from the start
-        bool radioStack = true;     // whether the radio queues do
+        bool radioStack = true;     // whether the radio queues exist from the start
+        bool networkDaemon = true;  // whether "/to_kznet" does
         std::string catalogue = kSmallCatalogue;
-        std::map<std::string, std::string> environment;
     };
 
     // Waits for the queue room that other rigs hold.
-    Rig() : Rig(Options()) {}
     explicit Rig(const Options& options);
     ~Rig();
 
     // Starts the daemon and waits until it serves: its CSI subscription has arrived (with a network daemon), or its
     // command thread runs. Throws when the daemon does not come up.
     void start();
-    // Starts it and returns at once.
-    void launch(bool detach = false);
-    void openRadio();
-    void giveBackRadioRoom();  // for a test that makes radio queues of its own, under a RoomLock
+    // Starts it and returns when it has its queues or has ended.
+    void launch();
     void openNetworkDaemon();
     // Everything sent to the radio queue before has been handled, and its packets are in the other queue.
     void settle();
     // Shutdown by the debug record; the exit status.
     std::optional<int> shutDown();
-    void setLogLevel(unsigned level);
 
     // ---- the other daemons
+    // Any message to one of the daemon's queues. Events are taken before waiting radio records: those are awaited.
+    void send(const char* queue, const Bytes& message);
     void pushJson(const std::string& json);  // as the control daemon does; handled when it returns
     // A CSI message of that command ("CN", "CU", ...); handled and acknowledged when it returns.
     TlvMessage notifyCsi(const std::string& command, const Bytes& records);
     // The next message to the network daemon; throws when none comes.
     TlvMessage receiveNet();
 
-    CameraScript camera;
+    Camera camera;
     std::optional<RadioStack> radio;
     std::optional<Queue> network;
     DaemonProcess daemon;
 
   private:
-    Options m_options;
-    QueueRoom m_room;
+    bool openQueues(const Options& options);
+
+    std::optional<Queue> m_room;  // stands in for the queues to come
     std::optional<Queue> m_replies;
     uint8_t m_fence = 0;
 };

@@ -3,74 +3,75 @@
 #include <gtest/gtest.h>
 
 #include <exception>
+#include <stdexcept>
 
 namespace e2e {
 namespace {
 
-class Mismatch : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+constexpr uint8_t kAnswerStream = KZ_STR_ID_COMMAND_RESPONSE - KZ_STR_ID_COMMAND;
+constexpr uint8_t kGateDescriptor = KZ_STR_ID_COMMAND_CCC - KZ_STR_ID_COMMAND;
 
 void compare(const std::string& expected, const std::string& actual) {
     if (expected != actual) {
-        throw Mismatch("\n  expected: " + expected + "\n  actual:   " + actual);
+        throw std::runtime_error("\n  expected: " + expected + "\n  actual:   " + actual);
     }
 }
 
-std::string joinLines(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) {
-        text += "\n    " + line;
-    }
-    return text;
+ble_message_t gateRecord(uint32_t connection, uint8_t interface, uint8_t value) {
+    const auto descriptor = static_cast<uint8_t>(interface + kGateDescriptor);
+    return eventRecord(KZBLE_SDK_EVENT_CCC, connection, {descriptor, value});
 }
 
-std::string at(uint32_t connection, uint8_t stream, const Bytes& bytes) {
-    return "connection " + std::to_string(connection) + " stream " + std::to_string(stream) + ": " + toHex(bytes);
+void receivePacket(Rig& rig, const ble_message_t& expected) {
+    const std::optional<ble_message_t> actual = rig.radio->receiveOf(expected.connectionId);
+    compare(describe(expected), actual ? describe(*actual) : "nothing");
+}
+
+void receiveAnswer(Rig& rig, uint32_t connection, uint8_t interface, const Bytes& message) {
+    for (const Bytes& packet : cutIntoPackets(message)) {
+        receivePacket(rig, dataRecord(connection, static_cast<uint8_t>(interface + kAnswerStream), packet));
+    }
 }
 
 }  // namespace
 
-Step connects(uint32_t connection, uint8_t deviceType) {
-    return {"connects " + std::to_string(connection), [=](Rig& rig) { rig.radio->connect(connection, deviceType); }};
+Step sends(const ble_message_t& record) {
+    return {"sends " + describe(record), [=](Rig& rig) { rig.radio->send(record); }};
 }
 
-Step disconnects(uint32_t connection) {
-    return {"disconnects " + std::to_string(connection), [=](Rig& rig) { rig.radio->disconnect(connection); }};
+Step connects(uint32_t connection, uint8_t deviceType, uint8_t lastAddressByte) {
+    const auto ownByte = static_cast<uint8_t>(connection);
+    return sends(connectionRecord(connection, deviceType, lastAddressByte != 0 ? lastAddressByte : ownByte));
 }
 
-Step opens(uint32_t connection, uint8_t gateDescriptor) {
-    return {"opens gate " + std::to_string(gateDescriptor),
-            [=](Rig& rig) { rig.radio->writeDescriptor(connection, gateDescriptor, 1); }};
+Step opens(uint32_t connection, uint8_t interface) {
+    return sends(gateRecord(connection, interface, 1));
 }
 
-Step opensAll(uint32_t connection) {
-    return {"opens all gates", [=](Rig& rig) {
-                for (const uint8_t descriptor : {kCommandGate, kSettingsGate, kQueryGate, kSensorGate}) {
-                    rig.radio->writeDescriptor(connection, descriptor, 1);
+Step closes(uint32_t connection, uint8_t interface) {
+    return sends(gateRecord(connection, interface, 0));
+}
+
+Step joins(uint32_t connection, uint8_t deviceType) {
+    return {"joins", [=](Rig& rig) {
+                connects(connection, deviceType).run(rig);
+                for (const uint8_t interface : {kCommand, kSettings, kQuery, kSensorData}) {
+                    opens(connection, interface).run(rig);
                 }
             }};
 }
 
-Step closes(uint32_t connection, uint8_t gateDescriptor) {
-    return {"closes gate " + std::to_string(gateDescriptor),
-            [=](Rig& rig) { rig.radio->writeDescriptor(connection, gateDescriptor, 0); }};
+Step disconnects(uint32_t connection) {
+    return sends(eventRecord(KZBLE_SDK_EVENT_Disconn, connection));
 }
 
-Step writes(uint32_t connection, uint8_t stream, const Bytes& message) {
-    return {"writes " + at(connection, stream, message),
-            [=](Rig& rig) { rig.radio->writeMessage(connection, stream, message); }};
+Step writes(uint32_t connection, uint8_t stream, const Message& message) {
+    return {"writes " + toHex(message.bytes),
+            [=](Rig& rig) { rig.radio->writeMessage(connection, stream, message.bytes); }};
 }
 
-Step writes(uint32_t connection, uint8_t stream, const std::string& messageHex) {
-    return writes(connection, stream, fromHex(messageHex));
-}
-
-Step writesPacket(uint32_t connection, uint8_t stream, const std::string& packetHex) {
-    const Bytes packet = fromHex(packetHex);
-    return {"writes packet " + at(connection, stream, packet),
-            [=](Rig& rig) { rig.radio->writePacket(connection, stream, packet); }};
+Step writesPacket(uint32_t connection, uint8_t stream, const Message& packet) {
+    return sends(dataRecord(connection, stream, packet.bytes));
 }
 
 Step pushes(const std::string& json) {
@@ -82,40 +83,51 @@ Step notifies(const std::string& command, const Bytes& csiRecords) {
             [=](Rig& rig) { rig.notifyCsi(command, csiRecords); }};
 }
 
-Step replies(uint32_t command, int result, const std::string& hex) {
-    return {"command replies",
-            [=](Rig& rig) { rig.camera.reply(fakes::Function::Command, command, result, fromHex(hex)); }};
+Step tells(const char* queue, const Message& message) {
+    return {std::string("tells ") + queue + " " + toHex(message.bytes),
+            [=](Rig& rig) { rig.send(queue, message.bytes); }};
 }
 
-Step csiHolds(uint8_t key, const std::string& hex) {
-    return {"CSI key holds", [=](Rig& rig) { rig.camera.reply(fakes::Function::CsiGet, key, 0, fromHex(hex)); }};
+Step replies(const std::string& call, int result, const Message& reply) {
+    return {"camera replies to " + call, [=](Rig& rig) { rig.camera.reply(call, result, reply.bytes); }};
 }
 
 Step sets(unsigned logLevel) {
-    return {"log level " + std::to_string(logLevel), [=](Rig& rig) { rig.setLogLevel(logLevel); }};
+    return sends(debugRecord(KZBLE_SET_LOG_LEVEL, logLevel));
 }
 
-Step answers(uint32_t connection, uint8_t stream, const Bytes& message) {
-    return {"answers " + at(connection, stream, message), [=](Rig& rig) {
-                const Message actual = rig.radio->receiveMessage();
-                compare(at(connection, stream, message), at(actual.connection, actual.stream, actual.bytes));
+Step occupies(long places) {
+    return {"occupies places of the radio queue", [=](Rig& rig) { rig.radio->occupy(places); }};
+}
+
+Step drains() {
+    return {"drains", [](Rig& rig) {
+                rig.settle();
+                rig.radio->drain();
             }};
 }
 
-Step answers(uint32_t connection, uint8_t stream, const std::string& messageHex) {
-    return answers(connection, stream, fromHex(messageHex));
+Step answers(uint32_t connection, uint8_t interface, const Message& message) {
+    return {"answers " + toHex(message.bytes),
+            [=](Rig& rig) { receiveAnswer(rig, connection, interface, message.bytes); }};
 }
 
-Step packet(uint32_t connection, uint8_t stream, const std::string& packetHex) {
-    const ble_message_t expected = dataRecord(connection, stream, fromHex(packetHex));
-    return {"packet " + describe(expected),
-            [=](Rig& rig) { compare(describe(expected), describe(rig.radio->receive())); }};
+Step asks(uint32_t connection, uint8_t interface, const Message& request, const Message& answer) {
+    return {"asks " + toHex(request.bytes), [=](Rig& rig) {
+                rig.radio->writeMessage(connection, interface, request.bytes);
+                receiveAnswer(rig, connection, interface, answer.bytes);
+            }};
 }
 
-Step calls(const std::vector<std::string>& expected) {
-    return {"calls", [=](Rig& rig) {
+Step packet(uint32_t connection, uint8_t stream, const Message& bytes) {
+    const ble_message_t expected = dataRecord(connection, stream, bytes.bytes);
+    return {"packet " + describe(expected), [=](Rig& rig) { receivePacket(rig, expected); }};
+}
+
+Step calls(const std::string& list) {
+    return {"calls " + list, [=](Rig& rig) {
                 rig.settle();
-                compare(joinLines(expected), joinLines(rig.camera.takeCalls()));
+                compare(list, rig.camera.takeCalls(list.starts_with("caller ")));
             }};
 }
 
@@ -123,10 +135,10 @@ Step tellsNet(const std::string& message) {
     return {"tells the network daemon " + message, [=](Rig& rig) { compare(message, rig.receiveNet().text()); }};
 }
 
-Step logs(const std::string& level, const std::string& message, const std::string& module) {
-    return {"logs " + level + " " + message, [=](Rig& rig) {
-                if (!rig.daemon.waitForLog(level, message, module)) {
-                    throw Mismatch("not logged; since the last text found the log says:\n" + rig.daemon.unread());
+Step logs(const std::string& line, const std::string& module) {
+    return {"logs " + line, [=](Rig& rig) {
+                if (!rig.daemon.waitForText(line + " @" + module + ":")) {
+                    throw std::runtime_error("not since the last line found");
                 }
             }};
 }
@@ -138,19 +150,19 @@ Step settles() {
 Step quiet() {
     return {"quiet", [](Rig& rig) {
                 rig.settle();
-                if (const auto record = rig.radio->tryReceive(std::chrono::milliseconds(0))) {
-                    throw Mismatch("unexpected " + describe(*record));
-                }
+                const std::optional<ble_message_t> record = rig.radio->receive(std::chrono::milliseconds(0));
+                compare("nothing", record ? describe(*record) : "nothing");
             }};
 }
 
 void play(Rig& rig, const Script& script) {
-    for (size_t i = 0; i < script.size(); ++i) {
+    for (size_t i = 0; i < script.size() && !testing::Test::HasFatalFailure(); ++i) {
         try {
             script[i].run(rig);
         } catch (const std::exception& failure) {
             FAIL() << "step " << i + 1 << " (" << script[i].text << "): " << failure.what() << "\nrecords:\n"
-                   << (rig.radio ? rig.radio->transcript().text() : "no radio\n");
+                   << (rig.radio ? rig.radio->transcript() : "no radio\n") << "log:\n"
+                   << rig.daemon.unread();
         }
     }
 }

@@ -2,7 +2,7 @@
 //
 // The word is the first eight bytes of the file below, made by the test; without it nothing is counted. The C library's
 // own allocator does the work.
-#include "allocationCounter.h"
+#include "paths.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -23,7 +23,7 @@ namespace {
 std::atomic<uint64_t>* g_count = nullptr;
 
 __attribute__((constructor)) void attach() {
-    const int fd = open(fakes::kAllocationCountPath, O_RDWR | O_CLOEXEC);
+    const int fd = open(fakes::kAllocationCount, O_RDWR | O_CLOEXEC);
     if (fd < 0) {
         return;
     }

@@ -1,0 +1,16 @@
+// Where a test and what it puts into the daemon's process meet: in files of the world.
+#pragma once
+
+namespace fakes {
+
+// The stand-ins of the camera's client libraries append every call to kCameraCalls as a line of text, "command 3: 01"
+// with its argument behind the colon. A file below kCameraReplies that is named after the call, "command 3", holds what
+// the call gets: a 32-bit result and the reply. Without one it succeeds; what could only fail without a reply fails. A
+// pipe in that place holds the call until the test lets go of it.
+constexpr const char* kCameraCalls = "/tmp/cameraCalls";
+constexpr const char* kCameraReplies = "/tmp/cameraReplies/";
+
+// Heap allocations counted by the preloaded counter: eight bytes, host order.
+constexpr const char* kAllocationCount = "/tmp/allocationCount";
+
+}  // namespace fakes
