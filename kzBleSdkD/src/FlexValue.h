@@ -101,5 +101,5 @@ MemoryStream& operator>>(MemoryStream& stream, FlexValue& result);
 // 12, "1e3" is 1); more than 64 bits saturate to 2^64 - 1. A double does not hold it, so `numberText` points at the
 // number in the JSON text (it ends at its first other character; see ObjectText in jsonText.h). Without the text the
 // item's double stands in, which is right for integers up to 2^53. An item of another type than its width wants counts
-// as 0 or as the empty string.
+// as 0 or as the empty string, but true in one byte is 1.
 FlexValue BuildFlexValue(const eValueWidth& width, const cJSON* item, const char* numberText = nullptr);

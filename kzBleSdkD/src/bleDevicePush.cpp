@@ -350,7 +350,7 @@ void BleNotificationClient::RefillStoredPushes() {
             continue;
         }
         unsigned char push[kPushBufferSize];
-        unsigned short length = sizeof(push);
+        unsigned short length = KzBleServer::GetInstance()->GetPushRoom();
         int kzErrno = KZ_OK;
         owed.stored = ExecutePush(type, owed.ids, push, &length, &kzErrno);
         if (owed.stored) {

@@ -246,6 +246,10 @@ uint16_t KzBleServer::GetLongestResponse() {
     return static_cast<uint16_t>(LongestResponse(m_radioDepth));
 }
 
+uint16_t KzBleServer::GetPushRoom(unsigned least) {
+    return static_cast<uint16_t>(std::clamp<unsigned>(GetLongestResponse(), least, kPushBufferSize));
+}
+
 unsigned KzBleServer::GetBleTxQueueAvailability(int* capacity) {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
     if (!queue) {

@@ -163,19 +163,29 @@ TEST_F(FanOutTest, AWaitingPushLeavesBeforeALaterOne) {
 TEST_F(FanOutTest, AWaitingPushThatIsOvertakenIsToldLaterFromCurrentValues) {
     BleNotificationClient& client = Connect(3);
     client.AddInterestAll(kStatus);
-    SetRadioDepth(1);
-    PushJson(R"({"status": {"8": 1, "29": "a text of two packets"}})");
-    Server().NotifyClientsOfStatusChanges();
+    SetRadioDepth(2);
+    for (const char* push : {R"({"8": 0})", R"({"8": 1, "29": "a text of two packets"})", R"({"8": 2})"}) {
+        PushJson(std::string(R"({"status": )") + push + "}");
+        Server().NotifyClientsOfStatusChanges();
+    }
+    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, {0x93, 0, 8, 1, 0}}, {3, {0x93, 0, 8, 1, 2}}}));
 
-    PushJson(R"({"status": {"8": 2}})");
-    Server().NotifyClientsOfStatusChanges();
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, {0x93, 0, 8, 1, 2}}}));
-
-    SetRadioDepth(100);
     EXPECT_TRUE(Server().CheckClientsStoredResponses());
     EXPECT_EQ(TakeTold(),
               (std::vector<Told>{{3, Bytes{0x93, 0, 8, 1, 2, 29, 21} + fakes::BytesOf("a text of two packets")}}));
     EXPECT_FALSE(Server().CheckClientsStoredResponses());
+}
+
+TEST_F(FanOutTest, APushIsNoLongerThanTheRadioQueueTakes) {
+    const std::string text(31, 't');
+    Connect(3).AddInterestAll(kStatus);
+    SetRadioDepth(2);  // 37 bytes
+    PushJson(R"({"status": {"8": 1, "29": ")" + text + "\"}}");
+
+    Server().NotifyClientsOfStatusChanges();
+    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, {0x93, 0, 8, 1, 1}}}));
+    Server().CheckClientsStoredResponses();
+    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, Bytes{0x93, 0, 29, 31} + fakes::BytesOf(text)}}));
 }
 
 // ---------------------------------------------------------------- more than one push holds
