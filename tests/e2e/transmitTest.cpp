@@ -106,7 +106,11 @@ TEST_F(Transmit, NewRequestWinsOverTheUnsentAnswerOfItsInterface) {
                    "bleDevice.cpp")});
     }
 
-    play({answersVersion(2), answers(1, kSettings, "02 00"), answers(1, kQuery, "13 00 08 00"), quiet()});
+    // A sensor's answer stays: the next packet there may be a sample, which has none.
+    play({writes(1, kSensorData, "50 01"), writesPacket(1, kSensorData, "20 28 01"), settles()});
+
+    play({answersVersion(2), answers(1, kSettings, "02 00"), answers(1, kQuery, "13 00 08 00"),
+          answers(1, kSensorData, "50 00"), quiet()});
 }
 
 TEST_F(Transmit, StoredAnswerWaitsForItsGateAndGoesWithItsClient) {

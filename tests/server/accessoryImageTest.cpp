@@ -3,16 +3,24 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <fstream>
 
+#include "privateTmp.h"
 #include "serverFixture.h"
+#include "skylark/bleMessage.h"
 
 namespace server_test {
 namespace {
 
 constexpr uint8_t kRemote = KZ_CALLER_ALDER;
 
+// Checksum, version 1.2.3, length and an image of 30 bytes.
+Bytes ImageFile() {
+    return Le32({0x11223344, 1, 2, 3, 30}) + Counting(30);
+}
+
 TEST(AccessoryImageParseTest, FieldsAreReadFromTheHeader) {
-    Bytes file = ImageFile(Counting(30), 1, 2, 3);
+    Bytes file = ImageFile();
     file.push_back(0xFF);  // behind the image
 
     const std::optional<AccessoryImage> image = ParseAccessoryImage(file);
@@ -20,11 +28,11 @@ TEST(AccessoryImageParseTest, FieldsAreReadFromTheHeader) {
     ASSERT_TRUE(image.has_value());
     EXPECT_EQ(image->version.AsNumber(), 0x010203u);
     EXPECT_EQ(Bytes(image->image.begin(), image->image.end()), Counting(30));
-    EXPECT_EQ(fakes::Le32(image->storedCrc), Bytes(file.begin(), file.begin() + 4));
+    EXPECT_EQ(image->storedCrc, 0x11223344u);
 }
 
 TEST(AccessoryImageParseTest, FileShorterThanItsHeaderSaysIsNoImage) {
-    const Bytes file = ImageFile(Counting(30), 1, 2, 3);
+    const Bytes file = ImageFile();
     for (size_t length = 0; length < file.size(); ++length) {
         // In a buffer of its own, so that a step beyond it shows.
         const Bytes cut(file.begin(), file.begin() + static_cast<ptrdiff_t>(length));
@@ -55,12 +63,21 @@ TEST(AccessoryImageVersionTest, CardMayGoBackTheCameraOnlyForward) {
     }
 }
 
-class AccessoryImageSearchTest : public ServerTest {};
+class AccessoryImageSearchTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!fakes::EnterPrivateTmp()) {
+            GTEST_SKIP() << "the system allows no namespaces";
+        }
+        std::filesystem::create_directory("/tmp/fuse_d");
+    }
+    static void MakeFile(const std::string& path) { std::ofstream(path) << "content"; }
+};
 
 TEST_F(AccessoryImageSearchTest, FirstMatchingNameInByteOrderIsTheImage) {
     for (const char* name : {"KZ_REMOTE_FW_b.bin", "KZ_REMOTE_FW_a.bin.old", "KZ_REMOTE_FW_a.img",
                              "xKZ_REMOTE_FW_0.bin", "kz_remote_fw_0.bin", "KZ_SHUTTER_REMOTE_FW.bin"}) {
-        WriteFile(std::string("/tmp/fuse_d/") + name, {1});
+        MakeFile(std::string("/tmp/fuse_d/") + name);
     }
 
     EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
@@ -69,7 +86,7 @@ TEST_F(AccessoryImageSearchTest, FirstMatchingNameInByteOrderIsTheImage) {
 }
 
 TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
-    WriteFile("/tmp/secret", {1});
+    MakeFile("/tmp/secret");
     std::filesystem::create_directory("/tmp/fuse_d/KZ_REMOTE_FW_0.bin");
     ASSERT_EQ(mkfifo("/tmp/fuse_d/KZ_REMOTE_FW_1.bin", 0600), 0);
     std::filesystem::create_symlink("/tmp/secret", "/tmp/fuse_d/KZ_REMOTE_FW_2.bin");
@@ -77,7 +94,7 @@ TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
     std::filesystem::create_symlink("nowhere", "/tmp/fuse_d/KZ_REMOTE_FW_4.bin");
     EXPECT_EQ(FindAccessoryImage(kRemote), "");
 
-    WriteFile("/tmp/fuse_d/image", {1});
+    MakeFile("/tmp/fuse_d/image");
     std::filesystem::create_symlink("image", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
 
     EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");

@@ -1,59 +1,11 @@
 // The fan-out: who is told what, in which order, and what becomes of a push that finds the radio queue full.
-#include <cstdlib>
-#include <new>
-
 #include "bleSDK.h"
-#include "changesFixture.h"
+#include "serverFixture.h"
 
+namespace server_test {
 namespace {
 
-size_t g_allocations = 0;
-
-}  // namespace
-
-// The program's allocations are counted. Kept out of line: inlined, a new and its free look mismatched to the compiler.
-[[gnu::noinline]] void* operator new(size_t size) {
-    ++g_allocations;
-    void* memory = std::malloc(size);
-    return memory != nullptr ? memory : throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    ++g_allocations;
-    return std::malloc(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
-}
-
-namespace changes_test {
-namespace {
-
-class FanOutTest : public ChangesTest {};
-
-TEST_F(FanOutTest, EveryClientIsToldWhatItAskedFor) {
-    Connect(1).AddInterest(kSettings, Ints{2});
-    Connect(2);
-    BleNotificationClient& third = Connect(0x01020304);
-    third.AddInterestAll(kSettings);
-    third.AddInterestAll(kStatus);
-    third.AddInterestAll(kCapabilities);
-    ASSERT_TRUE(PushJson(R"({"settings": {"5": 3, "2": 9}, "status": {"8": 1}})"));
-
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsChanges());
-    EXPECT_TRUE(Server().NotifyClientsOfStatusChanges());
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsCapabilitiesChanges());
-
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{
-                              {1, {0x92, 0, 2, 1, 9}},
-                              {0x01020304, {0x92, 0, 2, 1, 9, 5, 1, 3}},
-                              {0x01020304, {0x93, 0, 8, 1, 1}},
-                              {0x01020304, {0xA2, 0, 2, 1, 1, 2, 1, 9, 5, 1, 3, 59, 1, 0}},
-                          }));
-    EXPECT_EQ(third.m_pushCount, 3u);
-}
+class FanOutTest : public ServerTest {};
 
 TEST_F(FanOutTest, OnlyWhatChangedIsTold) {
     Connect(1).AddInterestAll(kCapabilities);
@@ -65,42 +17,6 @@ TEST_F(FanOutTest, OnlyWhatChangedIsTold) {
     Server().NotifyClientsOfSettingsCapabilitiesChanges();
 
     EXPECT_EQ(TakeTold(), (std::vector<Told>{{1, {0xA2, 0, 5, 1, 3}}}));
-}
-
-TEST_F(FanOutTest, NobodyInterestedIsNoPush) {
-    Connect(1);
-    PushJson(R"({"settings": {"2": 9}, "status": {"8": 1}})");
-
-    EXPECT_FALSE(Server().NotifyClientsOfSettingsChanges());
-    EXPECT_FALSE(Server().NotifyClientsOfStatusChanges());
-    EXPECT_FALSE(Server().NotifyClientsOfSettingsCapabilitiesChanges());
-    EXPECT_EQ(TakeTold(), std::vector<Told>{});
-}
-
-TEST_F(FanOutTest, AClosedGateDropsThePush) {
-    BleNotificationClient& client = Connect(6);
-    client.SetCCCEnabled(KZ_STR_ID_QUERY_CCC, 0);
-    client.AddInterestAll(kSettings);
-    client.AddInterestAll(kStatus);
-    client.AddInterestAll(kCapabilities);
-    client.AddInterest(kCsi, 42);
-    PushJson(R"({"settings": {"2": 9}, "status": {"8": 1}})");
-    const fakes::LogCapture log(5);
-
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsChanges());
-    EXPECT_TRUE(log.Has("Client provided data for push response, length:5", 5));
-    EXPECT_TRUE(log.Has("Settings Push dropped because notify disabled on conn_id 6 stream_id:14", 5));
-    EXPECT_TRUE(Server().NotifyClientsOfStatusChanges());
-    EXPECT_TRUE(log.Has("Status Push dropped because notify disabled on conn_id 6 stream_id:14", 5));
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsCapabilitiesChanges());
-    EXPECT_TRUE(log.Has("Capabilities Push dropped because notify disabled on conn_id 6 stream_id:14", 5));
-    EXPECT_TRUE(NotifyCsi(42, Le32(1)));
-
-    EXPECT_EQ(TakeTold(), std::vector<Told>{});
-    EXPECT_EQ(client.m_pushCount, 4u);
-    for (const auto& stored : client.m_storedResponses) {
-        EXPECT_EQ(stored.m_length, 0);
-    }
 }
 
 TEST_F(FanOutTest, WithoutAModelNothingIsTold) {
@@ -115,28 +31,6 @@ TEST_F(FanOutTest, WithoutAModelNothingIsTold) {
 }
 
 // ---------------------------------------------------------------- no room
-
-TEST_F(FanOutTest, AnUnsentPushWaitsAndANewerOneReplacesIt) {
-    BleNotificationClient& client = Connect(3);
-    client.AddInterestAll(kSettings);
-    SetRadioDepth(0);
-    const fakes::LogCapture log(2);
-
-    PushJson(R"({"settings": {"2": 9}})");
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsChanges());
-    EXPECT_EQ(log.Texts(), (Texts{"GATT Message queue is backed up, buffering response for later attempt",
-                                  "Failed to send a response of length 5 to connection_id:3, will buffer."}));
-    log.Has("");
-    PushJson(R"({"settings": {"5": 3}})");
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsChanges());
-    EXPECT_EQ(log.Texts().back(), "Settings Push Notifications backed up, replacing oldest");
-    EXPECT_EQ(log.Texts().size(), 5u);
-
-    SetRadioDepth(100);
-    EXPECT_TRUE(Server().CheckClientsStoredResponses());
-    EXPECT_FALSE(Server().CheckClientsStoredResponses());
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, {0x92, 0, 5, 1, 3}}}));
-}
 
 TEST_F(FanOutTest, AWaitingPushLeavesBeforeALaterOne) {
     BleNotificationClient& client = Connect(3);
@@ -267,7 +161,7 @@ TEST_F(LargeFanOutTest, LosesNothingInAQueueThatHoldsOnePushAtATime) {
     }
 }
 
-// ---------------------------------------------------------------- answers
+// ---------------------------------------------------------------- radio queue
 
 TEST_F(LargeFanOutTest, AnAnswerIsNoLongerThanTheRadioQueueTakes) {
     BleNotificationClient& client = Connect(3);
@@ -285,35 +179,52 @@ TEST_F(LargeFanOutTest, AnAnswerIsNoLongerThanTheRadioQueueTakes) {
     EXPECT_EQ(client.GetHighestPriorityStoredResponse(), nullptr);
 }
 
-// ---------------------------------------------------------------- cost
+TEST_F(FanOutTest, HeldPacketsAreDroppedWhenHoldingEnds) {
+    ble_message_t record = NewDataRecord(4, KZ_STR_ID_QUERY_RESPONSE);
+    Server().SetPacketTimer(true);
+    EXPECT_TRUE(Server().PostPacket(record));
+    EXPECT_TRUE(Server().PostResponse(record, Counting(30).data(), 30));
+    EXPECT_TRUE(TakeTold().empty());
 
-TEST_F(FanOutTest, PackingPushesAllocatesNothingOnceWarm) {
-    SetRadioDepth(0);  // the played queue allocates: let it take nothing
-    for (uint32_t id = 1; id <= kMaxClients; ++id) {
-        BleNotificationClient& client = Connect(id);
-        client.AddInterestAll(kSettings);
-        client.AddInterestAll(kStatus);
-        client.AddInterestAll(kCapabilities);
-        client.AddInterest(kCsi, 42);
-    }
-    PushJson(R"({"settings": {"2": 9, "5": 3}, "status": {"8": 1, "29": "a text"}})");
-    const auto fanOut = [] {
-        Server().NotifyClientsOfSettingsChanges();
-        Server().NotifyClientsOfStatusChanges();
-        Server().NotifyClientsOfSettingsCapabilitiesChanges();
-        NotifyCsi(42, {});
-    };
-    fanOut();
-    const Bytes record = Bytes{42} + Le32(4) + Le32(3);
+    Server().SetPacketTimer(false);
 
-    const size_t before = g_allocations;
-    Server().NotifyClientsOfSettingsChanges();
-    Server().NotifyClientsOfStatusChanges();
-    Server().NotifyClientsOfSettingsCapabilitiesChanges();
-    Server().NotifyClientsOfCSIChanges(reinterpret_cast<const csiStruct*>(record.data()));
+    EXPECT_TRUE(TakeTold().empty());
+    EXPECT_TRUE(Server().PostResponse(record, Counting(30).data(), 30));
+    EXPECT_EQ(TakeTold(), (std::vector<Told>{{4, Counting(30)}}));
+}
 
-    EXPECT_EQ(g_allocations - before, 0u);
+TEST_F(FanOutTest, ResponseGoesWholeOrNotAtAll) {
+    ble_message_t record = NewDataRecord(4, KZ_STR_ID_QUERY_RESPONSE);
+    SetRadioDepth(2);
+    EXPECT_FALSE(Server().PostResponse(record, Counting(50).data(), 50));
+    EXPECT_TRUE(TakeTold().empty());
+
+    SetRadioDepth(3);
+
+    EXPECT_TRUE(Server().PostResponse(record, Counting(50).data(), 50));
+    EXPECT_EQ(TakeTold(), (std::vector<Told>{{4, Counting(50)}}));
+}
+
+TEST_F(FanOutTest, SetMessagesHoldWhatAMessageHolds) {
+    const Bytes value(1500, 1);
+
+    EXPECT_EQ(Server().csi_set_no_rsp(73, value.data(), 1450), 0);
+    EXPECT_EQ(Server().csi_set_no_rsp(73, value.data(), 1490), -1);
+    EXPECT_EQ(Server().csi_set_no_rsp(73, value.data(), 1500), -1);
+    EXPECT_EQ(Server().csi_set_no_rsp(73, nullptr, 0), 0);
+    EXPECT_EQ(played::Take(kMqKzNet).size(), 2u);
+    played::SetDepth(kMqKzNet, 0);
+    EXPECT_EQ(Server().csi_set_no_rsp(73, value.data(), 1), -1) << "full";
+}
+
+TEST_F(FanOutTest, SlotThatNobodyTookCannotBeReleased) {
+    const fakes::LogCapture log(KZ_LOG_ERROR);
+
+    EXPECT_FALSE(Server().ReleaseFileTransferSlot());
+
+    EXPECT_TRUE(log.Has("Attempt to Release file slot when none taken", KZ_LOG_ERROR));
+    EXPECT_TRUE(Server().IsFileTransferSlotAvailable());
 }
 
 }  // namespace
-}  // namespace changes_test
+}  // namespace server_test
