@@ -64,15 +64,6 @@ int WriteAnswer(const CommandCall& call) {
 
 }  // namespace
 
-BleCommandMessage& BleCommandMessage::operator=(const BleCommandMessage& other) {
-    if (this != &other) {
-        Reset(0);
-        m_fragmented = false;
-        m_waitingForStart = true;
-    }
-    return *this;
-}
-
 void BleCommandMessage::Reset(int length) {
     m_commandId = 0;
     m_params.clear();

@@ -20,12 +20,53 @@
 
 class BleNotificationClient;
 
+enum eBleCommand : uint8_t {
+    eBleCommandShutter = 1,
+    eBleCommandMode = 2,
+    eBleCommandModeSubMode = 3,
+    eBleCommandPower = 4,
+    eBleCommandSleep = 5,
+    eBleCommandCancelWifiRemotePair = 8,
+    eBleCommandVideoFulgradeReset = 10,
+    eBleCommandMultiShotFulgradeReset = 11,
+    eBleCommandPhotoFulgradeReset = 12,
+    eBleCommandSetDateAndTime = 13,
+    eBleCommandGetDateAndTime = 14,
+    eBleCommandSetDateAndTimeDST = 15,
+    eBleCommandGetDateAndTimeDST = 16,
+    eBleCommandLocate = 22,
+    eBleCommandAPControl = 23,
+    eBleCommandTagMoment = 24,
+    eBleCommandRemotePair = 25,
+    eBleCommandiVoiceEditMyStory = 26,
+    eBleCommandSetButton = 27,
+    eBleCommandClientInfo = 28,
+    eBleCommandVoicePhotoTake = 32,
+    eBleCommandVoiceVideoStart = 33,
+    eBleCommandVoiceVideoStop = 34,
+    eBleCommandVoiceTimelapseStart = 35,
+    eBleCommandVoiceTimelapseStop = 36,
+    eBleCommandVoiceBurstTake = 37,
+    eBleCommandVoiceTag = 38,
+    eBleCommandiVoiceDeleteLast = 39,
+    eBleCommandSettingsJSONVersion = 58,
+    eBleCommandSettingsJSON = 59,
+    eBleCommandCameraInfo = 60,
+    eBleCommandBLEControl = 61,
+    eBleCommandSetMode = 62,
+    eBleCommandFulgradeReset = 63,
+    eBleCommandSetPreset = 64,
+    eBleCommandDeleteAllFiles = 65,
+    eBleCommandDeleteLastFile = 66,
+    eBleCommandSetThirdPartyClientInfo = 80,
+    eBleCommandGetThirdPartyApiVersion = 81,
+    eBleCommandProtobufCmd = 240,
+    eBleCommandProtobufCmdHigh = 241,
+};
+
 class BleCommandMessage : public FragmentedMessageBuilder {
   public:
     explicit BleCommandMessage(int length = 0) : FragmentedMessageBuilder(length) {}
-    // A copy is a new message that waits for a start packet: a message in progress belongs to one connection alone.
-    BleCommandMessage(const BleCommandMessage&) : BleCommandMessage() {}
-    BleCommandMessage& operator=(const BleCommandMessage& other);
 
     // 0, or 1 when the message is empty, its id is none of the above, or a parameter or the action id does not fit.
     int Deserialize() override;

@@ -33,7 +33,7 @@ constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
 using Payload = std::vector<uint8_t>;
 
-// Values of CSI_WMS_REQUEST. What the field is as wide as depends on the action.
+// Values of CSI_WMS_REQUEST, here written as one byte.
 enum : uint8_t {
     kWmsStartUpload = 1,
     kWmsUserCancel = 2,

@@ -4,54 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "bleResponses.h"
-
-class BleCommandMessage;
-class BleNotificationClient;
-
-enum eBleCommand : uint8_t {
-    eBleCommandShutter = 1,
-    eBleCommandMode = 2,
-    eBleCommandModeSubMode = 3,
-    eBleCommandPower = 4,
-    eBleCommandSleep = 5,
-    eBleCommandCancelWifiRemotePair = 8,
-    eBleCommandVideoFulgradeReset = 10,
-    eBleCommandMultiShotFulgradeReset = 11,
-    eBleCommandPhotoFulgradeReset = 12,
-    eBleCommandSetDateAndTime = 13,
-    eBleCommandGetDateAndTime = 14,
-    eBleCommandSetDateAndTimeDST = 15,
-    eBleCommandGetDateAndTimeDST = 16,
-    eBleCommandLocate = 22,
-    eBleCommandAPControl = 23,
-    eBleCommandTagMoment = 24,
-    eBleCommandRemotePair = 25,
-    eBleCommandiVoiceEditMyStory = 26,
-    eBleCommandSetButton = 27,
-    eBleCommandClientInfo = 28,
-    eBleCommandVoicePhotoTake = 32,
-    eBleCommandVoiceVideoStart = 33,
-    eBleCommandVoiceVideoStop = 34,
-    eBleCommandVoiceTimelapseStart = 35,
-    eBleCommandVoiceTimelapseStop = 36,
-    eBleCommandVoiceBurstTake = 37,
-    eBleCommandVoiceTag = 38,
-    eBleCommandiVoiceDeleteLast = 39,
-    eBleCommandSettingsJSONVersion = 58,
-    eBleCommandSettingsJSON = 59,
-    eBleCommandCameraInfo = 60,
-    eBleCommandBLEControl = 61,
-    eBleCommandSetMode = 62,
-    eBleCommandFulgradeReset = 63,
-    eBleCommandSetPreset = 64,
-    eBleCommandDeleteAllFiles = 65,
-    eBleCommandDeleteLastFile = 66,
-    eBleCommandSetThirdPartyClientInfo = 80,
-    eBleCommandGetThirdPartyApiVersion = 81,
-    eBleCommandProtobufCmd = 240,
-    eBleCommandProtobufCmdHigh = 241,
-};
+#include "bleCommandMessage.h"
 
 // One command while it is carried out.
 struct CommandCall {
@@ -59,8 +12,8 @@ struct CommandCall {
     BleNotificationClient& client;
     uint8_t* response;
     uint16_t* responseLength;    // capacity; the answer's length once `answered`
-    BleCommandResponse& answer;  // written when the handler succeeds, unless it has
-    bool answered = false;       // written its own
+    BleCommandResponse& answer;  // written when the handler succeeds, unless `answered`
+    bool answered = false;       // the handler wrote an answer of its own
 };
 
 // Returns KZ_OK or an error code; see BleCommandMessage::Execute.

@@ -215,9 +215,10 @@ BleNotificationClient& BleNotificationClient::operator=(const BleNotificationCli
     m_pushCount = 0;
     m_accessoryUpdatePending = false;
     m_interestedCSIs.clear();
-    m_settingsMessage = other.m_settingsMessage;
-    m_queryMessage = other.m_queryMessage;
-    m_commandMessage = other.m_commandMessage;
+    // A message in progress belongs to one connection alone.
+    m_settingsMessage = BleSettingsMessage(0);
+    m_queryMessage = BleQueryMessage(0);
+    m_commandMessage = BleCommandMessage(0);
     m_metadataMessage = BleMetadataMessage(0);
     for (StoredResponse& stored : m_storedResponses) {
         stored.Clear();

@@ -176,15 +176,6 @@ void WriteAnswer(uint32_t settingId, int code, uint8_t* response, uint16_t* resp
 
 }  // namespace
 
-BleSettingsMessage& BleSettingsMessage::operator=(const BleSettingsMessage& other) {
-    if (this != &other) {
-        Reset(0);
-        m_fragmented = false;
-        m_waitingForStart = true;
-    }
-    return *this;
-}
-
 void BleSettingsMessage::Reset(int length) {
     m_settingId = 0;
     m_value = 0;

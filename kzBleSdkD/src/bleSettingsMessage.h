@@ -18,9 +18,6 @@ class BleNotificationClient;
 class BleSettingsMessage : public FragmentedMessageBuilder {
   public:
     explicit BleSettingsMessage(int length = 0) : FragmentedMessageBuilder(length) {}
-    // A copy is a new message that waits for a start packet: a message in progress belongs to one connection alone.
-    BleSettingsMessage(const BleSettingsMessage&) : BleSettingsMessage() {}
-    BleSettingsMessage& operator=(const BleSettingsMessage& other);
 
     // 0, or 1 when the message is empty or its value or action id does not fit.
     int Deserialize() override;

@@ -390,19 +390,3 @@ TEST_F(CommandTest, AnAnswerLongerThanItsBufferIsRefused) {
     EXPECT_EQ(Run({60}, static_cast<uint16_t>(whole - 1)).answer, (Bytes{60, 1}));
     EXPECT_EQ(Run({5}, 1).answer, Bytes());
 }
-
-TEST_F(CommandTest, ACopyIsANewMessage) {
-    Run({3, 1, 2, 1, 1});
-    m_message.m_waitingForStart = false;
-
-    const BleCommandMessage copy(m_message);
-    BleCommandMessage assigned;
-    assigned.m_waitingForStart = false;
-    assigned = m_message;
-
-    for (const BleCommandMessage* message : std::initializer_list<const BleCommandMessage*>{&copy, &assigned}) {
-        EXPECT_TRUE(message->m_waitingForStart);
-        EXPECT_EQ(message->m_commandId, 0u);
-        EXPECT_TRUE(message->m_params.empty());
-    }
-}

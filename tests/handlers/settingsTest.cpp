@@ -216,19 +216,3 @@ TEST_F(SettingsTest, AnAnswerThatDoesNotFitIsRefused) {
     EXPECT_EQ(Run({243, 125, 8, 1}, 3).answer, (Bytes{0, 1}));
     EXPECT_EQ(Run({2, 1, 4}, 1).answer, Bytes());
 }
-
-TEST_F(SettingsTest, ACopyIsANewMessage) {
-    Run({243, 125, 8, 1});
-    m_message.m_waitingForStart = false;
-
-    const BleSettingsMessage copy(m_message);
-    BleSettingsMessage assigned;
-    assigned.m_waitingForStart = false;
-    assigned = m_message;
-
-    for (const BleSettingsMessage* message : std::initializer_list<const BleSettingsMessage*>{&copy, &assigned}) {
-        EXPECT_TRUE(message->m_waitingForStart);
-        EXPECT_EQ(message->m_featureId, 0);
-        EXPECT_TRUE(message->m_payload.empty());
-    }
-}

@@ -46,6 +46,7 @@ TEST_F(ClientRecordTest, CopyKeepsWhoThePeerIsAndStartsAnew) {
     void* const buffer = m_client.AddStreamBuffer(0);
     m_client.SetSensorCCCEnabled();
     m_client.StoreCommandResponse(data.data(), 1);
+    m_client.m_queryMessage.m_waitingForStart = false;
     Client assigned(9, 9, 9);
     assigned.m_inCount = 8;
     assigned.m_interestedCSIs = {1};
@@ -66,6 +67,7 @@ TEST_F(ClientRecordTest, CopyKeepsWhoThePeerIsAndStartsAnew) {
         EXPECT_EQ(client->m_inCount, 0u);
         EXPECT_FALSE(client->m_accessoryUpdatePending);
         EXPECT_TRUE(client->m_interestedCSIs.empty());
+        EXPECT_TRUE(client->m_queryMessage.m_waitingForStart);
         for (const Client::StoredResponse& stored : client->m_storedResponses) {
             EXPECT_EQ(stored.m_length, 0);
             EXPECT_FALSE(stored.m_enabled);
