@@ -82,13 +82,17 @@ bool WriteAll(int fd, std::string_view bytes) {
     return true;
 }
 
+// No client may fill the memory that the folder lies in: far above what any chain of certificates takes.
+constexpr off_t kMaxCertificateFile = 1024 * 1024;
+
 // Appends one certificate and a newline, or nothing. The folder is open to everybody: a link there is not followed, and
 // a pipe that nobody reads does not hold up the caller.
 bool AppendCertificate(const std::string& certificate) {
     const FileDescriptor file(
         open(kCertificatePath, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
     struct stat before = {};
-    if (!file.IsOpen() || fstat(file, &before) != 0 || !S_ISREG(before.st_mode)) {
+    if (!file.IsOpen() || fstat(file, &before) != 0 || !S_ISREG(before.st_mode) ||
+        before.st_size >= kMaxCertificateFile) {
         return false;
     }
     if (WriteAll(file, certificate) && WriteAll(file, "\n")) {

@@ -190,7 +190,7 @@ TEST_F(LiveStreamFileTest, CertificatesAreKeptWholeAndPrivate) {
     EXPECT_TRUE(log.Has("Live Stream - Has Cert", KZ_LOG_INFO));
 }
 
-TEST_F(LiveStreamFileTest, ACertificateFileThatIsNotOursIsReportedAndTheRequestGoesOn) {
+TEST_F(LiveStreamFileTest, ACertificateFileThatIsFullOrNotOursIsReportedAndTheRequestGoesOn) {
     fakes::LogCapture log(KZ_LOG_ERROR);
     m_request.set_cert("one");
     const auto refused = [&] {
@@ -200,6 +200,11 @@ TEST_F(LiveStreamFileTest, ACertificateFileThatIsNotOursIsReportedAndTheRequestG
         log.Clear();
     };
 
+    std::ofstream(kCertificates).close();
+    std::filesystem::resize_file(kCertificates, 1024 * 1024);
+    refused();
+
+    std::filesystem::remove(kCertificates);
     ASSERT_EQ(symlink("/tmp/elsewhere", kCertificates), 0);
     refused();
     EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere"));
