@@ -314,15 +314,10 @@ int BleQueryMessage::DeserializeIds() {
 // ---------------------------------------------------------------- execution
 
 int BleQueryMessage::Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength) {
-    int error = KZ_OK;
-    MemoryStream stream(response, *responseLength);
-    if (m_category == kQueryFeatureId) {
-        error = ExecuteProtobuf(*client, stream);
-    } else {
-        // An answer that the radio could never take would leave the client without any.
-        stream.attach(response, std::min(*responseLength, KzBleServer::GetInstance()->GetLongestResponse()));
-        error = ExecutePlain(*client, stream);
-    }
+    // An answer that the radio could never take would leave the client without any, and hold up what is stored behind
+    // it.
+    MemoryStream stream(response, std::min(*responseLength, KzBleServer::GetInstance()->GetLongestResponse()));
+    const int error = m_category == kQueryFeatureId ? ExecuteProtobuf(*client, stream) : ExecutePlain(*client, stream);
     *responseLength = error == KZ_OK ? stream.getLength() : uint16_t{0};
     return error;
 }

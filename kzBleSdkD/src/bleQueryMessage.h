@@ -9,8 +9,9 @@
 // Ids that the catalogue does not have are dropped. A query without ids means all of them; one whose ids were all
 // dropped reads, registers and removes nothing.
 //
-// An answer that would not fit the response buffer, or that the radio queue could not take even when empty, holds the
-// entries that fit whole and the result byte 1; the client asks for the ids that are missing in smaller groups.
+// A plain answer that would not fit the response buffer, or that the radio queue could not take even when empty, holds
+// the entries that fit whole and the result byte 1; the client asks for the ids that are missing in smaller groups.
+// Instead of such a protobuf answer the client gets the error answer.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +31,7 @@ class BleQueryMessage : public FragmentedMessageBuilder {
     void Reset(int length) override;
     // Carries the query out and writes its answer; *responseLength is the capacity on entry and the answer's length on
     // return, 0 after an error. Returns KZ_OK or the error whose answer the caller gets from HandleError; KZ_ERR also
-    // for a capacity below the two bytes of a header, or below the 2402 bytes that any protobuf answer fits.
+    // for a capacity below the two bytes of a header, and for a protobuf answer that does not fit.
     int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
     // Writes the two bytes of an error answer, none into a smaller buffer. 0.
     int HandleError(int error, uint8_t* response, uint16_t* responseLength);

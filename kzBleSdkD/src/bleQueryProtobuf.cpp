@@ -1,6 +1,4 @@
 // The protobuf queries: one row an action.
-#include <google/protobuf/stubs/logging.h>
-
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -38,8 +36,8 @@ namespace {
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
 constexpr int kHeaderSize = 2;
-constexpr int kAnswerSizeLimit =
-    2400;  // no answer message is longer; one that reaches it with its header may be refused
+// No answer message is longer; one that reaches it with its header may be refused.
+constexpr int kAnswerSizeLimit = 2400;
 
 // What a handler gets. It writes its answer message to the stream, behind the two header bytes.
 struct Query {
@@ -135,7 +133,13 @@ int GetPresetStatus(const Query& query) {
         uint32_t replyLength = 0;
         error = kzcontrol_send_command_param_response_ex(KZCONTROL_PRESET_GET_PRESETS, nullptr, 0, reply, sizeof(reply),
                                                          &replyLength);
-        query.stream.writeArray(reply, static_cast<unsigned short>(std::min(replyLength, kPresetReplySize)));
+        if (error == KZ_OK && replyLength > sizeof(reply)) {
+            LOG_ERROR("Preset status of %u bytes is longer than its buffer", replyLength);
+            error = KZ_ERR;
+        }
+        if (error == KZ_OK) {
+            query.stream.writeArray(reply, static_cast<unsigned short>(replyLength));
+        }
     }
     LOG_INFO("SENDING RESPONSE err = %d size %d", error, query.stream.getLength());
     return error;
@@ -329,7 +333,6 @@ void LogAssociation(WSDK_EnumAssociationState state) {
 }
 
 int GetAssociationState(const Query& query) {
-    const google::protobuf::LogSilencer quiet;  // debug builds complain about a user id that is not UTF-8
     const auto request = ParseRequest<WSDK_RequestGetAssociationState>(query.payload);
     LOG_INFO("WSDK_RequestGetAssociationState zorvik_user_id = %s", request.zorvik_user_id().c_str());
     const WSDK_EnumAssociationState state = AssociationState(request.zorvik_user_id());
@@ -399,15 +402,22 @@ int BleQueryMessage::ExecuteProtobuf(BleNotificationClient& client, MemoryStream
         return KZ_ERR_INVALID_PARAM;
     }
     LOG_AT(row->nameLevel, "%s", row->name);
-    if (stream.getRemainder() < kAnswerSizeLimit + kHeaderSize) {
-        LOG_ERROR("No room for a protobuf answer in %d bytes", stream.getRemainder());
+    // Written aside: how long it gets, and whether it fits, is known at its end.
+    unsigned char bytes[kHeaderSize + kAnswerSizeLimit];
+    MemoryStream answer(bytes, sizeof(bytes));
+    answer << kQueryFeatureId << static_cast<unsigned char>(m_actionId | kProtobufAnswerBit);
+    const int error = row->handle(Query{m_payload, client, *KzBleServer::GetInstance(), answer});
+    if (error != KZ_OK) {
+        return error;
+    }
+    if (row->logTooLong != nullptr && answer.getLength() >= kAnswerSizeLimit) {
+        row->logTooLong(answer.getLength());
         return KZ_ERR;
     }
-    stream << kQueryFeatureId << static_cast<unsigned char>(m_actionId | kProtobufAnswerBit);
-    const int error = row->handle(Query{m_payload, client, *KzBleServer::GetInstance(), stream});
-    if (row->logTooLong != nullptr && stream.getLength() >= kAnswerSizeLimit) {
-        row->logTooLong(stream.getLength());
+    if (answer.getLength() > stream.getRemainder()) {
+        LOG_ERROR("No room for a protobuf answer of %d bytes in %d", answer.getLength(), stream.getRemainder());
         return KZ_ERR;
     }
-    return error;
+    stream.writeArray(bytes, answer.getLength());
+    return KZ_OK;
 }

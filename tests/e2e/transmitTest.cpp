@@ -70,6 +70,15 @@ TEST_F(Transmit, AnswerThatDoesNotFitIsStoredAndLeavesOnALaterTick) {
     play({answersVersion(2), answers(1, kQuery, fromHex("13 00 1d 2e") + Bytes(46, 'x')), quiet()});
 }
 
+TEST_F(Transmit, AnswerThatTheRadioCouldNeverTakeIsAnError) {
+    serve({.transmitDepth = 4});  // 75 bytes at most
+    const Bytes presets(73, 0x55);
+
+    play({joins(1), replies("command 81", 0, presets), writes(1, kQuery, "f5 72"),
+          answers(1, kQuery, fromHex("f5 f2") + presets)});
+    play({replies("command 81", 0, presets + Bytes{0x55}), asks(1, kQuery, "f5 72", "f5 01")});
+}
+
 TEST_F(Transmit, StoredAnswersLeaveByPriority) {
     serve({.transmitDepth = 4});
     play({joins(1), asks(1, kQuery, "52 02", "52 00 02 00"), asks(1, kQuery, "53 0a", "53 00 0a 00"), asksVersion(4)});
