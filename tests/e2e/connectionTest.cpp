@@ -7,13 +7,6 @@ namespace {
 constexpr uint8_t kVoice = 10;
 constexpr uint8_t kSystemState = 111;  // CSI key: 1 suspended, 0 resumed
 
-// Operation, the queue name in 256 bytes, four zero bytes.
-std::string registration(uint8_t operation) {
-    Bytes record = little32(operation) + textBytes(kEventQueue);
-    record.resize(264);
-    return "command 0: " + toHex(record);
-}
-
 using Connection = E2e;
 
 TEST_F(Connection, TwentyClientsAreServedAndTheNextIsNot) {

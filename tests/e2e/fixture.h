@@ -13,6 +13,13 @@ namespace e2e {
 constexpr const char* kAskVersion = "3a";
 constexpr const char* kVersion = "3a 00 04 31 2e 32 35";
 
+// The call that begins (1) or ends (0) the control daemon's pushes: operation, the queue name in 256 bytes, four zeros.
+inline std::string registration(uint8_t operation) {
+    Bytes record = little32(operation) + textBytes(kEventQueue);
+    record.resize(264);
+    return "command 0: " + toHex(record);
+}
+
 class E2e : public testing::Test {
   protected:
     // The daemon must have survived the test unless the test ended it. Under a sanitizer it is shut down orderly, so

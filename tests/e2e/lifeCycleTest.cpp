@@ -8,12 +8,6 @@ constexpr int kFailedStart = 255;
 
 const std::string kStartFailed = std::string("[ERROR] Failed to start daemon [") + KZ_DAEMON + "]\n";
 
-std::string registration(uint8_t operation) {
-    Bytes record = little32(operation) + textBytes(kEventQueue);
-    record.resize(264);
-    return "command 0: " + toHex(record);
-}
-
 class LifeCycle : public E2e {
   protected:
     static bool ownQueuesExist() { return queueExists(kEventQueue) || queueExists(kCsiQueue); }

@@ -10,7 +10,7 @@ namespace {
 constexpr size_t kSimpleLimit = 19;      // longest message behind a one-byte header
 constexpr size_t kExtendedLimit = 8188;  // behind a two-byte header
 constexpr long kPacedBacklog = 60;       // the daemon discards data packets while more than 90 wait
-constexpr size_t kKeptRecords = 64;
+constexpr size_t kShownTranscript = 5000;
 constexpr uint32_t kOtherTraffic = 99;  // a connection no test uses
 
 Bytes startHeader(size_t length) {
@@ -64,23 +64,16 @@ std::string describe(const ble_message_t& record) {
            toHex({record.data, std::min<size_t>(record.dataLength, kBlePacketSize)});
 }
 
-void Transcript::add(const char* direction, const ble_message_t& record) {
-    m_lines.push_back(direction + describe(record) + '\n');
-    if (m_lines.size() > kKeptRecords) {
-        m_lines.pop_front();
-    }
+void RadioStack::note(const char* direction, const ble_message_t& record) {
+    m_transcript += direction + describe(record) + '\n';
 }
 
-std::string Transcript::text() const {
-    std::string text;
-    for (const std::string& line : m_lines) {
-        text += line;
-    }
-    return text;
+std::string RadioStack::transcript() const {
+    return m_transcript.substr(m_transcript.size() - std::min(m_transcript.size(), kShownTranscript));
 }
 
 void RadioStack::send(const ble_message_t& record) {
-    m_transcript.add("-> ", record);
+    note("-> ", record);
     m_toDaemon.send(&record, sizeof(record));
 }
 
@@ -108,7 +101,7 @@ std::optional<ble_message_t> RadioStack::receive(std::chrono::milliseconds patie
         throw std::runtime_error("a radio record of " + std::to_string(bytes->size()) + " bytes");
     }
     std::memcpy(&record, bytes->data(), sizeof(record));
-    m_transcript.add("<- ", record);
+    note("<- ", record);
     return record;
 }
 

@@ -14,16 +14,6 @@ namespace e2e {
 constexpr uint8_t kPhone = 11;   // device type of a phone app
 constexpr uint8_t kSensor = 12;  // of a BLE sensor
 
-// The newest records of both directions, for the reader of a failing test.
-class Transcript {
-  public:
-    void add(const char* direction, const ble_message_t& record);
-    std::string text() const;
-
-  private:
-    std::deque<std::string> m_lines;
-};
-
 class RadioStack {
   public:
     static constexpr long kDepth = 100;
@@ -47,13 +37,16 @@ class RadioStack {
     void occupy(long places);
     // Throws away what waits in it.
     void drain();
-    std::string transcript() const { return m_transcript.text(); }
+    // The newest records of both directions, for the reader of a failing test.
+    std::string transcript() const;
 
   private:
+    void note(const char* direction, const ble_message_t& record);
+
     Queue m_toDaemon;
     Queue m_fromDaemon;
     std::deque<ble_message_t> m_ofOthers;
-    Transcript m_transcript;
+    std::string m_transcript;
 };
 
 // A record with these bytes behind the connection id and zeros behind them.
