@@ -60,7 +60,9 @@ void NetworkFeatures::csiWritten(uint8_t key) {
             startUpload();
         } else if (request == kUploadCancel) {
             cancelUpload();
-            m_camera.setCsiNumber(CSI_WMS_STATE, kWmsIdle);
+            if (m_camera.csiNumber(CSI_WMS_STATE) == kWmsConfig) {  // it also ends setting up, not a stream that is
+                m_camera.setCsiNumber(CSI_WMS_STATE, kWmsIdle);
+            }
         }
     } else if (request == kLiveStream) {
         m_camera.setCsiNumber(CSI_WMS_STATE, kWmsConfig);
