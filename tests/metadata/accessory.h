@@ -1,0 +1,72 @@
+// An accessory on the sensor interface: its client record in the daemon, and what it sends.
+#pragma once
+
+#include "bleDevice.h"
+#include "logCapture.h"
+#include "testStream.h"
+
+using Request = std::vector<uint8_t>;
+
+inline Request RegisterDevice(uint8_t streams, const std::string& name) {
+    Request request{2, streams};
+    request.insert(request.end(), name.begin(), name.end());
+    return request;
+}
+inline Request RegisterKey(const std::string& key, uint8_t index, uint8_t stream, char type, uint8_t size,
+                           uint8_t repeat = 1, uint8_t flags = 0) {
+    Request request{3};
+    request.insert(request.end(), key.begin(), key.end());
+    request.insert(request.end(), {index, stream, static_cast<uint8_t>(type), size, repeat, flags});
+    return request;
+}
+// A sample 01, 02, ...
+inline Request WriteSample(uint8_t index, size_t size) {
+    Request request = Counting(2 + size);
+    std::copy_n(request.begin(), size, request.begin() + 2);
+    request[0] = 1;
+    request[1] = index;
+    return request;
+}
+
+class Accessory {
+  public:
+    explicit Accessory(uint8_t id = 1) : client(6u + id, id, 12) {}
+    ~Accessory() { client.RemoveStreams(); }
+    Accessory(const Accessory&) = delete;
+    Accessory& operator=(const Accessory&) = delete;
+
+    // Sends the request in packets. Hexadecimal; empty when nothing is answered.
+    std::string Answer(const Request& request) {
+        const auto low = static_cast<uint8_t>(request.size());
+        Request packets = request.size() <= kMaxSimpleLength ? Request{low} : Request{0x20, low};
+        packets.insert(packets.end(), request.begin(), request.end());
+        for (size_t at = kPacketSize; at < packets.size(); at += kPacketSize) {
+            packets.insert(packets.begin() + static_cast<std::ptrdiff_t>(at), 0x80);
+        }
+        packets.resize((packets.size() + kPacketSize - 1) / kPacketSize * kPacketSize);
+        std::vector<uint8_t> response(8188);
+        unsigned short length = 0;
+        bool answered = false;
+        for (size_t at = 0; at < packets.size(); at += kPacketSize) {
+            length = 8188;
+            answered = client.ProcessMetadataMessage(packets.data() + at, response.data(), &length, &code);
+        }
+        return answered ? Hex({response.data(), length}) : "";
+    }
+    // The answer, the code that the session reports and the first error that is logged.
+    std::string Outcome(const Request& request) {
+        const fakes::LogCapture log(2);
+        const std::string answer = Answer(request);
+        const auto texts = log.Texts();
+        return answer + " " + std::to_string(code) + (texts.empty() ? "" : " " + texts.front());
+    }
+    const kzmfStream& Stream(size_t index) const {
+        return *static_cast<const kzmfStream*>(client.MetadataStream(index));
+    }
+    std::string Payload(size_t index) const {
+        return Records({Stream(index).payload.data, Stream(index).payload.used});
+    }
+
+    BleNotificationClient client;
+    int code = 0;
+};
