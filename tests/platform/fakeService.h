@@ -1,4 +1,5 @@
-// The other end of one client library: a service on a socket of its own, answering each request as a test says.
+// The other end of one client library: a service on a socket of its own that gives its answers in order, and success
+// when it has no more.
 #pragma once
 
 #include <sys/poll.h>
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -17,33 +17,28 @@
 
 #include "cameraWire.h"
 
-// A request as it arrived, and what a test answers to it.
 struct SeenRequest {
     kzwire::RequestHeader header{};
     std::string payload;
 };
 struct Answer {
     int32_t result = 0;
-    std::string payload;
-    int32_t sequenceOffset = 0;  // added to the sequence number the answer carries
+    std::string payload = {};
     int delayMs = 0;
-    bool hangUp = false;  // close the connection instead of answering
+    bool toAnother = false;  // carry the sequence number of another request
+    bool hangUp = false;     // close the connection instead of answering
 };
 
 class FakeService {
   public:
-    using Handler = std::function<Answer(const SeenRequest&)>;
-
-    FakeService(const kzwire::Endpoint& endpoint, Handler handler) : m_handler(std::move(handler)) {
-        m_path = "/tmp/kzFakeService." + std::to_string(getpid());
-        setenv(endpoint.variable, m_path.c_str(), 1);
+    explicit FakeService(const kzwire::Endpoint& endpoint, std::vector<Answer> answers = {})
+        : m_path("/tmp/kzFakeService." + std::to_string(getpid())), m_answers(std::move(answers)) {
+        sockaddr_un address{AF_UNIX, {}};
+        m_path.copy(address.sun_path, sizeof address.sun_path - 1);
         unlink(m_path.c_str());
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, m_path.data(), m_path.size());
-        m_listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-        m_ready = bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                  listen(m_listener, 4) == 0;
+        bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        listen(m_listener, 4);
+        setenv(endpoint.variable, m_path.c_str(), 1);
         m_thread = std::thread([this] { serve(); });
     }
     FakeService(const FakeService&) = delete;
@@ -55,64 +50,55 @@ class FakeService {
         unlink(m_path.c_str());
     }
 
-    bool ready() const { return m_ready; }
-    int connections() const { return m_connections; }
-    std::vector<SeenRequest> seen() const {
+    std::atomic<int> connections{0};
+    std::vector<SeenRequest> seen() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_seen;
     }
 
   private:
+    // False when the service ends.
+    bool waitFor(int descriptor) const {
+        pollfd waiting{descriptor, POLLIN, 0};
+        while (!m_stop && poll(&waiting, 1, 10) != 1) {
+        }
+        return !m_stop;
+    }
     void serve() {
-        while (!m_stop) {
-            pollfd waiting{m_listener, POLLIN, 0};
-            if (poll(&waiting, 1, 10) == 1) {
-                const int connection = accept(m_listener, nullptr, nullptr);
-                ++m_connections;
-                serveConnection(connection);
-                close(connection);
+        while (waitFor(m_listener)) {
+            const int connection = accept(m_listener, nullptr, nullptr);
+            ++connections;
+            while (waitFor(connection) && serveRequest(connection)) {
             }
+            close(connection);
         }
     }
-
-    void serveConnection(int connection) {
-        std::string record(sizeof(kzwire::RequestHeader) + kzwire::kMaxPayload, '\0');
-        while (!m_stop) {
-            pollfd waiting{connection, POLLIN, 0};
-            if (poll(&waiting, 1, 10) != 1) {
-                continue;
-            }
-            const ssize_t length = recv(connection, record.data(), record.size(), 0);
-            if (length < static_cast<ssize_t>(sizeof(kzwire::RequestHeader))) {
-                return;
-            }
-            SeenRequest request;
-            std::memcpy(&request.header, record.data(), sizeof request.header);
-            request.payload = record.substr(sizeof request.header, static_cast<size_t>(length) - sizeof request.header);
-            {
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                m_seen.push_back(request);
-            }
-            const Answer answer = m_handler(request);
-            usleep(static_cast<useconds_t>(answer.delayMs) * 1000);
-            if (answer.hangUp) {
-                return;
-            }
-            kzwire::ReplyHeader header{request.header.sequence + static_cast<uint32_t>(answer.sequenceOffset),
-                                       answer.result};
-            std::string reply(reinterpret_cast<const char*>(&header), sizeof header);
-            reply += answer.payload;
-            send(connection, reply.data(), reply.size(), MSG_NOSIGNAL);
+    bool serveRequest(int connection) {
+        SeenRequest request;
+        std::string record(sizeof request.header + kzwire::kMaxPayload, '\0');
+        const ssize_t length = recv(connection, record.data(), record.size(), 0);
+        if (length < static_cast<ssize_t>(sizeof request.header)) {
+            return false;
         }
+        std::memcpy(&request.header, record.data(), sizeof request.header);
+        request.payload = record.substr(sizeof request.header, static_cast<size_t>(length) - sizeof request.header);
+        const Answer answer = note(request);
+        usleep(static_cast<useconds_t>(answer.delayMs) * 1000);
+        const kzwire::ReplyHeader header{request.header.sequence - (answer.toAnother ? 1 : 0), answer.result};
+        const std::string reply = std::string(reinterpret_cast<const char*>(&header), sizeof header) + answer.payload;
+        return !answer.hangUp && send(connection, reply.data(), reply.size(), MSG_NOSIGNAL) > 0;
+    }
+    Answer note(const SeenRequest& request) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_seen.push_back(request);
+        return m_seen.size() <= m_answers.size() ? m_answers[m_seen.size() - 1] : Answer();
     }
 
-    Handler m_handler;
     std::string m_path;
-    int m_listener = -1;
-    bool m_ready = false;
-    std::atomic<bool> m_stop{false};
-    std::atomic<int> m_connections{0};
-    mutable std::mutex m_mutex;
+    std::vector<Answer> m_answers;
     std::vector<SeenRequest> m_seen;
+    std::mutex m_mutex;
+    std::atomic<bool> m_stop{false};
+    int m_listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     std::thread m_thread;
 };
