@@ -32,7 +32,7 @@ constexpr int kMaxShedAtOnce = 16;  // records, before the other queues are look
 
 // The CSI keys this daemon asks to be told of, as the payload of the subscription.
 constexpr uint8_t kSubscribedKeys[] = {
-    4,
+    4,  // like 39 asked for only: nothing here depends on it
     CSI_MODEL_NUMBER,
     CSI_DEVICE_MGR_STATE,
     CSI_WOM_STATE,

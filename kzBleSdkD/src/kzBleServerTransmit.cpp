@@ -17,6 +17,8 @@ constexpr const char* kLogTag = "kzBleServer";
 constexpr const char* kAssertPath = "kzBleSdkD/src/kzBleServer";
 
 constexpr long kPacketTimerNanoseconds = 20000000;
+constexpr unsigned kDumpedBytes = 24;  // the record's head and the packet
+constexpr unsigned kDumpedBytesPerLine = 8;
 constexpr uint32_t kStatsTicks = 3;  // statistics are reported on every third tick at most
 
 // Which stream carries the answers of a request stream; the pushes are answers of the query interface.
@@ -40,7 +42,7 @@ void DumpRecord(const ble_message_t& record) {
     }
     LOG_TRACE("First 24 bytes of message (BLE Data starts at 5th byte)");
     const auto* bytes = reinterpret_cast<const unsigned char*>(&record);
-    for (const unsigned char* b = bytes; b < bytes + 24; b += 8) {
+    for (const unsigned char* b = bytes; b < bytes + kDumpedBytes; b += kDumpedBytesPerLine) {
         LOG_ERROR("%02x %02x %02x %02x %02x %02x %02x %02x", b[0], b[1], b[2], b[3], b[4], b[5], b[6], b[7]);
     }
 }
