@@ -250,9 +250,55 @@ class KzBleServer {
     uint32_t GetLastSystemNotifyEvent() const { return m_lastSystemNotifyEvent; }
     void SetLastSystemNotifyEvent(uint32_t event) { m_lastSystemNotifyEvent = event; }
 
-  private:
-    friend struct KzBleServerTestAccess;  // unit tests of one concern reach its state through this
+    // ---- state. Open like a client's record: while the command thread runs it alone touches this, but for the atomic
+    // flags.
+    static KzBleServer* m_pInstance;  // null before the first GetInstance and after Destroy
 
+    std::array<uint32_t, 256> m_csiCache{};  // last value notified for each CSI key
+    uint32_t m_lastCsiKey = 0;
+    CahUploadProgress m_cahProgress;
+    QueueHandle m_eventMq;
+    QueueHandle m_csiMq;
+    QueueHandle m_bleRxMq;
+    QueueHandle m_bleTxMq;
+    long m_radioDepth = 0;  // of m_bleTxMq, once asked for
+    // Receive buffer of three queues, and response buffer of every handler.
+    std::unique_ptr<unsigned char[]> m_msgBuffer;
+    bool m_shedding = false;  // whether the last radio record was shed
+    pthread_t m_thread{};
+    bool m_threadStarted = false;
+    std::atomic<bool> m_running{false};
+    std::atomic<bool> m_hasRun{false};
+    std::atomic<bool> m_stopRequested{false};  // a thread that is late to start must not run once it is being joined
+    pthread_mutex_t m_clientMutex;             // guards m_clients; taken through Lock
+    std::vector<std::unique_ptr<BleNotificationClient>> m_clients;  // in order of connection, at stable addresses
+    std::vector<deviceInfo_t> m_deviceHistory;  // grows by one entry a new address, for the life of the process
+    uint8_t m_lastDeviceId = 0;
+    std::deque<ble_message_t> m_packetQueue;
+    bool m_packetHolding = false;
+    bool m_kzControlOpen = false;
+    int64_t m_maxRxQueueDepth = 0;
+    int64_t m_maxTxQueueDepth = 0;
+    BleSDK* m_bleSdk = nullptr;
+    uint32_t m_fileTransferSlots = 0;  // transfers running; a new one needs 0
+    bool m_registeredForPush = false;
+    bool m_waitingAccReconnect = false;
+    StInputs m_stInputs;
+    uint8_t m_modelNumber = 58;
+    uint8_t m_lastStState = 0;  // CSI_ST_STATE as published
+    FileDescriptor m_timer_fd;
+    FileDescriptor m_tick_fd;  // readable about every 500 ms
+    uint32_t m_tick = 0;
+    bool m_stNotificationReady = false;
+    std::unique_ptr<unsigned char[]> m_lcdBuffer;
+    std::unique_ptr<unsigned char[]> m_ledBuffer;
+    uint16_t m_lcdLength = 0;
+    uint16_t m_ledLength = 0;
+    uint32_t m_lastSystemNotifyEvent = 0;
+    bool m_csiSubscribed = false;
+    uint8_t m_rebootDelay = 0;  // ticks since an update became pending or was last requested; shared by all clients
+
+  private:
     KzBleServer();
     ~KzBleServer();  // everything is closed
     KzBleServer(const KzBleServer&) = delete;
@@ -335,54 +381,10 @@ class KzBleServer {
     void HandleBlockRequest(BleNotificationClient& client);
     void HandleImageError(BleNotificationClient& client);
 
-    static KzBleServer* m_pInstance;
-
-    std::array<uint32_t, 256> m_csiCache{};  // last value notified for each CSI key
-    uint32_t m_lastCsiKey = 0;
-    CahUploadProgress m_cahProgress;
-    QueueHandle m_eventMq;
-    QueueHandle m_csiMq;
-    QueueHandle m_bleRxMq;
-    QueueHandle m_bleTxMq;
-    // Receive buffer of three queues, and response buffer of every handler.
-    std::unique_ptr<unsigned char[]> m_msgBuffer;
-    bool m_shedding = false;  // whether the last radio record was shed
-    pthread_t m_thread{};
-    bool m_threadStarted = false;
-    std::atomic<bool> m_running{false};
-    std::atomic<bool> m_hasRun{false};
-    std::atomic<bool> m_stopRequested{false};  // a thread that is late to start must not run once it is being joined
-    pthread_mutex_t m_clientMutex;
-    std::vector<std::unique_ptr<BleNotificationClient>> m_clients;  // in order of connection, at stable addresses
-    std::vector<deviceInfo_t> m_deviceHistory;  // grows by one entry a new address, for the life of the process
-    uint8_t m_lastDeviceId = 0;
-    std::deque<ble_message_t> m_packetQueue;
-    bool m_packetHolding = false;
-    bool m_kzControlOpen = false;
-    int64_t m_maxRxQueueDepth = 0;
-    int64_t m_maxTxQueueDepth = 0;
-    BleSDK* m_bleSdk = nullptr;
-    uint32_t m_fileTransferSlots = 0;  // transfers running; a new one needs 0
-    bool m_registeredForPush = false;
-    bool m_waitingAccReconnect = false;
-    StInputs m_stInputs;
-    uint8_t m_modelNumber = 58;
-    uint8_t m_lastStState = 0;  // CSI_ST_STATE as published
-    FileDescriptor m_timer_fd;
-    FileDescriptor m_tick_fd;  // readable about every 500 ms
-    uint32_t m_tick = 0;
-    bool m_stNotificationReady = false;
-    std::unique_ptr<unsigned char[]> m_lcdBuffer;
-    std::unique_ptr<unsigned char[]> m_ledBuffer;
-    uint16_t m_lcdLength = 0;
-    uint16_t m_ledLength = 0;
-    uint32_t m_lastSystemNotifyEvent = 0;
-    bool m_csiSubscribed = false;
-    uint8_t m_rebootDelay = 0;      // ticks since an update became pending or was last requested; shared by all clients
-    std::vector<int> m_pushIds;     // scratch of the buffer pushes, kept for its capacity
-    long m_radioDepth = 0;          // of the open queue, once asked for
-    std::string m_eventText;        // scratch of HandleEvent
-    std::vector<int> m_changedIds;  // scratch of the fan-out: the change set
+    // Scratch, kept for its capacity.
+    std::vector<int> m_pushIds;                          // of the buffer pushes
+    std::string m_eventText;                             // of HandleEvent
+    std::vector<int> m_changedIds;                       // the change set of a fan-out
     std::vector<int> m_remainingIds;                     // and what of it is left for one client
-    BleNotificationClient::StoredResponse m_filePacket;  // scratch of the transfers
+    BleNotificationClient::StoredResponse m_filePacket;  // of the transfers
 };
