@@ -62,7 +62,7 @@ TEST_F(ClientLibraries, EveryCallFailsAtOnceWhenNobodyListens) {
 }
 
 TEST_F(ClientLibraries, CommandCarriesItsCallerAndParameterOverOneLinkThatChildrenDoNotInherit) {
-    FakeService service(kzwire::kControlEndpoint, {{.payload = "abc!"}});
+    FakeService service(kzwire::kControlEndpoint, {{}, {.payload = "abc!"}});
     const int next = open("/dev/null", O_RDONLY);  // the descriptor the library's socket gets is the lowest free one
     close(next);
 
@@ -76,11 +76,11 @@ TEST_F(ClientLibraries, CommandCarriesItsCallerAndParameterOverOneLinkThatChildr
     EXPECT_EQ(sendCommand(4), 0);
 
     const auto seen = service.seen();
-    ASSERT_EQ(seen.size(), 2u);
-    EXPECT_EQ(seen[0].header.callerId, 23u);
-    EXPECT_EQ(seen[0].header.target, 30u);
-    EXPECT_EQ(seen[0].payload, "abc");
-    EXPECT_EQ(seen[1].header.callerId, 0u);
+    ASSERT_EQ(seen.size(), 3u);  // the first opened the interface
+    EXPECT_EQ(seen[1].header.callerId, 23u);
+    EXPECT_EQ(seen[1].header.target, 30u);
+    EXPECT_EQ(seen[1].payload, "abc");
+    EXPECT_EQ(seen[2].header.callerId, 0u);
     EXPECT_EQ(service.connections, 1);
 }
 
