@@ -200,8 +200,11 @@ class BleNotificationClient : public NotificationClient {
     // same.
     bool SetTransferringSettingsJSON(bool on);
     bool SetTransferringLarch(bool on);
+    // Whether the file is still the one the transfer began with; if not, logged: the transfer is to be ended. Asked
+    // before every run of packets. True without a file.
+    bool FileIsUnchanged() const;
     // Cut the next packet, at most 20 bytes, into `out`; true when more follow. An empty packet means that there is
-    // nothing left or that the file changed since the transfer began: the transfer is to be ended.
+    // nothing left: the transfer is to be ended.
     bool GetSettingsJSONResponse(StoredResponse& out);
     bool GetLarchResponse(StoredResponse& out);
     // Progress of a firmware transfer, 0 to 100.
@@ -265,7 +268,6 @@ class BleNotificationClient : public NotificationClient {
     bool OpenFirmwareImage();
     void HoldFile(FileHandle file);
     void CloseFile();
-    bool FileIsUnchanged() const;
     bool PrepareFilePacket(StoredResponse& out) const;
 
     std::vector<int> m_pushRemainder;

@@ -137,19 +137,22 @@ void BleNotificationClient::CloseFile() {
 
 // Whether the file is still the one whose size the transfer announced.
 bool BleNotificationClient::FileIsUnchanged() const {
+    if (m_file == nullptr) {
+        return true;
+    }
     struct stat status {};
-    return fstat(fileno(m_file.get()), &status) == 0 && status.st_size == static_cast<off_t>(m_fileSize) &&
-           status.st_mtim.tv_sec == m_fileTime.tv_sec && status.st_mtim.tv_nsec == m_fileTime.tv_nsec;
+    if (fstat(fileno(m_file.get()), &status) == 0 && status.st_size == static_cast<off_t>(m_fileSize) &&
+        status.st_mtim.tv_sec == m_fileTime.tv_sec && status.st_mtim.tv_nsec == m_fileTime.tv_nsec) {
+        return true;
+    }
+    LOG_ERROR("The file changed during its transfer, ending the transfer");
+    return false;
 }
 
 bool BleNotificationClient::PrepareFilePacket(StoredResponse& out) const {
     out.m_length = 0;
     if (m_file == nullptr) {
         LOG_ERROR("Attempted to get data on NULL fd");
-        return false;
-    }
-    if (!FileIsUnchanged()) {
-        LOG_ERROR("The file changed during its transfer, ending the transfer");
         return false;
     }
     return true;

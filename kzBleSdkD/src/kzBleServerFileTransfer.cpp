@@ -112,7 +112,7 @@ bool KzBleServer::CheckClientsForFileTransfer() {
 // Sends up to `budget` packets; whether more follow.
 bool KzBleServer::PumpSettingsJSON(BleNotificationClient& client, long budget) {
     ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_COMMAND_RESPONSE);
-    bool more = true;
+    bool more = client.FileIsUnchanged();
     for (long i = 0; i < budget && more; ++i) {
         more = client.GetSettingsJSONResponse(m_filePacket);
         if (m_filePacket.m_length == 0) {
@@ -150,7 +150,7 @@ bool KzBleServer::SendFileChunk(BleNotificationClient* client) {
 
     ble_message_t record = NewDataRecord(client->m_connectionId, KZ_STR_ID_OTA_DATA);
     bool sent = false;
-    bool more = true;
+    bool more = client->FileIsUnchanged();
     for (long i = 0; i < budget && more; ++i) {
         LOG_INFO("count ii = %d", static_cast<int>(i));
         more = client->GetLarchResponse(m_filePacket);
