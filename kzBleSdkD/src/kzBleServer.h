@@ -43,6 +43,7 @@ constexpr unsigned kPushBufferSize = 1500;     // longest push
 constexpr unsigned kEventMessageSize = 1500;   // message size of the two created queues
 constexpr unsigned kCsiAnswerRoom = 9;         // what the acknowledgement of a CSI message is longer than it
 constexpr unsigned kLedBufferSize = 19;        // a marker byte and 18 data bytes
+constexpr size_t kMaxDeviceHistory = 4096;     // addresses remembered; a peer may come with a new one each time
 constexpr size_t kMaxClients = 20;             // what the radio can hold
 constexpr long kMaxRadioBacklog = 90;          // of 100 records; above it data packets are shed, events never
 constexpr int kRadioWriteSeconds = 2;          // a write to the radio queue that stays blocked longer has failed
@@ -272,7 +273,7 @@ class KzBleServer {
     std::atomic<bool> m_stopRequested{false};  // a thread that is late to start must not run once it is being joined
     pthread_mutex_t m_clientMutex;             // guards m_clients; taken through Lock
     std::vector<std::unique_ptr<BleNotificationClient>> m_clients;  // in order of connection, at stable addresses
-    std::vector<deviceInfo_t> m_deviceHistory;  // grows by one entry a new address, for the life of the process
+    std::vector<deviceInfo_t> m_deviceHistory;  // one entry an address, kept for the life of the process
     uint8_t m_lastDeviceId = 0;
     std::deque<ble_message_t> m_packetQueue;
     bool m_packetHolding = false;

@@ -175,6 +175,9 @@ uint8_t KzBleServer::DeviceIdOfAddress(const uint8_t* address) {
     deviceInfo_t device{};
     device.deviceId = ++m_lastDeviceId;
     std::copy_n(address, kBleAddressSize, device.address);
+    if (m_deviceHistory.size() == kMaxDeviceHistory) {
+        m_deviceHistory.erase(m_deviceHistory.begin());
+    }
     m_deviceHistory.push_back(device);
     return device.deviceId;
 }
