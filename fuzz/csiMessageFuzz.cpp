@@ -10,27 +10,29 @@
 #include "queryCatalogue.h"
 #include "utils.h"
 
-struct KzBleServerTestAccess {
-    // The server and its model live on from input to input; clients and cached values do not.
-    static void Open() {
-        KzBleServer* server = KzBleServer::GetInstance();
-        server->m_clients.clear();
-        server->m_csiCache.fill(0);
-        server->m_radioDepth = 0;
-        server->m_bleTxMq = QueueHandle(mq_open(kMqToSkylark, O_WRONLY));
-        server->m_msgBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
-        server->m_lcdBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
-        server->m_ledBuffer = std::make_unique<unsigned char[]>(kLedBufferSize);
-        for (const int id : {1, 2}) {
-            auto client = std::make_unique<BleNotificationClient>(static_cast<unsigned>(id), uint8_t{1}, uint8_t{11});
-            client->SetSensorCCCEnabled();
-            client->AddInterest(NotificationClient::eNotifyCSI, 7);
-            client->AddInterest(NotificationClient::eNotifyLcd, 2);
-            client->AddInterest(NotificationClient::eNotifyLed, 2);
-            server->m_clients.push_back(std::move(client));
-        }
+namespace {
+
+// The server and its model live on from input to input; clients and cached values do not.
+void OpenServer() {
+    KzBleServer* server = KzBleServer::GetInstance();
+    server->m_clients.clear();
+    server->m_csiCache.fill(0);
+    server->m_radioDepth = 0;
+    server->m_bleTxMq = QueueHandle(mq_open(kMqToSkylark, O_WRONLY));
+    server->m_msgBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
+    server->m_lcdBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
+    server->m_ledBuffer = std::make_unique<unsigned char[]>(kLedBufferSize);
+    for (const int id : {1, 2}) {
+        auto client = std::make_unique<BleNotificationClient>(static_cast<unsigned>(id), uint8_t{1}, uint8_t{11});
+        client->SetSensorCCCEnabled();
+        client->AddInterest(NotificationClient::eNotifyCSI, 7);
+        client->AddInterest(NotificationClient::eNotifyLcd, 2);
+        client->AddInterest(NotificationClient::eNotifyLed, 2);
+        server->m_clients.push_back(std::move(client));
     }
-};
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) {
@@ -44,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     played::ResetQueues();
     played::SetDepth(kMqToSkylark, data[0]);
     played::SetDepth("/a", 1);
-    KzBleServerTestAccess::Open();
+    OpenServer();
 
     const fakes::Bytes whole(data, data + size);
     fakes::OnCommand(81, 0, whole);  // the presets of the camera

@@ -17,7 +17,7 @@ constexpr const char* kLogTag = "kzBleServer";
 constexpr const char* kAssertPath = "kzBleSdkD/src/kzBleServer";
 
 constexpr long kPacketTimerNanoseconds = 20000000;
-constexpr unsigned kDumpedBytes = 24;  // the record's head and the packet
+constexpr unsigned kDumpedBytes = 24;  // the record's head and most of the packet
 constexpr unsigned kDumpedBytesPerLine = 8;
 constexpr uint32_t kStatsTicks = 3;  // statistics are reported on every third tick at most
 

@@ -66,7 +66,7 @@ TEST_F(ClientInfoTest, TheUpdateCheckIsSkippedForTheFirstReasonThatHolds) {
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.log);
-        KzBleServerTestAccess::SetCsiValue(CSI_FORCED_UPDATE, row.forced);
+        KzBleServer::GetInstance()->m_csiCache[CSI_FORCED_UPDATE] = row.forced;
         const fakes::LogCapture log(KZ_LOG_DEBUG);
 
         Run(Info({1, row.type, 2, 3, 4, row.battery, row.reason}));

@@ -308,7 +308,7 @@ TEST_F(CommandTest, CameraInformationIsAnsweredFieldByField) {
     } kRows[] = {{58, 1, 0}, {22, 2, 0}, {51, 2, 1}};
     for (const auto& row : kRows) {
         fakes::SetCameraInfo(0, CameraInfo(row.model));
-        KzBleServerTestAccess::SetCsiValue(CSI_FORCED_UPDATE, row.forced);
+        KzBleServer::GetInstance()->m_csiCache[CSI_FORCED_UPDATE] = row.forced;
         m_client.m_deviceType = KZ_CALLER_UNKNOWN;
 
         const Outcome outcome = Run({60});
@@ -330,7 +330,7 @@ TEST_F(CommandTest, CameraInformationWithoutTerminatorsEndsWithItsFields) {
 }
 
 TEST_F(CommandTest, CameraInformationIsRefusedWhileTheCameraResumes) {
-    KzBleServerTestAccess::SetCsiValue(CSI_SYSTEM_STATE, SYS_SUSPENDED_UNSAFE);
+    KzBleServer::GetInstance()->m_csiCache[CSI_SYSTEM_STATE] = SYS_SUSPENDED_UNSAFE;
     const fakes::LogCapture log(KZ_LOG_ERROR);
 
     const Outcome outcome = Run({60});
@@ -353,7 +353,7 @@ TEST_F(CommandTest, ASettingsTransferHasNoAnswerOrIsRefused) {
     const fakes::LogCapture log(KZ_LOG_ERROR);
 
     const Outcome started = Run({59, 1, 1});
-    KzBleServerTestAccess::SetTransfersRunning(1);
+    KzBleServer::GetInstance()->m_fileTransferSlots = 1;
     const Outcome refused = Run({59});
 
     EXPECT_EQ(started.code, KZ_OK);

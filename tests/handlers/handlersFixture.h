@@ -18,12 +18,6 @@
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
-// What the server learned from CSI notifications.
-struct KzBleServerTestAccess {
-    static void SetCsiValue(uint8_t key, uint32_t value) { KzBleServer::GetInstance()->m_csiCache[key] = value; }
-    static void SetTransfersRunning(uint32_t count) { KzBleServer::GetInstance()->m_fileTransferSlots = count; }
-};
-
 using fakes::Bytes;
 using fakes::Call;
 using fakes::Command;
@@ -80,9 +74,9 @@ class HandlersTest : public testing::Test {
     }
 
     ~HandlersTest() override {
-        KzBleServerTestAccess::SetCsiValue(CSI_SYSTEM_STATE, SYS_RESUMED);
-        KzBleServerTestAccess::SetCsiValue(CSI_FORCED_UPDATE, 0);
-        KzBleServerTestAccess::SetTransfersRunning(0);
+        KzBleServer::GetInstance()->m_csiCache[CSI_SYSTEM_STATE] = SYS_RESUMED;
+        KzBleServer::GetInstance()->m_csiCache[CSI_FORCED_UPDATE] = 0;
+        KzBleServer::GetInstance()->m_fileTransferSlots = 0;
         KzBleServer::GetInstance()->SetWaitingAccReconnect(false);
         BleSDK::Destroy();
     }

@@ -28,11 +28,7 @@ class QueryTest : public HandlersTest<BleQueryMessage> {
         Push(R"({"settings": {"2": 9, "5": 4, "30": 1000}, "status": {"8": 1, "13": 70000, "29": "cam"}})");
     }
 
-    ~QueryTest() override {
-        for (int key = 0; key < 256; ++key) {
-            KzBleServerTestAccess::SetCsiValue(static_cast<uint8_t>(key), 0);
-        }
-    }
+    ~QueryTest() override { KzBleServer::GetInstance()->m_csiCache.fill(0); }
 
     static SettingsStatusMapping& Model() { return *BleSDK::LoadedMapping(); }
 
@@ -52,7 +48,7 @@ class QueryTest : public HandlersTest<BleQueryMessage> {
         Model().CurrentSettingsStatusFromJSON(json.c_str(), capabilitiesChanged);
     }
 
-    static void SetCsi(uint8_t key, uint32_t value) { KzBleServerTestAccess::SetCsiValue(key, value); }
+    static void SetCsi(uint8_t key, uint32_t value) { KzBleServer::GetInstance()->m_csiCache[key] = value; }
 
     // A change of a CSI key, as the service reports it; no client is connected to the server.
     static void NotifyCsi(uint8_t key, const Bytes& value) {

@@ -10,17 +10,6 @@
 #include "bleSDK.h"
 #include "jsonText.h"
 
-void KzBleServerTestAccess::Open(mqd_t radio) {
-    KzBleServer* server = KzBleServer::GetInstance();
-    server->m_bleTxMq = QueueHandle(radio);
-    server->m_timer_fd = FileDescriptor(timerfd_create(CLOCK_MONOTONIC, 0));
-    server->m_msgBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
-}
-
-void KzBleServerTestAccess::Connect(std::unique_ptr<BleNotificationClient> client) {
-    KzBleServer::GetInstance()->m_clients.push_back(std::move(client));
-}
-
 namespace server_test {
 namespace {
 
@@ -50,7 +39,9 @@ ServerTest::ServerTest() {
     played::ResetQueues();
     played::SetDepth(kMqToSkylark, 100);
     played::SetDepth(kMqKzNet, 40);
-    KzBleServerTestAccess::Open(mq_open(kMqToSkylark, O_WRONLY));
+    Server().m_bleTxMq = QueueHandle(mq_open(kMqToSkylark, O_WRONLY));
+    Server().m_timer_fd = FileDescriptor(timerfd_create(CLOCK_MONOTONIC, 0));
+    Server().m_msgBuffer = std::make_unique<unsigned char[]>(kMessageBufferSize);
     LoadCatalogue(kCatalogue);
     fakes::ForgetCalls();
 }
@@ -83,7 +74,7 @@ BleNotificationClient& ServerTest::Connect(uint32_t connectionId) {
     auto owned = std::make_unique<BleNotificationClient>(connectionId, uint8_t{1}, uint8_t{KZ_CALLER_BLE_RC});
     BleNotificationClient& client = *owned;
     client.SetCCCEnabled(KZ_STR_ID_QUERY_CCC, 1);
-    KzBleServerTestAccess::Connect(std::move(owned));
+    Server().m_clients.push_back(std::move(owned));
     return client;
 }
 

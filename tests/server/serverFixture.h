@@ -15,11 +15,6 @@
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
-struct KzBleServerTestAccess {
-    static void Open(mqd_t radio);
-    static void Connect(std::unique_ptr<BleNotificationClient> client);
-};
-
 namespace server_test {
 
 using fakes::Bytes;
