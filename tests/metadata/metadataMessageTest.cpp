@@ -7,7 +7,8 @@
 // Opening fails once as many streams are open as a test says: the linker puts this in the place of the writer's
 // function.
 namespace {
-int g_opensBeforeFailure = 0;
+constexpr int kNever = 1000;
+int g_opensBeforeFailure = kNever;
 }
 extern "C" {
 void* OpenStream(uint32_t, const char*, void*, uint32_t) asm("__real__Z18MetadataStreamOpenjPKcPvj");
@@ -25,7 +26,7 @@ class MetadataMessage : public testing::Test {
   protected:
     MetadataMessage() {
         fakes::Reset();
-        g_opensBeforeFailure = 1000;
+        g_opensBeforeFailure = kNever;
     }
 
     Accessory accessory;
