@@ -24,20 +24,9 @@ struct Reply {
 struct Camera {
     bool recording = true;
     std::vector<Call> calls;
-    std::map<uint32_t, Reply> commands;
-    std::map<uint8_t, int> csiSetResults;
-    std::map<uint8_t, int> csiGetResults;
+    std::map<std::pair<std::string_view, uint32_t>, Reply> script;  // by operation and id
     std::map<uint8_t, Bytes> csi;
-    Reply cameraInfo;
-    int modelResult = 0;
-    uint8_t model = 58;
     std::function<bool(uint32_t, uint32_t, uint32_t)> optionExists;
-    int openResult = 0;
-    int ipcInit = 0;
-    int ipcSend = 0;
-    int ipcDestroy = 0;
-    int systemResult = 0;
-    int systemError = 0;
 };
 
 std::mutex s_mutex;
@@ -52,20 +41,22 @@ Bytes Copy(const void* data, size_t length) {
 class Use {
   public:
     Camera* operator->() { return &s_camera; }
-    void Note(const char* operation, uint32_t id, const void* argument, size_t length) {
+
+    // Notes the call and finds what it is to come to.
+    Reply Play(std::string_view operation, uint32_t id = 0, const void* argument = nullptr, size_t length = 0) {
         if (s_camera.recording) {
-            s_camera.calls.push_back({operation, id, Copy(argument, length)});
+            s_camera.calls.push_back({std::string(operation), id, Copy(argument, length)});
         }
+        const auto scripted = s_camera.script.find({operation, id});
+        return scripted == s_camera.script.end() ? Reply() : scripted->second;
     }
 
   private:
     std::lock_guard<std::mutex> m_lock{s_mutex};
 };
 
-template <typename Map, typename Key>
-int ResultOf(const Map& results, Key key) {
-    const auto found = results.find(key);
-    return found == results.end() ? 0 : found->second;
+void Script(std::string_view operation, uint32_t id, int result, Bytes bytes = {}) {
+    Use()->script[{operation, id}] = {result, std::move(bytes)};
 }
 
 }  // namespace
@@ -86,13 +77,28 @@ Bytes BytesOf(std::string_view text) {
     return Bytes(text.begin(), text.end());
 }
 
-std::ostream& operator<<(std::ostream& out, const Call& call) {
-    out << call.operation << '(' << call.id << ';';
-    for (const uint8_t byte : call.argument) {
-        static constexpr char kDigits[] = "0123456789abcdef";
-        out << ' ' << kDigits[byte >> 4] << kDigits[byte & 15];
+Bytes FromHex(const std::string& hex) {
+    Bytes bytes;
+    size_t used = 0;
+    for (size_t at = 0; at < hex.size(); at += used + 1) {
+        bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(at), &used, 16)));
     }
-    return out << ')';
+    return bytes;
+}
+
+std::string ToHex(const Bytes& bytes) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    for (const uint8_t byte : bytes) {
+        hex += hex.empty() ? "" : " ";
+        hex += {kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return hex;
+}
+
+std::ostream& operator<<(std::ostream& out, const Call& call) {
+    out << call.operation << (call.id != 0 ? " " + std::to_string(call.id) : "");
+    return call.argument.empty() ? out : out << ": " << ToHex(call.argument);
 }
 
 Call Command(uint32_t id, Bytes argument) {
@@ -100,12 +106,6 @@ Call Command(uint32_t id, Bytes argument) {
 }
 Call CsiSet(uint8_t key, Bytes value) {
     return {"csi_set", key, std::move(value)};
-}
-Call CsiGet(uint8_t key) {
-    return {"csi_get", key, {}};
-}
-Call System(std::string_view command) {
-    return {"system", 0, BytesOf(command)};
 }
 
 void Reset() {
@@ -116,41 +116,33 @@ void Record(bool on) {
     Use()->recording = on;
 }
 void OnCommand(uint32_t id, int result, Bytes reply) {
-    Use()->commands[id] = {result, std::move(reply)};
+    Script("command", id, result, std::move(reply));
 }
 void OnCsiSet(uint8_t key, int result) {
-    Use()->csiSetResults[key] = result;
+    Script("csi_set", key, result);
 }
 void OnCsiGet(uint8_t key, int result) {
-    Use()->csiGetResults[key] = result;
+    Script("csi_get", key, result);
 }
 void SetCsi(uint8_t key, Bytes value) {
     Use()->csi[key] = std::move(value);
 }
 void SetCameraInfo(int result, Bytes record) {
-    Use()->cameraInfo = {result, std::move(record)};
+    Script("kzcontrol_get_camera_info", 0, result, std::move(record));
 }
 void SetModelNumber(int result, uint8_t model) {
-    Use camera;
-    camera->modelResult = result;
-    camera->model = model;
+    Script("kzc_state_get_model_number", 0, result, {model});
 }
 void SetOptionExists(std::function<bool(uint32_t, uint32_t, uint32_t)> exists) {
     Use()->optionExists = std::move(exists);
 }
-void SetInterfaceOpen(int result) {
-    Use()->openResult = result;
-}
 void SetIpcResults(int init, int send, int destroy) {
-    Use camera;
-    camera->ipcInit = init;
-    camera->ipcSend = send;
-    camera->ipcDestroy = destroy;
+    Script("kzIpcInit", 0, init);
+    Script("kzIpcSend", 0, send);
+    Script("kzIpcDestroy", 0, destroy);
 }
-void SetSystemResult(int result, int error) {
-    Use camera;
-    camera->systemResult = result;
-    camera->systemError = error;
+void SetSystemResult(int result) {
+    Script("system", 0, result);
 }
 
 std::vector<Call> Calls() {
@@ -174,36 +166,25 @@ using fakes::Use;
 extern "C" {
 
 int kzcontrol_interface_open(void) {
-    Use camera;
-    camera.Note("kzcontrol_interface_open", 0, nullptr, 0);
-    return camera->openResult;
+    return Use().Play("kzcontrol_interface_open").result;
 }
 
 int kzcontrol_interface_close(void) {
-    Use().Note("kzcontrol_interface_close", 0, nullptr, 0);
-    return 0;
+    return Use().Play("kzcontrol_interface_close").result;
 }
 
 int kzcontrol_send_command_param_response_ex(uint32_t id, const void* param, uint32_t paramLength, void* response,
                                              uint32_t responseSize, uint32_t* responseLength) {
-    Use camera;
-    camera.Note("command", id, param, paramLength);
-    const auto scripted = camera->commands.find(id);
-    if (scripted == camera->commands.end()) {
-        if (responseLength != nullptr) {
-            *responseLength = 0;
-        }
-        return 0;
-    }
-    const fakes::Reply& reply = scripted->second;
-    if (reply.bytes.size() > responseSize && response != nullptr) {
+    const fakes::Reply reply = Use().Play("command", id, param, paramLength);
+    const auto length = static_cast<uint32_t>(reply.bytes.size());
+    if (response != nullptr && length > responseSize) {
         return -1;
     }
-    if (response != nullptr && !reply.bytes.empty()) {
-        std::memcpy(response, reply.bytes.data(), reply.bytes.size());
+    if (response != nullptr && length > 0) {
+        std::memcpy(response, reply.bytes.data(), length);
     }
     if (responseLength != nullptr) {
-        *responseLength = static_cast<uint32_t>(reply.bytes.size());
+        *responseLength = length;
     }
     return reply.result;
 }
@@ -214,55 +195,46 @@ int kzcontrol_send_command_param_response(uint32_t id, const void* param, uint32
 }
 
 int kzcontrol_set_caller_id(uint8_t id) {
-    Use().Note("kzcontrol_set_caller_id", id, nullptr, 0);
-    return 0;
+    return Use().Play("kzcontrol_set_caller_id", id).result;
 }
 
 int kzcontrol_get_camera_info(void* record) {
-    Use camera;
-    camera.Note("kzcontrol_get_camera_info", 0, nullptr, 0);
-    std::array<uint8_t, fakes::kCameraInfoSize> info = {};
-    const fakes::Bytes& scripted = camera->cameraInfo.bytes;
-    std::copy_n(scripted.begin(), std::min(scripted.size(), info.size()), info.begin());
-    std::memcpy(record, info.data(), info.size());
-    return camera->cameraInfo.result;
+    fakes::Reply reply = Use().Play("kzcontrol_get_camera_info");
+    reply.bytes.resize(fakes::kCameraInfoSize);
+    std::memcpy(record, reply.bytes.data(), fakes::kCameraInfoSize);
+    return reply.result;
 }
 
 int kzc_state_get_model_number(uint8_t* model) {
-    Use camera;
-    camera.Note("kzc_state_get_model_number", 0, nullptr, 0);
-    if (camera->modelResult == 0) {
-        *model = camera->model;
+    const fakes::Reply reply = Use().Play("kzc_state_get_model_number");
+    if (reply.result == 0) {
+        *model = reply.bytes.empty() ? 58 : reply.bytes[0];
     }
-    return camera->modelResult;
+    return reply.result;
 }
 
 bool optionIdExists(uint32_t model, uint32_t settingId, uint32_t optionId) {
     Use camera;
     const auto pair = fakes::Le32({model, settingId, optionId});
-    camera.Note("optionIdExists", settingId, pair.data(), pair.size());
+    camera.Play("optionIdExists", settingId, pair.data(), pair.size());
     return !camera->optionExists || camera->optionExists(model, settingId, optionId);
 }
 
 int csi_get(uint8_t key, uint32_t bufferSize, uint32_t* length, void* buffer) {
     Use camera;
-    camera.Note("csi_get", key, nullptr, 0);
-    const int result = fakes::ResultOf(camera->csiGetResults, key);
+    const int result = camera.Play("csi_get", key).result;
     const auto found = camera->csi.find(key);
-    if (result != 0 || found == camera->csi.end() || found->second.size() > bufferSize) {
-        return result != 0 ? result : -1;
+    if (result != CSI_OK || found == camera->csi.end() || found->second.size() > bufferSize) {
+        return result != CSI_OK ? result : -1;
     }
-    if (!found->second.empty()) {
-        std::memcpy(buffer, found->second.data(), found->second.size());
-    }
+    std::copy(found->second.begin(), found->second.end(), static_cast<uint8_t*>(buffer));
     *length = static_cast<uint32_t>(found->second.size());
     return CSI_OK;
 }
 
 int csi_set(uint8_t key, const void* value, uint32_t length) {
     Use camera;
-    camera.Note("csi_set", key, value, length);
-    const int result = fakes::ResultOf(camera->csiSetResults, key);
+    const int result = camera.Play("csi_set", key, value, length).result;
     if (result == CSI_OK) {
         camera->csi[key] = fakes::Copy(value, length);
     }
@@ -270,28 +242,20 @@ int csi_set(uint8_t key, const void* value, uint32_t length) {
 }
 
 int kzIpcInit(const char* name, void* /*channel*/) {
-    Use camera;
-    camera.Note("kzIpcInit", 0, name, std::strlen(name));
-    return camera->ipcInit;
+    return Use().Play("kzIpcInit", 0, name, std::strlen(name)).result;
 }
 
 int kzIpcSend(void* /*channel*/, const void* record, uint32_t length) {
-    Use camera;
-    camera.Note("kzIpcSend", 0, record, length);
-    return camera->ipcSend;
+    return Use().Play("kzIpcSend", 0, record, length).result;
 }
 
 int kzIpcDestroy(void* /*channel*/) {
-    Use camera;
-    camera.Note("kzIpcDestroy", 0, nullptr, 0);
-    return camera->ipcDestroy;
+    return Use().Play("kzIpcDestroy").result;
 }
 
 int system(const char* command) {
-    Use camera;
-    camera.Note("system", 0, command, std::strlen(command));
-    errno = camera->systemError;
-    return camera->systemResult;
+    errno = ENOMEM;  // for a scripted failure
+    return Use().Play("system", 0, command, std::strlen(command)).result;
 }
 
 }  // extern "C"

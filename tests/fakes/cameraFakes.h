@@ -20,6 +20,9 @@ using Bytes = std::vector<uint8_t>;
 Bytes Le32(std::initializer_list<uint32_t> numbers);
 Bytes Le32(uint32_t number);
 Bytes BytesOf(std::string_view text);
+// "0a ff", and back.
+Bytes FromHex(const std::string& hex);
+std::string ToHex(const Bytes& bytes);
 
 // One call of the code under test.
 struct Call {
@@ -29,13 +32,11 @@ struct Call {
 
     friend bool operator==(const Call&, const Call&) = default;
 };
-std::ostream& operator<<(std::ostream& out, const Call& call);
+std::ostream& operator<<(std::ostream& out, const Call& call);  // "command 30: 02 00", "csi_get 97", "kzIpcDestroy"
 
 // The calls a test expects, in the words of the code under test.
 Call Command(uint32_t id, Bytes argument = {});
 Call CsiSet(uint8_t key, Bytes value);
-Call CsiGet(uint8_t key);
-Call System(std::string_view command);
 
 // ---- the script; Reset brings back an accepting camera without values and forgets the calls
 void Reset();
@@ -49,9 +50,8 @@ void SetCsi(uint8_t key, Bytes value);
 void SetCameraInfo(int result, Bytes record);  // 434 bytes; a shorter record is filled up with zeros
 void SetModelNumber(int result, uint8_t model);
 void SetOptionExists(std::function<bool(uint32_t model, uint32_t setting, uint32_t option)> exists);
-void SetInterfaceOpen(int result);
 void SetIpcResults(int init, int send, int destroy);
-void SetSystemResult(int result, int error = 0);  // with errno `error`
+void SetSystemResult(int result);  // with errno ENOMEM
 
 // ---- the record
 std::vector<Call> Calls();

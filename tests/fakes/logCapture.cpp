@@ -12,6 +12,7 @@ namespace {
 
 std::mutex s_mutex;
 bool s_capturing = false;
+bool s_copies = false;  // to standard error
 std::vector<LogLine> s_lines;
 
 constexpr const char* kLevelNames[] = {" OFF ", "FATAL", "ERROR", "WARN ", "DEBUG", "INFO ", "TRACE"};
@@ -22,27 +23,28 @@ LogLine Split(const std::string& line) {
     const size_t close = open == std::string::npos ? open : line.find(']', open + 3);
     const size_t at = line.rfind(" @");
     if (close == std::string::npos || at == std::string::npos || at < close + 2) {
-        return {"", line, ""};
+        return {"", line, line};
     }
-    const size_t colon = line.rfind(':');
-    return {line.substr(open + 3, close - open - 3), line.substr(close + 2, at - close - 2),
-            line.substr(at + 2, colon == std::string::npos || colon < at ? colon : colon - at - 2)};
+    return {line.substr(open + 3, close - open - 3), line.substr(close + 2, at - close - 2), line};
+}
+
+size_t CountIf(const std::vector<LogLine>& lines, const auto& matches) {
+    return static_cast<size_t>(std::count_if(lines.begin(), lines.end(), matches));
 }
 
 }  // namespace
 
-LogCapture::LogCapture(int level) : m_savedLevel(g_logLevel) {
+LogCapture::LogCapture(int level) : m_savedLevel(g_logLevel), m_savedDebugLevel(g_debug_level) {
     g_logLevel = level;
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    Clear();
     s_capturing = true;
-    s_lines.clear();
 }
 
 LogCapture::~LogCapture() {
     g_logLevel = m_savedLevel;
-    const std::lock_guard<std::mutex> lock(s_mutex);
+    g_debug_level = m_savedDebugLevel;
+    Clear();
     s_capturing = false;
-    s_lines.clear();
 }
 
 std::vector<LogLine> LogCapture::Lines() const {
@@ -59,10 +61,13 @@ std::vector<std::string> LogCapture::Texts() const {
 }
 
 bool LogCapture::Has(std::string_view text, int level) const {
-    const auto lines = Lines();
-    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
-        return line.text == text && (level == 0 || line.level == kLevelNames[level]);
-    });
+    return CountIf(Lines(), [&](const LogLine& line) {
+               return line.text == text && (level == 0 || line.level == kLevelNames[level]);
+           }) > 0;
+}
+
+size_t LogCapture::Count(std::string_view part) const {
+    return CountIf(Lines(), [&](const LogLine& line) { return line.whole.find(part) != std::string::npos; });
 }
 
 void LogCapture::Clear() {
@@ -75,7 +80,10 @@ void LogCapture::Clear() {
 // Without <syslog.h>, whose priority names are those of our levels.
 extern "C" {
 
-void openlog(const char* /*ident*/, int /*options*/, int /*facility*/) {}
+void openlog(const char* /*ident*/, int options, int /*facility*/) {
+    constexpr int kPerror = 0x20;
+    fakes::s_copies = (options & kPerror) != 0;
+}
 void closelog() {}
 
 __attribute__((format(printf, 2, 3))) void syslog(int /*priority*/, const char* format, ...) {
@@ -85,6 +93,9 @@ __attribute__((format(printf, 2, 3))) void syslog(int /*priority*/, const char* 
     std::vsnprintf(text, sizeof(text), format, args);
     va_end(args);
     const std::lock_guard<std::mutex> lock(fakes::s_mutex);
+    if (fakes::s_copies) {
+        std::fprintf(stderr, "library: %s\n", text);
+    }
     if (fakes::s_capturing) {
         fakes::s_lines.push_back(fakes::Split(text));
     }

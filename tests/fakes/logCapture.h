@@ -1,5 +1,5 @@
 // Collects what the daemon logs: syslog(3) is played inside the test program. While no capture lives, lines are
-// dropped.
+// dropped. Like the real one it copies lines to standard error once it was opened with LOG_PERROR.
 #pragma once
 
 #include <string>
@@ -9,12 +9,13 @@
 namespace fakes {
 
 struct LogLine {
-    std::string level;  // "ERROR", "WARN ", "DEBUG", "INFO ", "TRACE"
-    std::string text;   // without location
-    std::string file;
+    std::string level;  // "ERROR", "WARN ", "DEBUG", "INFO ", "TRACE"; empty for a debug print
+    std::string text;   // without time, level and location
+    std::string whole;
 };
 
-// Sets the log level and collects lines for its own life; one at a time. Thread-safe towards the logging code.
+// Sets the log level and collects lines for its own life, at the end of which it restores log level and debug mask; one
+// at a time. Thread-safe towards the logging code.
 class LogCapture {
   public:
     explicit LogCapture(int level);
@@ -26,10 +27,13 @@ class LogCapture {
     std::vector<std::string> Texts() const;
     // Whether a line has exactly this text, at this level where one is given (2 to 6).
     bool Has(std::string_view text, int level = 0) const;
+    // How many lines contain this, with level and location.
+    size_t Count(std::string_view part) const;
     void Clear();
 
   private:
     int m_savedLevel;
+    unsigned m_savedDebugLevel;
 };
 
 }  // namespace fakes

@@ -3,390 +3,228 @@
 
 namespace {
 
-class CommandTest : public HandlersTest<BleCommandMessage> {};
-
-struct Row {
-    const char* name;
-    Bytes request;
-    Calls calls;
-    Bytes answer;
-    uint8_t callerId = KZ_CALLER_BLE_RC;
-};
+using CommandTest = HandlersTest<BleCommandMessage>;
 
 // Every command that becomes one command of the control daemon.
-const Row kForwarded[] = {
-    {"eBleCommandShutter", {1, 1, 1}, {Command(3, {1})}, {1, 0}},
-    {"eBleCommandMode", {2, 1, 1}, {Command(4, Le32(1))}, {2, 0}},
-    {"eBleCommandMode", {2, 1, 1}, {Command(59, Le32(1))}, {2, 0}, KZ_CALLER_VOICE},
-    {"eBleCommandModeSubMode", {3, 1, 2, 2, 1, 0}, {Command(5, Le32({2, 256}))}, {3, 0}},
-    {"eBleCommandModeSubMode", {3, 1, 0, 1, 0}, {Command(59, {0})}, {3, 0}, KZ_CALLER_VOICE},
-    {"eBleCommandModeSubMode", {3, 1, 1, 1, 0}, {Command(59, {1})}, {3, 0}, KZ_CALLER_VOICE},
-    {"eBleCommandModeSubMode", {3, 1, 2, 1, 1}, {Command(59, {2})}, {3, 0}, KZ_CALLER_VOICE},
-    {"eBleCommandModeSubMode", {3, 1, 2, 1, 0}, {Command(59, {19})}, {3, 0}, KZ_CALLER_VOICE},
-    {"eBleCommandModeSubMode", {3, 1, 3, 1, 0}, {Command(59, {255})}, {3, 0}, KZ_CALLER_VOICE},
-    {"eBleCommandPower", {4}, {Command(35)}, {4, 0}},
-    {"eBleCommandSleep", {5}, {Command(36)}, {5, 0}},
-    {"eBleCommandCancelWifiRemotePair", {8}, {Command(26)}, {8, 0}},
-    {"eBleCommandVideoFulgradeReset", {10, 1, 9}, {Command(27)}, {10, 0}},
-    {"eBleCommandMultiShotFulgradeReset", {11, 1, 9}, {Command(29)}, {11, 0}},
-    {"eBleCommandPhotoFulgradeReset", {12, 1, 9}, {Command(28)}, {12, 0}},
-    {"eBleCommandSetDateAndTime",
-     {13, 7, 0x07, 0xE8, 2, 29, 23, 59, 58},
-     {Command(6, {0xE8, 0x07, 2, 29, 23, 59, 58, 0xFF, 0x7F, 0})},
-     {13, 0}},
-    {"eBleCommandSetDateAndTimeDST",
-     {15, 10, 0x07, 0xE8, 2, 29, 23, 59, 58, 0xFD, 0x30, 1},
-     {Command(6, {0xE8, 0x07, 2, 29, 23, 59, 58, 0x30, 0xFD, 1})},
-     {15, 0}},
-    {"eBleCommandLocate", {22, 1, 1}, {Command(37, {1})}, {22, 0}},
-    {"eBleCommandAPControl", {23, 4, 0, 0, 1, 0}, {Command(16, Le32(256))}, {23, 0}},
-    {"eBleCommandTagMoment", {24}, {Command(7)}, {24, 0}},
-    {"eBleCommandRemotePair", {25}, {Command(25)}, {25, 0}},
-    {"eBleCommandiVoiceEditMyStory", {26}, {Command(62)}, {26, 0}},
-    {"eBleCommandSetButton",
-     {27, 4, 0xAA, 0xBB, 3, 2},
-     {CsiSet(92, {KZ_CALLER_BLE_RC}), Command(88, Le32({3, 2}))},
-     {27, 0}},
-    {"eBleCommandVoicePhotoTake", {32}, {Command(52)}, {32, 0}},
-    {"eBleCommandVoiceVideoStart", {33}, {Command(53)}, {33, 0}},
-    {"eBleCommandVoiceVideoStop", {34}, {Command(54)}, {34, 0}},
-    {"eBleCommandVoiceTimelapseStart", {35}, {Command(55)}, {35, 0}},
-    {"eBleCommandVoiceTimelapseStop", {36}, {Command(56)}, {36, 0}},
-    {"eBleCommandVoiceBurstTake", {37}, {Command(57)}, {37, 0}},
-    {"eBleCommandVoiceTag", {38}, {Command(58)}, {38, 0}},
-    {"eBleCommandiVoiceDeleteLast", {39}, {Command(63)}, {39, 0}},
-    {"eBleCommandBLEControl", {61, 1, 5}, {Command(65, Le32(5))}, {61, 0}},
-    {"eBleCommandBLEControl", {61}, {Command(65, Le32(0))}, {61, 0}},
-    {"eBleCommandSetMode", {62, 2, 0x01, 0x02}, {Command(67, {0x02, 0x01})}, {62, 0}},
-    {"eBleCommandFulgradeReset", {63}, {Command(68)}, {63, 0}},
-    {"eBleCommandSetPreset", {64, 2, 0x01, 0x00}, {Command(76, {0x08, 0x80, 0x02})}, {64, 0}},
-    {"eBleCommandSetPreset", {64}, {Command(76, {0x08, 0x00})}, {64, 0}},
-    {"eBleCommandSetPreset", {64, 1, 1, 1, 1}, {Command(76, {0x08, 0x00})}, {64, 0}},
-    {"eBleCommandDeleteAllFiles", {65}, {Command(12)}, {65, 0}},
-    {"eBleCommandDeleteLastFile", {66}, {Command(10)}, {66, 0}},
-    {"eBleCommandGetThirdPartyApiVersion", {81}, {}, {81, 0, 1, 2, 1, 0}},
+// clang-format off
+const Exchange kForwarded[] = {
+    {"eBleCommandShutter", "01 01 01", "command 3: 01", "01 00"},
+    {"eBleCommandMode", "02 01 01", "command 4: 01 00 00 00", "02 00"},
+    {"eBleCommandModeSubMode", "03 01 02 02 01 00", "command 5: 02 00 00 00 00 01 00 00", "03 00"},
+    {"eBleCommandPower", "04", "command 35", "04 00"},
+    {"eBleCommandSleep", "05", "command 36", "05 00"},
+    {"eBleCommandCancelWifiRemotePair", "08", "command 26", "08 00"},
+    {"eBleCommandVideoFulgradeReset", "0a 01 09", "command 27", "0a 00"},
+    {"eBleCommandMultiShotFulgradeReset", "0b 01 09", "command 29", "0b 00"},
+    {"eBleCommandPhotoFulgradeReset", "0c 01 09", "command 28", "0c 00"},
+    {"eBleCommandSetDateAndTime", "0d 07 07 e8 02 1d 17 3b 3a", "command 6: e8 07 02 1d 17 3b 3a ff 7f 00", "0d 00"},
+    {"eBleCommandSetDateAndTimeDST", "0f 0a 07 e8 02 1d 17 3b 3a fd 30 01",
+     "command 6: e8 07 02 1d 17 3b 3a 30 fd 01", "0f 00"},  // the first offset there is, -720 minutes
+    {"eBleCommandSetDateAndTimeDST", "0f 0a 07 e8 02 1d 17 3b 3a 03 48 00",
+     "command 6: e8 07 02 1d 17 3b 3a 48 03 00", "0f 00"},  // the last one, 840
+    {"eBleCommandLocate", "16 01 01", "command 37: 01", "16 00"},
+    {"eBleCommandAPControl", "17 04 00 00 01 00", "command 16: 00 01 00 00", "17 00"},
+    {"eBleCommandTagMoment", "18", "command 7", "18 00"},
+    {"eBleCommandRemotePair", "19", "command 25", "19 00"},
+    {"eBleCommandiVoiceEditMyStory", "1a", "command 62", "1a 00"},
+    {"eBleCommandSetButton", "1b 04 aa bb 03 02", "csi_set 92: 0b, command 88: 03 00 00 00 02 00 00 00", "1b 00"},
+    {"eBleCommandVoicePhotoTake", "20", "command 52", "20 00"},
+    {"eBleCommandVoiceVideoStart", "21", "command 53", "21 00"},
+    {"eBleCommandVoiceVideoStop", "22", "command 54", "22 00"},
+    {"eBleCommandVoiceTimelapseStart", "23", "command 55", "23 00"},
+    {"eBleCommandVoiceTimelapseStop", "24", "command 56", "24 00"},
+    {"eBleCommandVoiceBurstTake", "25", "command 57", "25 00"},
+    {"eBleCommandVoiceTag", "26", "command 58", "26 00"},
+    {"eBleCommandiVoiceDeleteLast", "27", "command 63", "27 00"},
+    {"eBleCommandBLEControl", "3d 01 05", "command 65: 05 00 00 00", "3d 00"},
+    {"eBleCommandBLEControl", "3d", "command 65: 00 00 00 00", "3d 00"},
+    {"eBleCommandSetMode", "3e 02 01 02", "command 67: 02 01", "3e 00"},
+    {"eBleCommandFulgradeReset", "3f", "command 68", "3f 00"},
+    {"eBleCommandSetPreset", "40 02 01 00", "command 76: 08 80 02", "40 00"},
+    {"eBleCommandSetPreset", "40", "command 76: 08 00", "40 00"},
+    {"optional parameter for this command, 2 provided!", "40 01 01 01 01", "command 76: 08 00", "40 00"},
+    {"eBleCommandDeleteAllFiles", "41", "command 12", "41 00"},
+    {"eBleCommandDeleteLastFile", "42", "command 10", "42 00"},
 };
+const Exchange kOfAVoiceClient[] = {
+    {"eBleCommandMode", "02 01 01", "command 59: 01 00 00 00", "02 00"},
+    {"eBleCommandModeSubMode", "03 01 00 01 00", "command 59: 00", "03 00"},
+    {"eBleCommandModeSubMode", "03 01 01 01 00", "command 59: 01", "03 00"},
+    {"eBleCommandModeSubMode", "03 01 02 01 01", "command 59: 02", "03 00"},
+    {"eBleCommandModeSubMode", "03 01 02 01 00", "command 59: 13", "03 00"},
+    {"eBleCommandModeSubMode", "03 01 03 01 00", "command 59: ff", "03 00"},
+};
+// What a command refuses without a word to the camera; every number of parameters a command does not take is below.
+const Exchange kRefused[] = {
+    {"Need 2 parameters for this command, 1 provided!", "03 01 01", "", "03 02"},
+    {"Need 1 parameters for this command, 2 provided!", "1b 01 01 01 01", "csi_set 92: 0b", "1b 02"},
+    {"", "0d 06 07 e8 01 01 00 00", "", "0d 02"},
+    {"", "0d 08 07 e8 01 01 00 00 00 00", "", "0d 02"},
+    {"", "3e 01 01", "", "3e 02"},
+    {"", "3e 03 01 01 01", "", "3e 02"},
+    {"Invalid param length, expected 10, got 7", "0f 07 07 e8 01 01 00 00 00", "", "0f 02"},
+    {"Invalid DST / TZ range", "0f 0a 07 e8 01 01 00 00 00 fd 2f 00", "", "0f 02"},
+    {"Invalid DST / TZ range", "0f 0a 07 e8 01 01 00 00 00 03 49 00", "", "0f 02"},
+    {"Invalid DST / TZ range", "0f 0a 07 e8 01 01 00 00 00 00 00 02", "", "0f 02"},
+    {"Received invalid ble command:0 from a device", "00 01 01", "", "00 02"},
+    {"Received invalid ble command:242 from a device", "f2 01 01", "", "f2 02"},
+    {"", "", "", "00 02"},
+    {"", "01 00", "", "01 02"},
+    {"", "01 02 01", "", "01 02"},
+    {"", "01 01 01 03", "", "01 02"},
+    {"", "f1", "", "f1 02"},
+};
+// clang-format on
 
-const char kNeedOne[] = "Need one parameter for this command, %d provided!";
-const char kNeedZero[] = "Need zero parameter for this command, %d provided!";
-const char kNeedZeros[] = "Need zero parameters for this command, %d provided!";
-
-std::string WithCount(std::string text, int count) {
-    return text.replace(text.find("%d"), 2, std::to_string(count));
-}
-
-Bytes Text(std::string_view text) {
-    return fakes::BytesOf(text);
-}
-
-// The camera's record: texts at their offsets.
-Bytes CameraInfo(uint32_t model) {
+// The camera's record: a letter of its own at each field's offset.
+Bytes CameraInfo(uint8_t model) {
     Bytes record(434, 0);
-    const auto put = [&](size_t offset, const Bytes& bytes) { std::copy(bytes.begin(), bytes.end(), &record[offset]); };
-    put(0, Le32(model));
-    put(4, Text("NAME"));
-    put(69, Text("BOARD"));
-    put(134, Text("H1.00"));
-    put(199, Text("C123"));
-    put(264, Text("SSID"));
-    put(297, Text("00:11"));
-    put(362, {0x21});
-    put(368, Text("EXTRA"));
-    put(433, {0x22});
+    record[0] = model;
+    uint8_t letter = 'A';
+    for (const size_t offset : {4, 69, 134, 199, 264, 297, 362, 368, 433}) {
+        record[offset] = letter++;
+    }
     return record;
-}
-
-Bytes Counted(std::string_view text) {
-    return Bytes{static_cast<uint8_t>(text.size())} + Text(text);
-}
-
-Bytes CameraInfoAnswer(uint8_t model, uint8_t form, uint8_t forced) {
-    return Bytes{60, 0, 4, 0, 0, 0, model} + Counted("NAME") + Counted("BOARD") + Counted("H1.00") + Counted("C123") +
-           Counted("SSID") + Counted("00:11") + Bytes{1, 0x21, 1, form, 1, forced} + Counted("EXTRA") + Bytes{1, 0x22};
 }
 
 }  // namespace
 
 TEST_F(CommandTest, EachCommandReachesTheCameraWithItsArgument) {
-    for (const Row& row : kForwarded) {
-        SCOPED_TRACE(testing::Message() << row.name << " of caller " << int{row.callerId});
-        m_client.m_deviceType = row.callerId;
-        const fakes::LogCapture log(KZ_LOG_DEBUG);
-
-        const Outcome outcome = Run(row.request);
-
-        EXPECT_EQ(fakes::Calls()[0], CsiSet(92, {row.callerId}));
-        EXPECT_EQ(CallsAfterReport(), row.calls);
-        EXPECT_EQ(outcome.code, KZ_OK);
-        EXPECT_EQ(outcome.answer, row.answer);
-        EXPECT_TRUE(log.Has(row.name, KZ_LOG_DEBUG));
-    }
+    PlayAll(kForwarded);
+    EXPECT_EQ(fakes::Calls()[0], fakes::CsiSet(92, {KZ_CALLER_BLE_RC})) << "the driver is reported first";
+    m_client.m_deviceType = KZ_CALLER_VOICE;
+    PlayAll(kOfAVoiceClient);
+    EXPECT_EQ(fakes::Calls()[0], fakes::CsiSet(92, {KZ_CALLER_VOICE}));
 }
 
-TEST_F(CommandTest, TheControlDaemonsRefusalIsTheAnswer) {
-    const struct {
-        int code;
-        uint8_t result;
-    } kRefusals[] = {{-1, 1}, {-3, 2}, {-17, 1}, {5, 5}, {14, 14}, {15, 1}, {-101, 1}};
-    for (const auto& row : kRefusals) {
-        SCOPED_TRACE(row.code);
-        fakes::OnCommand(KZCONTROL_COMMAND_SHUTTER, row.code);
-        fakes::OnCommand(KZCONTROL_SYSTEM_SLEEP, row.code);
-
-        EXPECT_EQ(Run({1, 1, 1}).answer, (Bytes{1, row.result}));
-        EXPECT_EQ(Run({5}).answer, (Bytes{5, row.result}));
+TEST_F(CommandTest, TheControlDaemonsRefusalIsTheAnswerAndAPresetsAPlainFailure) {
+    for (uint32_t command = 0; command < KZCONTROL_CMD_LAST; ++command) {
+        fakes::OnCommand(command, 6);
     }
+    for (const Exchange& row : kForwarded) {
+        Play({"", row.request, row.calls, row.request.substr(0, 2) + (row.request.starts_with("40") ? " 01" : " 06")});
+    }
+    Play({"Failed KZCONTROL_PRESET_LOAD", "40", "command 76: 08 00", "40 01"});
+}
+
+TEST_F(CommandTest, WhatACommandCannotTakeIsRefusedWithoutTheCamera) {
+    PlayAll(kRefused);
 }
 
 TEST_F(CommandTest, AWrongNumberOfParametersIsRefusedWithItsText) {
+    const Bytes needOne = {1, 2, 10, 11, 12, 13, 15, 22, 23, 28, 62};
     const struct {
-        std::vector<uint8_t> ids;
-        int provided;
-        const char* text;
+        Bytes ids;
+        std::string parameters;
+        std::string text;
     } kRows[] = {
-        {{1, 2, 10, 11, 12, 13, 15, 22, 23, 28, 62}, 0, kNeedOne},
-        {{1, 2, 10, 11, 12, 13, 15, 22, 23, 28, 62}, 2, kNeedOne},
-        {{3}, 1, "Need 2 parameters for this command, %d provided!"},
-        {{27}, 2, "Need 1 parameters for this command, %d provided!"},
-        {{4, 5, 14, 16, 65, 66, 80, 81}, 1, kNeedZeros},
-        {{8, 24, 25, 26, 32, 33, 34, 35, 36, 37, 38, 39, 60, 63}, 1, kNeedZero},
+        {needOne, "", "Need one parameter for this command, 0 provided!"},
+        {needOne, " 01 01 01 01", "Need one parameter for this command, 2 provided!"},
+        {{4, 5, 14, 16, 65, 66, 80, 81}, " 01 01", "Need zero parameters for this command, 1 provided!"},
+        {{8, 24, 25, 26}, " 01 01", "Need zero parameter for this command, 1 provided!"},
+        {{32, 33, 34, 35, 36, 37, 38, 39, 60, 63}, " 01 01", "Need zero parameter for this command, 1 provided!"},
     };
     for (const auto& row : kRows) {
         for (const uint8_t id : row.ids) {
-            SCOPED_TRACE(testing::Message() << "command " << int{id} << " with " << row.provided);
-            const fakes::LogCapture log(KZ_LOG_ERROR);
-            Bytes request{id};
-            for (int i = 0; i < row.provided; ++i) {
-                request = request + Bytes{1, 1};
-            }
-
-            const Outcome outcome = Run(request);
-
-            EXPECT_EQ(outcome.answer, (Bytes{id, 2}));
-            EXPECT_EQ(fakes::Calls("command"), Calls());
-            EXPECT_EQ(log.Texts(), std::vector<std::string>{WithCount(row.text, row.provided)});
+            Play({row.text, ToHex({id}) + row.parameters, "", ToHex({id, 2})});
         }
     }
 }
 
-TEST_F(CommandTest, OptionalParametersAreOnlyRemarkedUpon) {
-    const fakes::LogCapture log(KZ_LOG_DEBUG);
-
-    Run({61, 1, 1, 1, 2});
-    Run({64, 1, 1, 1, 2});
-
-    EXPECT_TRUE(log.Has("optional parameter for this command, 2 provided!", KZ_LOG_WARN));
-    EXPECT_TRUE(log.Has("optional parameter for this command, 2 provided!", KZ_LOG_ERROR));
-    EXPECT_TRUE(log.Has("Success KZCONTROL_PRESET_LOAD ", KZ_LOG_DEBUG));
-}
-
-TEST_F(CommandTest, IdsWithoutAHandlerAreRefused) {
-    for (int id = 0; id < 256; ++id) {
-        const bool known = std::any_of(std::begin(kForwarded), std::end(kForwarded),
-                                       [&](const Row& row) { return row.request[0] == id; }) ||
-                           id == 14 || id == 16 || id == 28 || (id >= 58 && id <= 60) || id == 80 || id >= 240;
-        if (known || id == 0) {
-            continue;
-        }
-        SCOPED_TRACE(id);
+TEST_F(CommandTest, IdsWithoutAHandlerAreRefusedAndOnlyTheWithdrawnOnesSilently) {
+    const Bytes withdrawn = {6, 7, 50, 51, 52, 53, 54, 55, 56, 57};
+    for (const uint8_t id : Bytes{9, 17, 29, 31, 40, 49, 67, 82, 239} + withdrawn) {
         const fakes::LogCapture log(KZ_LOG_WARN);
+        const bool silent = std::find(withdrawn.begin(), withdrawn.end(), id) != withdrawn.end();
 
-        const Outcome outcome = Run({static_cast<uint8_t>(id)});
-
-        EXPECT_EQ(outcome.answer, (Bytes{static_cast<uint8_t>(id), 2}));
-        const bool silent = id == 6 || id == 7 || (id >= 50 && id <= 57);
-        EXPECT_EQ(log.Lines().size(), silent ? 0u : 1u);
-        EXPECT_EQ(log.Has("Unrecognized/unhandled command from ble. command_id:" + std::to_string(id), KZ_LOG_WARN),
-                  !silent);
+        EXPECT_EQ(Run({id}), (Bytes{id, 2}));
+        EXPECT_EQ(
+            log.Texts(),
+            silent ? Texts{} : Texts{"Unrecognized/unhandled command from ble. command_id:" + std::to_string(id)});
     }
 }
 
-TEST_F(CommandTest, IdsOutsideTheProtocolAreParseErrors) {
-    for (const uint8_t id : Bytes{0, 242, 255}) {
-        SCOPED_TRACE(int{id});
-        const fakes::LogCapture log(KZ_LOG_INFO);
-
-        const Outcome outcome = Run({id, 1, 1});
-
-        EXPECT_EQ(outcome.answer, (Bytes{id, 2}));
-        EXPECT_EQ(fakes::Calls(), Calls());
-        EXPECT_TRUE(log.Has("Received invalid ble command:" + std::to_string(id) + " from a device", KZ_LOG_INFO));
-    }
-}
-
-TEST_F(CommandTest, ParametersThatDoNotFitTheMessageAreParseErrors) {
-    EXPECT_EQ(Run({}).answer, (Bytes{0, 2}));
-    EXPECT_EQ(Run({1, 0}).answer, (Bytes{1, 2}));
-    EXPECT_EQ(Run({1, 2, 1}).answer, (Bytes{1, 2}));
-    EXPECT_EQ(Run({1, 1, 1, 3}).answer, (Bytes{1, 2}));
-    EXPECT_EQ(Run({241}).answer, (Bytes{241, 2}));
-    EXPECT_EQ(fakes::Calls(), Calls());
-}
-
-TEST_F(CommandTest, TheAnalyticsSourceNamesAThirdPartyAsAPhone) {
+TEST_F(CommandTest, AThirdPartyIsReportedAsAPhoneButItsButtonAsItsOwn) {
     m_client.m_deviceType = KZ_CALLER_THIRD_PARTY;
     fakes::OnCsiSet(CSI_ANALYTICS_SOURCE, 9);
     const fakes::LogCapture log(KZ_LOG_ERROR);
 
-    const Outcome outcome = Run({27, 2, 1, 1});
+    EXPECT_EQ(Answer("1b 02 01 01"), "1b 00");
 
-    const Calls expected{CsiSet(92, {KZ_CALLER_BLE_RC}), CsiSet(92, {KZ_CALLER_THIRD_PARTY}),
-                         Command(88, Le32({1, 1}))};
-    EXPECT_EQ(fakes::Calls(), expected) << "a button counts for the client itself";
-    EXPECT_EQ(log.Texts(),
-              (std::vector<std::string>{"csi_set CSI_ANALYTICS_SOURCE failed - status 9",
-                                        "csi_set CSI_ANALYTICS_SOURCE failed for KZ_CALLER_BLE_RC - status 9"}));
-    EXPECT_EQ(outcome.answer, (Bytes{27, 0}));
+    EXPECT_EQ(fakes::Calls()[0], fakes::CsiSet(92, {KZ_CALLER_BLE_RC}));
+    EXPECT_EQ(fakes::Calls()[1], fakes::CsiSet(92, {KZ_CALLER_THIRD_PARTY}));
+    EXPECT_EQ(log.Texts(), (Texts{"csi_set CSI_ANALYTICS_SOURCE failed - status 9",
+                                  "csi_set CSI_ANALYTICS_SOURCE failed for KZ_CALLER_BLE_RC - status 9"}));
 }
 
-TEST_F(CommandTest, AButtonIsIgnoredWhileItsAccessoryIsUpdated) {
-    m_client.m_accessoryUpdatePending = true;
-    const fakes::LogCapture log(KZ_LOG_ERROR);
+TEST_F(CommandTest, AThirdPartyIsRememberedAlsoWhenItsCommandIsRefused) {
+    Play({"", "50 01 01", "", "50 02"});
+    EXPECT_EQ(m_client.m_deviceType, KZ_CALLER_THIRD_PARTY);
 
-    const Outcome outcome = Run({27});
-
-    EXPECT_EQ(outcome.answer, (Bytes{27, 1}));
-    EXPECT_EQ(fakes::Calls("command"), Calls());
-    EXPECT_EQ(log.Texts(), std::vector<std::string>{"Accessory updateing, ignore button press"});
-}
-
-TEST_F(CommandTest, ClockSettingsOfTheWrongSizeOrRangeAreRefused) {
-    const auto dst = [](int offset, uint8_t flag) {
-        return Bytes{15,  10, 7, 232, 1, 1, 0, 0, 0, static_cast<uint8_t>(offset >> 8), static_cast<uint8_t>(offset),
-                     flag};
-    };
-    const struct {
-        Bytes request;
-        uint8_t result;
-        std::vector<std::string> log;
-    } kRows[] = {
-        {{13, 6, 7, 232, 1, 1, 0, 0}, 2, {}},
-        {{13, 8, 7, 232, 1, 1, 0, 0, 0, 0}, 2, {}},
-        {{62, 1, 1}, 2, {}},
-        {{62, 3, 1, 1, 1}, 2, {}},
-        {{15, 7, 7, 232, 1, 1, 0, 0, 0}, 2, {"Invalid param length, expected 10, got 7"}},
-        {dst(-720, 1), 0, {}},
-        {dst(840, 0), 0, {}},
-        {dst(-721, 0), 2, {"Invalid DST / TZ range"}},
-        {dst(841, 0), 2, {"Invalid DST / TZ range"}},
-        {dst(0, 2), 2, {"Invalid DST / TZ range"}},
-    };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(testing::PrintToString(row.request));
-        const fakes::LogCapture log(KZ_LOG_WARN);
-
-        const Outcome outcome = Run(row.request);
-
-        EXPECT_EQ(outcome.answer, (Bytes{row.request[0], row.result}));
-        EXPECT_EQ(fakes::Calls("command").size(), row.result == 0 ? 1u : 0u);
-        EXPECT_EQ(log.Texts(), row.log);
-    }
+    Play({"", "50", "csi_set 87: 76 01 00 00", "50 00"});
+    Play({"eBleCommandGetThirdPartyApiVersion", "51", "", "51 00 01 02 01 00"});
 }
 
 TEST_F(CommandTest, TheClockIsAnsweredWithAndWithoutItsZone) {
-    fakes::OnCommand(KZCONTROL_GET_DATE_TIME, 0, {0xE8, 0x07, 2, 29, 23, 59, 58, 0x30, 0xFD, 1});
-    const fakes::LogCapture log(KZ_LOG_DEBUG);
-
-    const Bytes plain = Run({14}).answer;
-    const Bytes withZone = Run({16}).answer;
-
-    EXPECT_EQ(plain, (Bytes{14, 0, 8, 0x07, 0xE8, 2, 29, 23, 59, 58, 0}));
-    EXPECT_EQ(withZone, (Bytes{16, 0, 10, 0x07, 0xE8, 2, 29, 23, 59, 58, 0xFD, 0x30, 1}));
-    EXPECT_EQ(CallsAfterReport(), Calls{Command(98)});
-    EXPECT_TRUE(log.Has("y=2024 m=2 d=29 h=23 m=59 s=58 day=na", KZ_LOG_DEBUG));
-    EXPECT_TRUE(log.Has("y=2024 m=2 d=29 h=23 m=59 s=58 dstm=-720 dst_on=1", KZ_LOG_DEBUG));
+    fakes::OnCommand(KZCONTROL_GET_DATE_TIME, 0, FromHex("e8 07 02 1d 17 3b 3a 30 fd 01"));
+    Play({"y=2024 m=2 d=29 h=23 m=59 s=58 day=na", "0e", "command 98", "0e 00 08 07 e8 02 1d 17 3b 3a 00"});
+    Play({"y=2024 m=2 d=29 h=23 m=59 s=58 dstm=-720 dst_on=1", "10", "command 98",
+          "10 00 0a 07 e8 02 1d 17 3b 3a fd 30 01"});
 
     fakes::OnCommand(KZCONTROL_GET_DATE_TIME, 4, {0xE8, 0x07});
-    EXPECT_EQ(Run({14}).answer, (Bytes{14, 4}));
+    EXPECT_EQ(Answer("0e"), "0e 04");
 }
 
 TEST_F(CommandTest, CameraInformationIsAnsweredFieldByField) {
     const struct {
-        uint32_t model;
-        uint8_t form;
-        uint32_t forced;
-    } kRows[] = {{58, 1, 0}, {22, 2, 0}, {51, 2, 1}};
+        uint8_t model;
+        uint32_t forcedUpdate;
+        std::string answer;
+    } kRows[] = {
+        {58, 0, "3c 00 04 00 00 00 3a 01 41 01 42 01 43 01 44 01 45 01 46 01 47 01 01 01 00 01 48 01 49"},
+        {22, 0, "3c 00 04 00 00 00 16 01 41 01 42 01 43 01 44 01 45 01 46 01 47 01 02 01 00 01 48 01 49"},
+        {51, 1, "3c 00 04 00 00 00 33 01 41 01 42 01 43 01 44 01 45 01 46 01 47 01 02 01 01 01 48 01 49"},
+    };
     for (const auto& row : kRows) {
         fakes::SetCameraInfo(0, CameraInfo(row.model));
-        KzBleServer::GetInstance()->m_csiCache[CSI_FORCED_UPDATE] = row.forced;
+        SetCsi(CSI_FORCED_UPDATE, row.forcedUpdate);
         m_client.m_deviceType = KZ_CALLER_UNKNOWN;
 
-        const Outcome outcome = Run({60});
-
-        EXPECT_EQ(outcome.answer,
-                  CameraInfoAnswer(static_cast<uint8_t>(row.model), row.form, static_cast<uint8_t>(row.forced)));
-        EXPECT_EQ(fakes::Calls()[0], CsiSet(92, {KZ_CALLER_UNKNOWN}));
+        EXPECT_EQ(Answer("3c"), row.answer);
         EXPECT_EQ(m_client.m_deviceType, KZ_CALLER_BLE_RC);
     }
-}
-
-TEST_F(CommandTest, CameraInformationWithoutTerminatorsEndsWithItsFields) {
     fakes::SetCameraInfo(0, Bytes(434, 'x'));
-
-    const Bytes answer = Run({60}).answer;
-
-    EXPECT_EQ(answer.size(), 2u + 5 + 4 * 66 + 34 + 66 + 3 * 2 + 66 + 2);
-    EXPECT_EQ(answer[7], 65);
+    EXPECT_EQ(Run({60}).size(), 2u + 5 + 4 * 66 + 34 + 66 + 3 * 2 + 66 + 2) << "texts end with their fields";
 }
 
-TEST_F(CommandTest, CameraInformationIsRefusedWhileTheCameraResumes) {
-    KzBleServer::GetInstance()->m_csiCache[CSI_SYSTEM_STATE] = SYS_SUSPENDED_UNSAFE;
-    const fakes::LogCapture log(KZ_LOG_ERROR);
+TEST_F(CommandTest, TheStateOfCameraAndAccessoryMayRefuse) {
+    m_client.m_accessoryUpdatePending = true;
+    SetCsi(CSI_SYSTEM_STATE, SYS_SUSPENDED_UNSAFE);
+    KzBleServer::GetInstance()->m_fileTransferSlots = 1;
 
-    const Outcome outcome = Run({60});
-
-    EXPECT_EQ(outcome.code, KZ_ERR_ACCESS_DENIED);
-    EXPECT_EQ(outcome.answer, (Bytes{60, 1}));
-    EXPECT_EQ(log.Texts(),
-              std::vector<std::string>{"Camera Info command while still resuming, return error, mobile should retry"});
+    Play({"Accessory updateing, ignore button press", "1b", "csi_set 92: 0b", "1b 01"});
+    Play({"Camera Info command while still resuming, return error, mobile should retry", "3c", "", "3c 01"});
+    Play({"No File transfer slot available", "3b", "", "3b 01"});
 }
 
 TEST_F(CommandTest, TheSettingsVersionIsTheModelsAndFitsAParameter) {
     BleSDK::GetInstance()->m_pSettingsMapping->version = "1.3";
-    EXPECT_EQ(Run({58, 1, 1}).answer, (Bytes{58, 0, 3, '1', '.', '3'}));
+    EXPECT_EQ(Answer("3a 01 01"), "3a 00 03 31 2e 33");
 
     BleSDK::GetInstance()->m_pSettingsMapping->version = std::string(300, 'v');
-    EXPECT_EQ(Run({58}).answer, (Bytes{58, 0, 255} + Bytes(255, 'v')));
+    EXPECT_EQ(Run({58}), (Bytes{58, 0, 255} + Bytes(255, 'v')));
 }
 
-TEST_F(CommandTest, ASettingsTransferHasNoAnswerOrIsRefused) {
-    const fakes::LogCapture log(KZ_LOG_ERROR);
-
-    const Outcome started = Run({59, 1, 1});
-    KzBleServer::GetInstance()->m_fileTransferSlots = 1;
-    const Outcome refused = Run({59});
-
-    EXPECT_EQ(started.code, KZ_OK);
-    EXPECT_EQ(started.answer, Bytes());
-    EXPECT_TRUE(log.Has("Starting file transfer", KZ_LOG_ERROR));
-    EXPECT_EQ(refused.answer, (Bytes{59, 1}));
-    EXPECT_TRUE(log.Has("No File transfer slot available", KZ_LOG_ERROR));
+TEST_F(CommandTest, ASettingsTransferHasNoAnswer) {
+    Play({"Starting file transfer", "3b 01 01", "", ""});
     m_client.SetTransferringSettingsJSON(false);
-}
-
-TEST_F(CommandTest, AThirdPartyIsRememberedAlsoWhenItsCommandIsRefused) {
-    EXPECT_EQ(Run({80, 1, 1}).answer, (Bytes{80, 2}));
-    EXPECT_EQ(m_client.m_deviceType, KZ_CALLER_THIRD_PARTY);
-    EXPECT_EQ(CallsAfterReport(), Calls());
-
-    EXPECT_EQ(Run({80}).answer, (Bytes{80, 0}));
-    EXPECT_EQ(CallsAfterReport(), Calls{CsiSet(87, {0x76, 0x01, 0x00, 0x00})});
-}
-
-TEST_F(CommandTest, ARefusedPresetIsAPlainFailure) {
-    fakes::OnCommand(KZCONTROL_PRESET_LOAD, 7);
-    const fakes::LogCapture log(KZ_LOG_ERROR);
-
-    EXPECT_EQ(Run({64, 1, 5}).answer, (Bytes{64, 1}));
-
-    EXPECT_EQ(log.Texts(), std::vector<std::string>{"Failed KZCONTROL_PRESET_LOAD"});
 }
 
 TEST_F(CommandTest, AnAnswerLongerThanItsBufferIsRefused) {
     fakes::SetCameraInfo(0, CameraInfo(58));
-    const auto whole = static_cast<uint16_t>(Run({60}).answer.size());
+    const Bytes whole = Run({60});
 
-    EXPECT_EQ(Run({60}, whole).code, KZ_OK);
-    EXPECT_EQ(Run({60}, static_cast<uint16_t>(whole - 1)).answer, (Bytes{60, 1}));
-    EXPECT_EQ(Run({5}, 1).answer, Bytes());
+    EXPECT_EQ(Run({60}, static_cast<uint16_t>(whole.size())), whole);
+    EXPECT_EQ(Run({60}, static_cast<uint16_t>(whole.size() - 1)), (Bytes{60, 1}));
+    EXPECT_EQ(Run({5}, 1), Bytes());
 }

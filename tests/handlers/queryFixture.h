@@ -3,52 +3,59 @@
 
 #include <cjson/cJSON.h>
 
+#include <map>
+
 #include "bleQueryMessage.h"
 #include "handlersFixture.h"
 #include "jsonText.h"
 
 using Ints = std::vector<int>;
 
-// Settings 2, 5, 30 (4-byte values) and 59; statuses 8, 13 (4-byte), 29 (text), 33, 96 and 97 (4-byte). Status 8
-// switches a filter that forbids option 4 of setting 5.
-inline constexpr const char* kCatalogue = R"({"modes": [],
- "settings": [
-  {"id": 2, "display_name": "Resolution", "options": [{"id": 1, "display_name": "4K"}, {"id": 9, "display_name": "1080"}]},
-  {"id": 5, "display_name": "Rate", "options": [{"id": 3, "display_name": "60"}, {"id": 4, "display_name": "240"}]},
-  {"id": 30, "display_name": "Interval", "options": [{"id": 1000, "display_name": "1 s"}]},
-  {"id": 59, "display_name": "Power", "options": [{"id": 0, "display_name": "Never"}]}],
- "status": {"groups": [{"fields": [{"id": 8, "name": "Busy"}, {"id": 13, "name": "Progress"}, {"id": 29, "name": "SSID"},
-  {"id": 33, "name": "SD"}, {"id": 96, "name": "Group"}, {"id": 97, "name": "Preset"}]}]},
- "filters": [{"activated_by": [{"status_id": 8, "values": [1]}], "blacklist": [{"setting_id": 5, "opt_ids": [4]}]}]})";
+constexpr auto kStatus = NotificationClient::eNotifyStatus;
+constexpr auto kSettings = NotificationClient::eNotifySettings;
+constexpr auto kCapabilities = NotificationClient::eNotifyCapabilities;
+constexpr auto kCsi = NotificationClient::eNotifyCSI;
+constexpr auto kLcd = NotificationClient::eNotifyLcd;
+constexpr auto kLed = NotificationClient::eNotifyLed;
 
 class QueryTest : public HandlersTest<BleQueryMessage> {
   protected:
+    // Settings 2, 5, 30 (4-byte values) and 59; statuses 8, 13 (4-byte), 29 (text), 33, 96 and 97 (4-byte). Status 8
+    // switches a filter that forbids option 4 of setting 5.
     QueryTest() {
-        Load(kCatalogue);
-        Push(R"({"settings": {"2": 9, "5": 4, "30": 1000}, "status": {"8": 1, "13": 70000, "29": "cam"}})");
+        LoadSettings({{2, {1, 9}}, {5, {3, 4}}, {30, {1000}}, {59, {0}}});
+        PushValues(R"({"settings": {"2": 9, "5": 4, "30": 1000}, "status": {"8": 1, "13": 70000, "29": "cam"}})");
     }
 
-    ~QueryTest() override { KzBleServer::GetInstance()->m_csiCache.fill(0); }
-
-    static SettingsStatusMapping& Model() { return *BleSDK::LoadedMapping(); }
-
-    static void Load(const std::string& catalogue) {
-        BleSDK* sdk = BleSDK::GetInstance();
-        delete sdk->m_pSettingsMapping;
-        sdk->m_pSettingsMapping = new SettingsStatusMapping();
-        const JsonTree root(cJSON_Parse(catalogue.c_str()));
-        ASSERT_NE(root, nullptr);
-        ASSERT_TRUE(Model().ParseSettings(root.get()));
-        ASSERT_TRUE(Model().ParseStatus(root.get()));
-        Model().ParseFilters(root.get());
+    // The options of each setting; they become known with the first value of status 8.
+    static void LoadSettings(const std::map<int, Ints>& settings) {
+        std::string text;
+        for (const auto& [id, options] : settings) {
+            text +=
+                (text.empty() ? R"({"display_name":"S","id":)" : R"(,{"display_name":"S","id":)") + std::to_string(id);
+            for (size_t i = 0; i < options.size(); ++i) {
+                text += (i == 0 ? R"(,"options":[{"display_name":"O","id":)" : R"(,{"display_name":"O","id":)") +
+                        std::to_string(options[i]) + "}";
+            }
+            text += "]}";
+        }
+        const JsonTree root(
+            cJSON_Parse((R"({"modes": [], "settings": [)" + text + R"(], "status": {"groups": [{"fields":
+            [{"id": 8, "name": "a"}, {"id": 13, "name": "b"}, {"id": 29, "name": "c"}, {"id": 33, "name": "d"},
+             {"id": 96, "name": "e"}, {"id": 97, "name": "f"}]}]},
+            "filters": [{"activated_by": [{"status_id": 8, "values": [1]}],
+                         "blacklist": [{"setting_id": 5, "opt_ids": [4]}]}]})")
+                            .c_str()));
+        UseModel(std::make_unique<SettingsStatusMapping>());
+        SettingsStatusMapping* model = BleSDK::LoadedMapping();
+        ASSERT_TRUE(model->ParseSettings(root.get()) && model->ParseStatus(root.get()) &&
+                    model->ParseFilters(root.get()));
     }
 
-    static void Push(const std::string& json) {
+    static void PushValues(const std::string& json) {
         bool capabilitiesChanged = false;
-        Model().CurrentSettingsStatusFromJSON(json.c_str(), capabilitiesChanged);
+        BleSDK::LoadedMapping()->CurrentSettingsStatusFromJSON(json.c_str(), capabilitiesChanged);
     }
-
-    static void SetCsi(uint8_t key, uint32_t value) { KzBleServer::GetInstance()->m_csiCache[key] = value; }
 
     // A change of a CSI key, as the service reports it; no client is connected to the server.
     static void NotifyCsi(uint8_t key, const Bytes& value) {
@@ -56,20 +63,22 @@ class QueryTest : public HandlersTest<BleQueryMessage> {
         KzBleServer::GetInstance()->NotifyClientsOfCSIChanges(reinterpret_cast<const csiStruct*>(record.data()));
     }
 
-    const Ints& Interest(NotificationClient::eNotificationType_t type) {
-        switch (type) {
-            case NotificationClient::eNotifyStatus:
-                return m_client.m_statusInterest;
-            case NotificationClient::eNotifySettings:
-                return m_client.m_settingsInterest;
-            case NotificationClient::eNotifyCapabilities:
-                return m_client.m_capabilitiesInterest;
-            case NotificationClient::eNotifyLcd:
-                return m_client.m_lcdInterest;
-            case NotificationClient::eNotifyLed:
-                return m_client.m_ledInterest;
-            default:
-                return m_client.m_interestedCSIs;
-        }
+    // The push for a change set, in a buffer of exactly `capacity` bytes; empty when there is none.
+    std::string PushOf(NotificationClient::eNotificationType_t type, Ints ids, size_t capacity = kPushBufferSize) {
+        const auto buffer = std::make_unique<uint8_t[]>(capacity);
+        auto length = static_cast<unsigned short>(capacity);
+        int kzErrno = -1;
+        const bool built = m_client.ExecutePush(type, ids, buffer.get(), &length, &kzErrno);
+        return built ? ToHex({buffer.get(), buffer.get() + length}) : "";
+    }
+
+    const Ints& Interest(NotificationClient::eNotificationType_t type) const {
+        const std::map<int, const Ints*> lists = {{kStatus, &m_client.m_statusInterest},
+                                                  {kSettings, &m_client.m_settingsInterest},
+                                                  {kCapabilities, &m_client.m_capabilitiesInterest},
+                                                  {kCsi, &m_client.m_interestedCSIs},
+                                                  {kLcd, &m_client.m_lcdInterest},
+                                                  {kLed, &m_client.m_ledInterest}};
+        return *lists.at(type);
     }
 };

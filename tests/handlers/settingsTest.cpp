@@ -5,214 +5,143 @@
 
 namespace {
 
-class SettingsTest : public HandlersTest<BleSettingsMessage> {
-  protected:
-    Outcome Send(uint8_t action, const Bytes& payload) { return Run(Bytes{243, action} + payload); }
+using SettingsTest = HandlersTest<BleSettingsMessage>;
+
+// clang-format off
+const Exchange kSettings[] = {
+    {"Executing Setting: id:2 value:4", "02 01 04",
+     "optionIdExists 2: 3a 00 00 00 02 00 00 00 04 00 00 00, command 30: 02 00 00 00 04 00 00 00", "02 00"},
+    {"Executing Setting: id:2 value:256", "02 04 00 00 01 00 09",
+     "optionIdExists 2: 3a 00 00 00 02 00 00 00 00 01 00 00, command 30: 02 00 00 00 00 01 00 00", "02 00"},
+    {"Executing Setting: id:2 value:256", "02 05 09 00 00 01 00",
+     "optionIdExists 2: 3a 00 00 00 02 00 00 00 00 01 00 00, command 30: 02 00 00 00 00 01 00 00", "02 00"},
+    {"Received invalid settingID 2 with value 5", "02 01 05",
+     "optionIdExists 2: 3a 00 00 00 02 00 00 00 05 00 00 00", "02 02"},
+    {"", "5b 01 05", "command 30: 5b 00 00 00 05 00 00 00", "5b 00"},  // setting 91 is not checked
+
+    // Without a whole value it is no setting.
+    {"", "", "", "00 02"},
+    {"", "05", "", "05 02"},
+    {"", "05 00", "", "05 02"},
+    {"", "05 02 01", "", "05 02"},
+    {"", "f3", "", "00 02"},
 };
 
-constexpr const char* kKillDeviceManager = "killall -9 kzDeviceManager";
-constexpr const char* kStartDeviceManager = "/usr/local/zorvik/bin/kzDeviceManager -p -l 0 &";
-
-Bytes Success(uint8_t action) {
-    return {243, static_cast<uint8_t>(action | 0x80), 0x08, 0x01};
-}
-Bytes Unknown(uint8_t action) {
-    return {243, static_cast<uint8_t>(action | 0x80), 0x08, 0x00};
-}
-
-Call Check(uint32_t setting, uint32_t option) {
-    return {"optionIdExists", setting, Le32({58, setting, option})};
-}
+const Exchange kActions[] = {
+    {"Command: eBleCommandProtobufCmd", "f3 71 08 01", "command 3: 01 00 00 00", "f3 f1 08 01"},
+    {"Setting: WSDK_SETTING_ID_REQUEST_SET_CAH_AUTO_CLEAR", "f3 77 08 01", "command 97: 01", "f3 f7 08 01"},
+    {"Setting: WSDK_SETTING_ID_REQUEST_SET_CAH_SERVER", "f3 7c 08 02", "csi_set 124: 02 00 00 00", "f3 fc 08 01"},
+    {"Setting: WSDK_SETTING_ID_REQUEST_SET_CAH_ENABLE", "f3 7d 08 01", "csi_set 108: 01 00 00 00", "f3 fd 08 01"},
+    {"AssociationState ZorvikUserId = user", "f3 7f 0a 04 75 73 65 72", "csi_set 104: 75 73 65 72", "f3 ff 08 01"},
+    {"setAssociationStateMsg.has_association_state()", "f3 7f 10 00", "csi_set 104: 00", "f3 ff 08 01"},
+    {"Setting: WSDK_SETTING_ID_REQUEST_SET_ASSOCIATION_STATE", "f3 7f 0a 01 75 10 00",
+     "csi_set 104: 75, csi_set 104: 00", "f3 ff 08 01"},
+};
+const Exchange kNothingToStore[] = {
+    {"status = CSI_OK", "f3 7f", "", "f3 ff 08 01"},
+    {"status = CSI_OK", "f3 7f 10 01", "", "f3 ff 08 01"},
+    {"status = CSI_OK", "f3 7f 10 09", "", "f3 ff 08 01"},
+};
+// clang-format on
 
 Bytes AuthCode(const std::string& code) {
     wsdk_commands::WSDK_RequestSetAuthCode request;
     request.set_auth_code(code);
-    return fakes::BytesOf(request.SerializeAsString());
+    return Bytes{243, 126} + fakes::BytesOf(request.SerializeAsString());
 }
 
 Bytes UserId(const std::string& id) {
     wsdk_commands::WSDK_RequestSetAssociationState request;
     request.set_zorvik_user_id(id);
-    return fakes::BytesOf(request.SerializeAsString());
+    return Bytes{243, 127} + fakes::BytesOf(request.SerializeAsString());
 }
 
 }  // namespace
 
 TEST_F(SettingsTest, ASettingIsCheckedAndSentWithItsValue) {
-    const struct {
-        Bytes request;
-        uint32_t value;
-    } kRows[] = {{{2, 1, 4}, 4}, {{2, 4, 0, 0, 1, 0}, 256}, {{2, 1, 4, 9, 9}, 4}, {{2, 5, 9, 0, 0, 1, 0}, 256}};
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(testing::PrintToString(row.request));
-        const fakes::LogCapture log(KZ_LOG_DEBUG);
+    fakes::SetOptionExists([](uint32_t, uint32_t, uint32_t option) { return option != 5; });
+    PlayAll(kSettings);
+}
 
-        const Outcome outcome = Run(row.request);
+TEST_F(SettingsTest, TheCamerasRefusalIsTheAnswer) {
+    fakes::OnCommand(KZCONTROL_SET_SETTING_ID, 6);
+    EXPECT_EQ(Answer("02 01 04"), "02 06");
+    fakes::OnCommand(KZCONTROL_SET_SETTING_ID, -17);
+    EXPECT_EQ(Answer("02 01 04"), "02 01");
 
-        EXPECT_EQ(outcome.answer, (Bytes{2, 0}));
-        EXPECT_EQ(CallsAfterReport(), (Calls{Check(2, row.value), Command(30, Le32({2, row.value}))}));
-        EXPECT_TRUE(log.Has("Executing Setting: id:2 value:" + std::to_string(row.value), KZ_LOG_DEBUG));
+    for (uint8_t id = 0; id < 255; ++id) {
+        fakes::OnCommand(id, 6);
+        fakes::OnCsiSet(id, 6);
+    }
+    for (const Exchange& row : kActions) {
+        const bool isShutter = row.request.starts_with("f3 71");
+        EXPECT_EQ(Answer(row.request), row.answer.substr(0, 9) + (isShutter ? "01" : "00")) << row.request;
     }
 }
 
-TEST_F(SettingsTest, AnOptionThatIsNotAllowedNowIsNotSent) {
-    fakes::SetOptionExists([](uint32_t, uint32_t, uint32_t option) { return option != 4; });
-    const fakes::LogCapture log(KZ_LOG_INFO);
-
-    const Outcome outcome = Run({2, 1, 4});
-
-    EXPECT_EQ(outcome.answer, (Bytes{2, 2}));
-    EXPECT_EQ(fakes::Calls("command"), Calls());
-    EXPECT_TRUE(log.Has("Received invalid settingID 2 with value 4", KZ_LOG_INFO));
+TEST_F(SettingsTest, EachActionReachesTheCamera) {
+    PlayAll(kActions);
+    PlayAll(kNothingToStore);
 }
 
-TEST_F(SettingsTest, Setting91IsNeitherCheckedNorLogged) {
-    fakes::SetOptionExists([](uint32_t, uint32_t, uint32_t) { return false; });
-    const fakes::LogCapture log(KZ_LOG_DEBUG);
-
-    const Outcome outcome = Run({91, 1, 50});
-
-    EXPECT_EQ(outcome.answer, (Bytes{91, 0}));
-    EXPECT_EQ(CallsAfterReport(), Calls{Command(30, Le32({91, 50}))});
-    EXPECT_EQ(log.Texts(), std::vector<std::string>());
-}
-
-TEST_F(SettingsTest, TheControlDaemonsRefusalIsTheAnswer) {
-    fakes::OnCommand(KZCONTROL_SET_SETTING_ID, 6);
-    EXPECT_EQ(Run({2, 1, 4}).answer, (Bytes{2, 6}));
-    fakes::OnCommand(KZCONTROL_SET_SETTING_ID, -17);
-    EXPECT_EQ(Run({2, 1, 4}).answer, (Bytes{2, 1}));
+TEST_F(SettingsTest, UnknownActionsAreRefusedUnderSettingIdZero) {
+    Run({5, 1, 1});
+    for (const uint8_t action : Bytes{0, 112, 114, 123, 128, 255}) {
+        Play({"Unknown protobuf message type", ToHex({243, action, 8, 1}), "", "00 01"});
+    }
 }
 
 TEST_F(SettingsTest, WithoutTheModelASettingFails) {
-    BleSDK* sdk = BleSDK::GetInstance();
-    delete sdk->m_pSettingsMapping;
-    sdk->m_pSettingsMapping = nullptr;
-    sdk->m_settingsPath = "/nowhere/settings.json";
+    UseModel(nullptr);
+    BleSDK::GetInstance()->m_settingsPath = "/nowhere/settings.json";
 
-    EXPECT_EQ(Run({2, 1, 4}).answer, (Bytes{2, 1}));
-    EXPECT_EQ(fakes::Calls("command"), Calls());
-}
-
-TEST_F(SettingsTest, MessagesWithoutAWholeValueAreParseErrors) {
-    EXPECT_EQ(Run({}).answer, (Bytes{0, 2}));
-    EXPECT_EQ(Run({5}).answer, (Bytes{5, 2}));
-    EXPECT_EQ(Run({5, 0}).answer, (Bytes{5, 2}));
-    EXPECT_EQ(Run({5, 2, 1}).answer, (Bytes{5, 2}));
-    EXPECT_EQ(Run({243}).answer, (Bytes{0, 2}));
-    EXPECT_EQ(fakes::Calls(), Calls());
+    EXPECT_EQ(Answer("02 01 04"), "02 01");
+    EXPECT_TRUE(fakes::Calls("command").empty());
 }
 
 TEST_F(SettingsTest, AThirdPartyIsReportedAsAPhone) {
     m_client.m_deviceType = KZ_CALLER_THIRD_PARTY;
     fakes::OnCsiSet(CSI_ANALYTICS_SOURCE, 4);
-    const fakes::LogCapture log(KZ_LOG_ERROR);
 
-    EXPECT_EQ(Run({2, 1, 4}).answer, (Bytes{2, 0}));
+    Play({"csi_set CSI_ANALYTICS_SOURCE failed - status 4", "f3 7f", "", "f3 ff 08 01"});
 
-    EXPECT_EQ(fakes::Calls()[0], CsiSet(92, {KZ_CALLER_BLE_RC}));
-    EXPECT_EQ(log.Texts(), std::vector<std::string>{"csi_set CSI_ANALYTICS_SOURCE failed - status 4"});
+    EXPECT_EQ(fakes::Calls(), std::vector<fakes::Call>{fakes::CsiSet(92, {KZ_CALLER_BLE_RC})});
 }
 
-TEST_F(SettingsTest, EachActionReachesTheCameraAndAnswersARefusalInItsOwnWay) {
-    const Calls restart{fakes::System(kKillDeviceManager), fakes::System(kStartDeviceManager)};
-    const struct {
-        uint8_t action;
-        Bytes payload;
-        Calls calls;
-        bool reportsRefusal;
-        const char* name;
-        int level = KZ_LOG_DEBUG;
-    } kRows[] = {
-        {113, {8, 1}, {Command(3, Le32(1))}, false, "Command: eBleCommandProtobufCmd", KZ_LOG_INFO},
-        {119, {8, 1}, {Command(97, {1})}, true, "Setting: WSDK_SETTING_ID_REQUEST_SET_CAH_AUTO_CLEAR"},
-        {124, {8, 2}, {CsiSet(124, Le32(2))}, true, "Setting: WSDK_SETTING_ID_REQUEST_SET_CAH_SERVER"},
-        {125, {8, 1}, {CsiSet(108, Le32(1))}, true, "Setting: WSDK_SETTING_ID_REQUEST_SET_CAH_ENABLE"},
-        {126,
-         AuthCode("secret; reboot"),
-         {restart[0], restart[1], CsiSet(107, fakes::BytesOf("secret; reboot"))},
-         true,
-         "Command: eBleCommandRequestSetAuthCode"},
-        {127,
-         UserId("user"),
-         {CsiSet(104, fakes::BytesOf("user"))},
-         true,
-         "Setting: WSDK_SETTING_ID_REQUEST_SET_ASSOCIATION_STATE"},
-        {127, {16, 0}, {CsiSet(104, {0})}, true, "setAssociationStateMsg.has_association_state()", KZ_LOG_INFO},
-        {127,
-         UserId("user") + Bytes{16, 0},
-         {CsiSet(104, fakes::BytesOf("user")), CsiSet(104, {0})},
-         true,
-         "AssociationState ZorvikUserId = user",
-         KZ_LOG_INFO},
-    };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(row.name);
-        fakes::Reset();
-        const fakes::LogCapture log(KZ_LOG_INFO);
-
-        EXPECT_EQ(Send(row.action, row.payload).answer, Success(row.action));
-        EXPECT_EQ(CallsAfterReport(), row.calls);
-        EXPECT_TRUE(log.Has(row.name, row.level));
-
-        const Call& last = row.calls.back();
-        if (last.operation == "command") {
-            fakes::OnCommand(last.id, 6);
-        } else {
-            fakes::OnCsiSet(static_cast<uint8_t>(last.id), 6);
-        }
-        EXPECT_EQ(Send(row.action, row.payload).answer, row.reportsRefusal ? Unknown(row.action) : Success(row.action));
-    }
-}
-
-TEST_F(SettingsTest, AnAssociationRequestWithNothingToStoreSucceeds) {
-    for (const Bytes& payload : {Bytes{}, Bytes{16, 1}, Bytes{16, 2}, Bytes{16, 9}}) {
-        const fakes::LogCapture log(KZ_LOG_INFO);
-        EXPECT_EQ(Send(127, payload).answer, Success(127));
-        EXPECT_EQ(CallsAfterReport(), Calls());
-        EXPECT_TRUE(log.Has("status = CSI_OK", KZ_LOG_INFO));
-    }
-}
-
-TEST_F(SettingsTest, LongTextsAreCutAndStillSucceed) {
-    const fakes::LogCapture log(KZ_LOG_ERROR);
-
-    EXPECT_EQ(Send(126, AuthCode(std::string(1500, 'a'))).answer, Success(126));
-    EXPECT_EQ(CallsAfterReport().back(), CsiSet(107, Bytes(1400, 'a')));
-    EXPECT_EQ(Send(127, UserId(std::string(1401, 'u'))).answer, Success(127));
-    EXPECT_EQ(CallsAfterReport().back(), CsiSet(104, Bytes(1400, 'u')));
-
-    EXPECT_EQ(log.Texts(), (std::vector<std::string>{"AuthCode length exceeds limit, truncating!",
-                                                     "Zorvik UserID length exceeds limit, truncating!"}));
-}
-
-TEST_F(SettingsTest, TextsThatAreNotUtf8ArriveAsTheyAre) {
-    Send(126, {10, 3, 0xFF, 0x00, 0x80});
-    EXPECT_EQ(CallsAfterReport().back(), CsiSet(107, {0xFF, 0x00, 0x80}));
-}
-
-TEST_F(SettingsTest, AShellThatCannotBeStartedIsReportedAndTheCodeIsStored) {
-    fakes::SetSystemResult(-1, ENOMEM);
-    const fakes::LogCapture log(KZ_LOG_ERROR);
-
-    EXPECT_EQ(Send(126, AuthCode("code")).answer, Success(126));
-
-    const std::string code = std::to_string(ENOMEM);
-    EXPECT_EQ(log.Texts(), (std::vector<std::string>{"killall: system errno " + code + " \n",
-                                                     "start: system errno " + code + " \n"}));
-}
-
-TEST_F(SettingsTest, UnknownActionsAreRefusedUnderSettingIdZero) {
-    Run({5, 1, 1});
-    for (const uint8_t action : Bytes{0, 112, 114, 123, 128, 200, 255}) {
+TEST_F(SettingsTest, ACodeRestartsTheDeviceManagerWithoutReachingTheShell) {
+    const std::string restart = "system: " + ToHex(fakes::BytesOf("killall -9 kzDeviceManager")) +
+                                ", system: " + ToHex(fakes::BytesOf("/usr/local/zorvik/bin/kzDeviceManager -p -l 0 &"));
+    for (const int result : {0, -1}) {  // also when no shell can be started
+        fakes::SetSystemResult(result);
         const fakes::LogCapture log(KZ_LOG_ERROR);
-        EXPECT_EQ(Send(action, {8, 1}).answer, (Bytes{0, 1}));
-        EXPECT_EQ(log.Texts(), std::vector<std::string>{"Unknown protobuf message type"});
+
+        EXPECT_EQ(Run(AuthCode("x; reboot")), (Bytes{243, 254, 8, 1}));
+
+        EXPECT_EQ(CallsAfterReport(), restart + ", csi_set 107: " + ToHex(fakes::BytesOf("x; reboot")));
+        EXPECT_EQ(log.Texts().size(), result == 0 ? 0u : 2u);
+        EXPECT_EQ(log.Has("killall: system errno 12 \n") && log.Has("start: system errno 12 \n"), result != 0);
     }
+    fakes::OnCsiSet(107, 6);
+    EXPECT_EQ(Run(AuthCode("x")), (Bytes{243, 254, 8, 0}));
+}
+
+TEST_F(SettingsTest, TextsArriveAsTheyAreAndLongOnesCut) {
+    const fakes::LogCapture log(KZ_LOG_ERROR);
+    const auto stored = [&](const Bytes& request) {
+        EXPECT_EQ(ToHex(Run(request)).substr(6), "08 01");
+        return fakes::Calls("csi_set").back().argument;
+    };
+    EXPECT_EQ(stored(FromHex("f3 7e 0a 03 ff 00 80")), FromHex("ff 00 80")) << "not UTF-8";
+    EXPECT_EQ(stored(UserId(std::string(1400, 'u'))), Bytes(1400, 'u'));
+    EXPECT_EQ(log.Texts(), Texts{});
+    EXPECT_EQ(stored(AuthCode(std::string(1401, 'a'))), Bytes(1400, 'a'));
+    EXPECT_EQ(stored(UserId(std::string(1500, 'u'))), Bytes(1400, 'u'));
+    EXPECT_EQ(log.Texts(),
+              (Texts{"AuthCode length exceeds limit, truncating!", "Zorvik UserID length exceeds limit, truncating!"}));
 }
 
 TEST_F(SettingsTest, AnAnswerThatDoesNotFitIsRefused) {
-    EXPECT_EQ(Run({243, 125, 8, 1}, 4).answer, Success(125));
-    EXPECT_EQ(Run({243, 125, 8, 1}, 3).answer, (Bytes{0, 1}));
-    EXPECT_EQ(Run({2, 1, 4}, 1).answer, Bytes());
+    EXPECT_EQ(Answer("f3 7d 08 01", 4), "f3 fd 08 01");
+    EXPECT_EQ(Answer("f3 7d 08 01", 3), "00 01");
+    EXPECT_EQ(Answer("02 01 04", 1), "");
 }
