@@ -8,153 +8,79 @@
 
 namespace {
 
-using Catalogue = ModelTest;
+using Model = SettingsStatusMapping;
 
-std::string NamedOption(int id, const std::string& name) {
-    return R"({"id":)" + std::to_string(id) + R"(,"display_name":")" + name + "\"}";
-}
+class Catalogue : public ModelTest {
+  protected:
+    ~Catalogue() override { std::remove(m_path.c_str()); }
 
-std::string Printed(const std::string& json) {
-    return PrintJson(JsonTree(cJSON_Parse(json.c_str())).get());
-}
-
-// ---------------------------------------------------------------- settings
-
-TEST_F(Catalogue, SettingsAreAscendingWhateverTheOrderOfTheFile) {
-    ParseSettings(SettingJson(30, {5, 1, 3}) + "," + SettingJson(2, {7}) + "," + SettingJson(181, {0}));
-
-    EXPECT_EQ(ValidSettings(), (Ints{2, 30, 181}));
-    EXPECT_TRUE(m_model.IsValidSettingsId(30));
-    EXPECT_FALSE(m_model.IsValidSettingsId(3));
-    EXPECT_TRUE(m_log.Lines().empty());
-}
-
-TEST_F(Catalogue, IdsBeyondTheTablesAreKnownButNeverValid) {
-    ParseSettings(SettingJson(182, {1}) + "," + SettingJson(-1, {1}));
-    const JsonTree root(
-        cJSON_Parse(R"({"status":{"groups":[{"fields":[{"id":118,"name":"a"},{"id":117,"name":"b"}]}]}})"));
-    ASSERT_TRUE(m_model.ParseStatus(root.get()));
-
-    EXPECT_EQ(ValidSettings(), (Ints{-1, 182}));
-    EXPECT_FALSE(m_model.IsValidSettingsId(182));
-    EXPECT_FALSE(m_model.IsValidSettingsId(static_cast<unsigned>(-1)));
-    EXPECT_FALSE(m_model.IsValidStatusId(118));
-    EXPECT_TRUE(m_model.IsValidStatusId(117));
-    EXPECT_EQ(m_model.GetMaxSettingsId(), 182);
-    EXPECT_EQ(m_model.GetMaxStatusId(), 118);
-}
-
-TEST_F(Catalogue, IntegersMayBeNumbersDigitsOrTruthValues) {
-    ParseSettings(
-        R"({"id":"12","display_name":"a","options":[{"id":"7","display_name":"x"},{"id":true,"display_name":"y"}]})");
-    std::map<int, SettingsStatusMapping::IdNums> options;
-    m_model.ApplyFilters({}, {}, options);
-
-    EXPECT_EQ(NumbersOf(options), (std::map<int, Ints>{{12, {1, 7}}}));
-}
-
-TEST_F(Catalogue, OptionListsAreSortedAndKeepRepeatedIds) {
-    ParseSettings(SettingJson(2, {9, -1, 4, 9}));
-    std::map<int, SettingsStatusMapping::IdNums> options;
-    m_model.ApplyFilters({}, {}, options);
-
-    ASSERT_EQ(NumbersOf(options), (std::map<int, Ints>{{2, {-1, 4, 9, 9}}}));
-    EXPECT_EQ(options[2].id, 2);
-    EXPECT_EQ(options[2].tag, "NOT BUILT FROM JSON");
-    EXPECT_EQ(options[2].model, 58);
-}
-
-// Each broken setting stands between two good ones, which must stay.
-TEST_F(Catalogue, BrokenSettingIsDroppedWithItsReasonAndNothingElse) {
-    const std::string nameless = R"({"id":5,"display_name":null,"options":[{"id":1,"display_name":"x"}]})";
-    const std::string badOption = R"({"id":"7x","display_name":"x"})";
-    const std::string namelessOption = R"({"id":7,"display_name":3})";
-    const struct {
-        std::string setting;
-        std::string text;
-    } kRows[] = {
-        {"null", "Unable to parse <id> from settings array, setting_index 1"},
-        {"[]", "Unable to parse <id> from settings array, setting_index 1"},
-        {R"({"id":[],"display_name":"a"})", "Unable to parse <id> from settings array, setting_index 1"},
-        {R"({"id":"5 ","display_name":"a"})", "Unable to parse <id> from settings array, setting_index 1"},
-        {SettingJson(2, {8}), "A setting with id 2 already exists in settings map"},
-        {nameless, "Unable to parse <display_name> from setting id 5 --> " + Printed(nameless)},
-        {R"({"id":5,"display_name":"Five"})", "There are no options available for setting Five"},
-        {R"({"id":5,"display_name":"Five","options":[]})", "Not able to find any options for setting Five"},
-        {R"({"id":5,"display_name":"Five","options":"x"})", "Not able to find any options for setting Five"},
-        {SettingWith(5, NamedOption(1, "x") + "," + badOption),
-         "Not able to parse option id from " + Printed(badOption)},
-        {SettingWith(5, NamedOption(1, "x") + "," + namelessOption),
-         "Not able to parse option name from " + Printed(namelessOption)},
-        {SettingWith(5, NamedOption(1, "x") + ",7"), "Not able to parse option id from 7"},
-    };
-    for (const auto& row : kRows) {
-        SettingsStatusMapping model;
+    bool LoadFile(const std::string& text) {
+        std::ofstream(m_path) << text;
         m_log.Clear();
-        const JsonTree root(cJSON_Parse(
-            (R"({"modes":0,"settings":[)" + SettingJson(2, {1}) + "," + row.setting + "," + SettingJson(9, {1}) + "]}")
-                .c_str()));
+        m_loaded = std::make_unique<Model>();
+        return m_loaded->ParseJsonFile(m_path);
+    }
 
-        ASSERT_TRUE(model.ParseSettings(root.get())) << row.setting;
+    std::string m_path = "/tmp/kzCatalogueTest." + std::to_string(getpid()) + ".json";
+    std::unique_ptr<Model> m_loaded;
+};
+
+}  // namespace
+
+TEST_F(Catalogue, SettingsAndOptionsAreAscendingAndIdsBeyondTheTablesNeverValid) {
+    Load(SettingJson(30, {9, -1, 4, 9}) + "," + SettingJson(182, {7}) + "," + SettingJson(-1, {3}) +
+         R"(,{"id":"12","display_name":"a","options":[{"id":"7","display_name":"x"},{"id":true,"display_name":"y"}]})");
+
+    EXPECT_EQ(Ids(&Model::GetValidSettingsIds), (Ints{-1, 12, 30, 182}));
+    EXPECT_EQ(AllOptions(), (Options{{-1, {3}}, {12, {1, 7}}, {30, {-1, 4, 9, 9}}, {182, {7}}}));
+    EXPECT_TRUE(m_model.IsValidSettingsId(30));
+    EXPECT_FALSE(m_model.IsValidSettingsId(31) || m_model.IsValidSettingsId(182) || m_model.IsValidSettingsId(~0u));
+    EXPECT_EQ(m_log.Texts(), Texts{});
+}
+
+TEST_F(Catalogue, BrokenSettingIsDroppedWithItsReasonAndNothingElse) {
+    const std::string unreadable = "Unable to parse <id> from settings array, setting_index 1";
+    const std::string five = R"({"id":5,"display_name":"Five")";
+    const std::pair<std::string, std::string> kRows[] = {
+        {"null", unreadable},
+        {"[]", unreadable},
+        {R"({"id":[],"display_name":"a"})", unreadable},
+        {R"({"id":"5 ","display_name":"a"})", unreadable},
+        {SettingJson(2, {8}), "A setting with id 2 already exists in settings map"},
+        {R"({"id":5,"display_name":null})",
+         "Unable to parse <display_name> from setting id 5 --> {\n\t\"id\":\t5,\n\t\"display_name\":\tnull\n}"},
+        {five + "}", "There are no options available for setting Five"},
+        {five + R"(,"options":[]})", "Not able to find any options for setting Five"},
+        {five + R"(,"options":"x"})", "Not able to find any options for setting Five"},
+        {five + R"(,"options":[{"id":1,"display_name":"x"},7]})", "Not able to parse option id from 7"},
+        {five + R"(,"options":[{"id":"7x"}]})", "Not able to parse option id from {\n\t\"id\":\t\"7x\"\n}"},
+        {five + R"(,"options":[{"id":7}]})", "Not able to parse option name from {\n\t\"id\":\t7\n}"},
+    };
+    for (const auto& [setting, text] : kRows) {
+        Model model;
+        m_log.Clear();
+
+        EXPECT_TRUE(
+            model.ParseSettings(CatalogueJson(SettingJson(2, {1}) + "," + setting + "," + SettingJson(9, {1})).get()));
 
         Ints ids;
         model.GetValidSettingsIds(ids);
-        EXPECT_EQ(ids, (Ints{2, 9})) << row.setting;
-        EXPECT_EQ(m_log.Texts(), std::vector<std::string>{row.text});
-        EXPECT_TRUE(m_log.Has(row.text, 2));
-        std::map<int, SettingsStatusMapping::IdNums> options;
-        model.ApplyFilters({}, {}, options);
-        EXPECT_EQ(NumbersOf(options), (std::map<int, Ints>{{2, {1}}, {9, {1}}}));
+        EXPECT_EQ(ids, (Ints{2, 9})) << setting;
+        EXPECT_EQ(m_log.Texts(), Texts{text});
     }
 }
-
-// A tree built in code may hold elements without a type.
-TEST_F(Catalogue, MissingElementsAreSkippedWithTheirIndexes) {
-    const JsonTree root(cJSON_Parse((R"({"modes":0,"settings":[0,)" + SettingWith(3, "0") + "," + SettingJson(4, {1}) +
-                                     R"(],"status":{"groups":[{"fields":[]},{"fields":[{"id":1,"name":"a"},0]}]},
-            "filters":[{"activated_by":[0,{"setting_id":4,"ids":[1]}],"blacklist":[0,{"setting_id":4,"opt_ids":[1]}]}]})")
-                                        .c_str()));
-    ASSERT_NE(root, nullptr);
-    const auto at = [](cJSON* item, const char* key, int index) {
-        return cJSON_GetArrayItem(cJSON_GetObjectItem(item, key), index);
-    };
-    cJSON* filter = at(root.get(), "filters", 0);
-    for (cJSON* item : {at(root.get(), "settings", 0), at(at(root.get(), "settings", 1), "options", 0),
-                        at(at(cJSON_GetObjectItem(root.get(), "status"), "groups", 1), "fields", 1),
-                        at(filter, "activated_by", 0), at(filter, "blacklist", 0)}) {
-        item->type = cJSON_Invalid;
-    }
-
-    EXPECT_TRUE(m_model.ParseSettings(root.get()) && m_model.ParseStatus(root.get()) &&
-                m_model.ParseFilters(root.get()));
-
-    EXPECT_EQ(m_log.Texts(), (std::vector<std::string>{
-                                 "Unable to item from settings array setting_index 0",
-                                 "Unable to parse item from options array, setting:Setting 3 options_index 0",
-                                 "Unable to get item from status array, groupIndex:1 fieldIndex: 1",
-                                 "Unable to parse item from activated_by array, activated_index 0",
-                                 "Unable to parse item from blacklist array at index 0",
-                             }));
-    EXPECT_EQ(ValidSettings(), Ints{4});
-    Push(R"({"settings":{"4":1}})");
-    EXPECT_EQ(Capabilities(), (std::map<int, Ints>{{4, {}}}));
-}
-
-// ---------------------------------------------------------------- status
 
 TEST_F(Catalogue, BrokenStatusFieldsAreSkipped) {
     const JsonTree root(cJSON_Parse(R"({"status":{"groups":[
         {"fields":[{"id":9,"name":"first"},{"id":"x","name":"b"},{"id":3,"name":null},{"id":9,"name":"again"}]},
-        {"fields":[{"id":4},{"id":1,"name":"last"}]}]}})"));
+        {"fields":[{"id":4},{"id":118,"name":"beyond the table"},{"id":1,"name":"last"}]}]}})"));
 
     ASSERT_TRUE(m_model.ParseStatus(root.get()));
 
-    Ints ids;
-    m_model.GetValidStatusIds(ids);
-    EXPECT_EQ(ids, (Ints{1, 9}));
+    EXPECT_EQ(Ids(&Model::GetValidStatusIds), (Ints{1, 9, 118}));
     EXPECT_TRUE(m_model.IsValidStatusId(9));
-    EXPECT_FALSE(m_model.IsValidStatusId(3));
-    EXPECT_EQ(m_log.Texts(), (std::vector<std::string>{
+    EXPECT_FALSE(m_model.IsValidStatusId(3) || m_model.IsValidStatusId(118));
+    EXPECT_EQ(m_log.Texts(), (Texts{
                                  "Unable to <id> from settings array, modeIndex:0 setting_index 1",
                                  "Unable to get <name> from settings array, modeIndex:0 setting_index 2",
                                  "A Status value for key 9 already exists in settings map",
@@ -164,165 +90,94 @@ TEST_F(Catalogue, BrokenStatusFieldsAreSkipped) {
 
 // ---------------------------------------------------------------- file
 
-class CatalogueFile : public ModelTest {
-  protected:
-    CatalogueFile() : m_path("/tmp/kzCatalogueTest." + std::to_string(getpid()) + ".json") {}
-    ~CatalogueFile() override { std::remove(m_path.c_str()); }
-
-    bool Parse(const std::string& text) {
-        std::ofstream(m_path) << text;
-        m_log.Clear();
-        m_loaded = std::make_unique<SettingsStatusMapping>();
-        return m_loaded->ParseJsonFile(m_path);
-    }
-
-    std::string m_path;
-    std::unique_ptr<SettingsStatusMapping> m_loaded;
-};
-
-TEST_F(CatalogueFile, WithoutARequiredPartFailsWithOneReason) {
-    const std::string kStatus = R"("status":{"groups":[]})";
-    const struct {
-        std::string text;
-        std::string reason;
-    } kRows[] = {
+TEST_F(Catalogue, FileWithoutARequiredPartFailsWithOneReason) {
+    const std::string kStatus = R"(,"status":{"groups":[]}})";
+    const std::pair<std::string, std::string> kRows[] = {
         {"", "No data read from file \n"},
         {"{\"version\":1", "Unable to parse JSON from file \n"},
-        {R"({"version":1,"settings":[],)" + kStatus + "}", "Unable to find <modes> array in file"},
-        {R"({"version":1,"modes":[],"settings":{},)" + kStatus + "}", "Unable to find <settings> array in file"},
+        {std::string(2000, '['), "Unable to parse JSON from file \n"},
+        {R"({"version":1,"settings":[])" + kStatus, "Unable to find <modes> array in file"},
+        {R"({"version":1,"modes":[],"settings":{})" + kStatus, "Unable to find <settings> array in file"},
         {R"({"version":1,"modes":[],"settings":[]})", "Unable to find <status> in file"},
         {R"({"version":1,"modes":[],"settings":[],"status":{}})", "Unable to find <groups> array in file"},
         {R"({"version":1,"modes":[],"settings":[],"status":{"groups":[{"fields":[]},{"name":"x"}]}})",
          "Unable to find <fields> array in file for group 1"},
-        {std::string(2000, '['), "Unable to parse JSON from file \n"},
     };
-    for (const auto& row : kRows) {
-        EXPECT_FALSE(Parse(row.text)) << row.text;
-        EXPECT_EQ(m_log.Texts(), std::vector<std::string>{row.reason});
+    for (const auto& [text, reason] : kRows) {
+        EXPECT_FALSE(LoadFile(text)) << text;
+        EXPECT_EQ(m_log.Texts(), Texts{reason});
     }
-}
-
-TEST_F(CatalogueFile, LoadsWithoutVersionAndFilters) {
-    EXPECT_TRUE(Parse(R"({"modes":null,"settings":[],"status":{"groups":[]}})"));
-
-    EXPECT_EQ(m_loaded->version, "unknown");
-    EXPECT_EQ(m_log.Texts(), (std::vector<std::string>{"Unable to find -version- tag in json file \n",
-                                                       "Unable to find <filters> array in file"}));
-}
-
-TEST_F(CatalogueFile, VersionHasFourSignificantDigits) {
-    const struct {
-        std::string json;
-        std::string version;
-    } kRows[] = {{"2", "2"},       {"1.25", "1.25"},     {"3.14159", "3.142"}, {"123456", "1.235e+05"},
-                 {"1e400", "inf"}, {"\"2\"", "unknown"}, {"null", "unknown"},  {"{}", "unknown"}};
-    for (const auto& row : kRows) {
-        EXPECT_TRUE(
-            Parse(R"({"version":)" + row.json + R"(,"modes":0,"settings":[],"status":{"groups":[]},"filters":[]})"));
-        EXPECT_EQ(m_loaded->version, row.version);
-    }
-}
-
-TEST_F(CatalogueFile, WhatIsNoReadableFileIsRefused) {
-    const auto parse = [&](const std::string& path) {
+    for (const char* path : {"/tmp/kzCatalogueTest.missing", "/tmp", "/dev/zero"}) {
         m_log.Clear();
-        return SettingsStatusMapping().ParseJsonFile(path);
-    };
-    const std::vector<std::string> noData = {"No data read from file \n"};
-
-    EXPECT_FALSE(parse(m_path));  // missing
-    EXPECT_EQ(m_log.Texts(), noData);
-    EXPECT_FALSE(parse("/tmp"));  // a folder
-    EXPECT_EQ(m_log.Texts(), noData);
-    EXPECT_FALSE(parse("/dev/zero"));  // endless
-    EXPECT_EQ(m_log.Texts(), noData);
-
-    std::ofstream(m_path) << "{}";
-    ASSERT_EQ(truncate(m_path.c_str(), SettingsStatusMapping::kMaxFileSize + 1), 0);
-    EXPECT_FALSE(parse(m_path));
-    EXPECT_EQ(m_log.Texts(), std::vector<std::string>{"Refusing a file of 8388609 bytes, the limit is 8388608"});
+        EXPECT_FALSE(Model().ParseJsonFile(path)) << path;
+        EXPECT_EQ(m_log.Texts(), Texts{"No data read from file \n"});
+    }
+    ASSERT_EQ(truncate(m_path.c_str(), Model::kMaxFileSize + 1), 0);
+    EXPECT_FALSE(Model().ParseJsonFile(m_path));
+    EXPECT_TRUE(m_log.Has("Refusing a file of 8388609 bytes, the limit is 8388608"));
 }
 
-TEST_F(CatalogueFile, DumpListsEverything) {
-    ASSERT_TRUE(
-        Parse(R"({"version":1,"modes":0,"settings":[)" +
-              SettingWith(2, NamedOption(7, "first") + "," + NamedOption(4, "four") + "," + NamedOption(7, "last")) +
-              R"(],"status":{"groups":[{"fields":[{"id":8,"name":"battery"}]}]},"filters":[
-                          {"activated_by":[{"status_id":8,"values":[1,0]}],"blacklist":[{"setting_id":2,"opt_ids":[7]}]}]})"));
-    bool changed = false;
-    m_loaded->CurrentSettingsStatusFromJSON(R"({"status":{"8":1}})", changed);
-    const fakes::LogCapture log(5);
+TEST_F(Catalogue, FileLoadsWithoutVersionAndFilters) {
+    EXPECT_TRUE(LoadFile(R"({"modes":null,"settings":[],"status":{"groups":[]}})"));
+    EXPECT_EQ(m_log.Texts(),
+              (Texts{"Unable to find -version- tag in json file \n", "Unable to find <filters> array in file"}));
 
+    for (const auto& [json, version] : std::map<std::string, std::string>{
+             {"2", "2"}, {"3.14159", "3.142"}, {"123456", "1.235e+05"}, {"\"2\"", "unknown"}, {"null", "unknown"}}) {
+        EXPECT_TRUE(LoadFile(R"({"version":)" + json + R"(,"modes":0,"settings":[],"status":{"groups":[]}})"));
+        EXPECT_EQ(m_loaded->version, version) << "four significant digits";
+    }
+}
+
+TEST_F(Catalogue, DumpListsEverything) {
+    ASSERT_TRUE(LoadFile(R"({"version":1,"modes":0,"settings":[)" + SettingJson(2, {7, 4, 7}) +
+                         R"(],"status":{"groups":[{"fields":[{"id":8,"name":"battery"}]}]},"filters":[
+        {"activated_by":[{"status_id":8,"values":[1,0]}],"blacklist":[{"setting_id":2,"opt_ids":[7]}]}]})"));
+    m_loaded->CurrentSettingsStatusFromJSON(R"({"status":{"8":1}})", m_capabilitiesChanged);
+    const fakes::LogCapture log(KZ_LOG_INFO);
     testing::internal::CaptureStdout();
+
     m_loaded->Dump();
     std::fflush(stdout);
 
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Setting 2 (id = 2)\n\tfour (id = 4)\n\tlast (id = 7)\n\tid:2 nums:[4 7 7 ]\n"
+              "Setting 2 (id = 2)\n\tOption (id = 4)\n\tOption (id = 7)\n\tid:2 nums:[4 7 7 ]\n"
               "FILTER\n\tid:8 nums:[0 1 ]\nBLACKLIST:\n\tid:2 nums:[7 ]\n");
-    EXPECT_EQ(log.Texts(), (std::vector<std::string>{
-                               "Settings Conversion Map" + std::string(52, '=') + "\n",
-                               "Settings Option_id Map" + std::string(57, '=') + "\n",
-                               "Status Map" + std::string(65, '=') + "\n",
-                               "id:8 name:battery\n",
-                               "Filters Array" + std::string(62, '=') + "\n",
-                               "0 --> ",
-                               "Blacklisted by ID" + std::string(59, '=') + "\n",
-                               "id:2 nums:[4 ]",
-                               "Active setting ID's" + std::string(58, '=') + "\n",
-                               "Active status ID's" + std::string(58, '=') + "\n",
-                               "8",
-                           }));
+    EXPECT_TRUE(log.Has("id:8 name:battery\n") && log.Has("0 --> ") && log.Has("id:2 nums:[4 ]") && log.Has("8"));
 }
 
-// ---------------------------------------------------------------- model number, widths, options
+// ---------------------------------------------------------------- model number and widths
 
-TEST_F(Catalogue, ModelNumberComesFromTheControlDaemon) {
+TEST_F(Catalogue, ModelNumberComesFromTheControlDaemonAndAsksItAboutOptions) {
     fakes::SetModelNumber(0, 60);
-    EXPECT_EQ(SettingsStatusMapping().modelNumber, 60);
-    EXPECT_TRUE(m_log.Lines().empty());
+    fakes::SetOptionExists(
+        [](uint32_t model, uint32_t setting, uint32_t option) { return model == 60 && setting == 200 && option == 7; });
+    Model model;
+    EXPECT_TRUE(model.IsCurrentlyValidSettingOptionId(200, 7));
+    EXPECT_FALSE(model.IsCurrentlyValidSettingOptionId(7, 200));
 
     fakes::SetModelNumber(-1, 60);
-    EXPECT_EQ(SettingsStatusMapping().modelNumber, 58);
-    EXPECT_TRUE(m_log.Has("Couldn't get model number using default:58", 2));
+    EXPECT_EQ(Model().modelNumber, 58);
+    EXPECT_TRUE(m_log.Has("Couldn't get model number using default:58", KZ_LOG_ERROR));
 }
 
+// Each digit is the width of the id of its place: 0 none, 1 one byte, 2 four bytes, 3 eight bytes, 4 text.
 TEST_F(Catalogue, WidthsAreTheSameForEveryModelAndNoneBeyondTheTables) {
-    const std::set<int> settings4 = {30, 32, 60, 61, 62, 65, 66, 67, 127, 141, 168};
-    const std::set<int> status4 = {13, 14, 15, 21, 34, 35, 36, 37, 38, 39, 49,  57, 59,
-                                   60, 62, 64, 93, 94, 95, 96, 97, 98, 99, 100, 107};
-    const std::set<int> statusNone = {0, 5, 7, 12, 18, 25, 50, 51, 52, 53, 92};
-    const auto settingWidth = [&](int id) {
-        return id <= 0 || id > 181 ? eValueWidthNone : settings4.contains(id) ? eValueWidth4Bytes : eValueWidth1Byte;
-    };
-    const auto statusWidth = [&](int id) {
-        if (id < 0 || id > 117 || statusNone.contains(id)) {
-            return eValueWidthNone;
-        }
-        if (id == 54 || id == 117) {
-            return eValueWidth8Bytes;
-        }
-        if (id == 29 || id == 30 || id == 40) {
-            return eValueWidthString;
-        }
-        return status4.contains(id) ? eValueWidth4Bytes : eValueWidth1Byte;
-    };
+    const std::string kSettings =
+        "0111111111111111111111111111112121111111111111111111111111112221122211111111111111111111111111111111"
+        "111111111111111111111111111211111111111112111111111111111111111111112111111111111100";
+    const std::string kStatus =
+        "0111101011110222110112111011144111222222411111111200003112122121211111111111111111111111111102222222"
+        "211111121111111113000000000000000000000000000000000000000000000000000000000000000000";
     for (const uint8_t model : Bytes{58, 60, 0, 255}) {
-        for (int id = -2; id < 300; ++id) {
-            EXPECT_EQ(kzSettingWidth(model, id), settingWidth(id)) << id;
-            EXPECT_EQ(kzStatusWidth(model, id), statusWidth(id)) << id;
+        std::string settings;
+        std::string status;
+        for (int id = 0; id < 184; ++id) {
+            settings += std::to_string(kzSettingWidth(model, id));
+            status += std::to_string(kzStatusWidth(model, id));
         }
+        EXPECT_EQ(settings, kSettings);
+        EXPECT_EQ(status, kStatus);
+        EXPECT_TRUE(kzSettingWidth(model, -1) == eValueWidthNone && kzStatusWidth(model, -1) == eValueWidthNone);
     }
-    EXPECT_EQ(SettingsStatusMapping::IdNums(30, {}).GetWidth(), eValueWidth4Bytes);
 }
-
-TEST_F(Catalogue, OptionsAreCheckedByTheControlDaemonAlone) {
-    fakes::SetOptionExists(
-        [](uint32_t model, uint32_t setting, uint32_t option) { return model == 58 && setting == 200 && option == 7; });
-
-    EXPECT_TRUE(m_model.IsCurrentlyValidSettingOptionId(200, 7));
-    EXPECT_FALSE(m_model.IsCurrentlyValidSettingOptionId(7, 200));
-    EXPECT_EQ(m_model.GetSettingName("2"), "TODO");
-}
-
-}  // namespace

@@ -3,43 +3,44 @@
 
 namespace {
 
+using Model = SettingsStatusMapping;
+
 class CurrentValues : public ModelTest {
   protected:
-    Bytes Setting(int id) const { return BytesOf(*m_model.FindSettingValue(id)); }
-    Bytes Status(int id) const { return BytesOf(*m_model.FindStatusValue(id)); }
-    Ints ChangedSettings() const {
-        Ints ids;
-        m_model.GetChangedSettingsIds(ids);
-        return ids;
-    }
-    Ints ChangedStatus() const {
-        Ints ids;
-        m_model.GetChangedStatusIds(ids);
-        return ids;
-    }
+    std::string Setting(int id) const { return fakes::ToHex(BytesOf(*m_model.FindSettingValue(id))); }
+    std::string Status(int id) const { return fakes::ToHex(BytesOf(*m_model.FindStatusValue(id))); }
 };
 
-TEST_F(CurrentValues, PushStoresEachValueInItsWidthAndMarksIt) {
-    EXPECT_EQ(Push(R"({"settings":{"30":1000,"2":1}})"), 1);
-    EXPECT_EQ(Push(R"({"status":{"29":"abc","54":18446744073709551615,"117":1e3}})"), 2);
-    EXPECT_EQ(Push(R"({"status":{"8":300},"settings":{" 7":-1}})"), 3);
+}  // namespace
 
-    EXPECT_EQ(Setting(2), Bytes{1});
-    EXPECT_EQ(Setting(30), (Bytes{0, 0, 3, 0xE8}));
-    EXPECT_EQ(Setting(7), Bytes{255});
-    EXPECT_EQ(Status(29), (Bytes{'a', 'b', 'c'}));
-    EXPECT_EQ(Status(54), Bytes(8, 255));
-    EXPECT_EQ(Status(117), (Bytes{0, 0, 0, 0, 0, 0, 0, 1}));
-    EXPECT_EQ(Status(8), Bytes{44});
-    EXPECT_EQ(ChangedSettings(), (Ints{2, 7, 30}));
-    EXPECT_EQ(ChangedStatus(), (Ints{8, 29, 54, 117}));
-    EXPECT_FALSE(m_capabilitiesChanged);
+TEST_F(CurrentValues, EachValueIsStoredInItsWidthFromTheExactDigits) {
+    constexpr uint64_t kAll = 0xFFFFFFFFFFFFFFFF;
+    const std::tuple<int, int, std::map<std::string, uint64_t>> kWidths[] = {
+        {8, 1, {{"1", 1}, {"-1", 255}, {"258", 2}, {"12.9", 12}, {"1e2", 100}, {"true", 1}}},
+        {8, 1, {{"4294967295", 255}, {"-1e300", 0}, {"\"7\"", 0}, {"{\"2\":3}", 0}}},  // saturate, or are no numbers
+        {13, 4, {{"1000", 1000}, {"4294967297", 1}, {"-5", 5}, {"1e3", 1}, {"-12E+2", 12}, {"\"9\"", 0}, {"null", 0}}},
+        {13, 4, {{"12.9", 12}, {"12.99999999999999999999", 12}}},  // the double of the latter is 13
+        {54, 8, {{"4294967296", 4294967296}, {"9007199254740993", 9007199254740993}, {"1e400", 1}, {"0.9e20", 0}}},
+        {54, 8, {{"18446744073709551614", kAll - 1}, {"-18446744073709551614", kAll - 1}}},
+        {54, 8, {{"18446744073709551616", kAll}, {"99999999999999999999999", kAll}}},
+    };
+    for (const auto& [id, length, numbers] : kWidths) {
+        for (const auto& [json, number] : numbers) {
+            EXPECT_EQ(Push(R"({"status":{")" + std::to_string(id) + "\":" + json + "}}"), Model::kStatusChanged);
+            FlexValue expected(eValueWidth8Bytes, 0);
+            expected.SetValue(static_cast<unsigned long>(number));
+            const Bytes bytes = BytesOf(expected);
+            EXPECT_EQ(BytesOf(*m_model.FindStatusValue(id)), Bytes(bytes.end() - length, bytes.end())) << json;
+        }
+    }
+    Push(R"({"status":{"29":"\u00e4\n","30":"","40":5}})");
+    EXPECT_EQ(Status(29) + "," + Status(30) + "," + Status(40), "c3 a4 0a,,");
+    const JsonTree number(cJSON_Parse("18446744073709551615"));
+    EXPECT_EQ(BytesOf(BuildFlexValue(eValueWidth8Bytes, number.get())), Bytes(8, 255)) << "the double stands in";
 }
 
-// The exact digits are found whatever surrounds them.
 TEST_F(CurrentValues, ExactIntegersComeFromTheRightMemberOfTheText) {
     const std::string n = "9007199254740993";
-    const Bytes exact = {0, 0x20, 0, 0, 0, 0, 0, 1};
     const std::string texts[] = {
         R"({"status":{"54":)" + n + "}}",
         R"({"a":{"status":{"54":1}},"b":"\"status\":{\"54\":2}","status":{"x":[{"54":3}],"30":"\\\"}","54":)" + n +
@@ -49,22 +50,23 @@ TEST_F(CurrentValues, ExactIntegersComeFromTheRightMemberOfTheText) {
         R"({"status":{"54":-)" + n + R"(},"status":{"54":1}})",  // the first of two counts
         R"({"status":{"54":1,"54":)" + n + ".9e-7}}",            // the last of two counts
         R"({"status":{"\u0035\u0034":)" + n + "}}",
+        "{\"status\"\x01:\x02{\"13\":[[],{}],\x03\"54\":\x1F" + n + "}}",
     };
     for (const std::string& text : texts) {
         Push(R"({"status":{"54":0},"settings":{"30":0}})");
         Push(text);
-        EXPECT_EQ(Status(54), exact) << text;
+        EXPECT_EQ(Status(54), "00 20 00 00 00 00 00 01") << text;
     }
-    EXPECT_EQ(Setting(30), (Bytes{0, 0, 0, 0}));
     Push(texts[2]);
-    EXPECT_EQ(Setting(30), (Bytes{0, 0, 0, 1}));
+    EXPECT_EQ(Setting(30), "00 00 00 01");
 }
 
-TEST_F(CurrentValues, ResultAndStoreOfOddPushes) {
+TEST_F(CurrentValues, ResultMarksAndLogOfOddPushes) {
+    const std::string tooBig = " is too big for notification table of size ";
     const struct {
         std::string push;
         uint8_t result;
-        std::vector<std::string> texts;
+        Texts texts;
         Ints settings;
         Ints status;
     } kRows[] = {
@@ -73,35 +75,18 @@ TEST_F(CurrentValues, ResultAndStoreOfOddPushes) {
         {"7", 1, {}, {}, {}},
         {"", 0, {"Input JSON is nullptr"}, {}, {}},
         {R"({"settings":{"2":1})", 0, {"Input JSON is nullptr"}, {}, {}},
-        {R"({"settings":{}})", 0, {}, {}, {}},
-        {R"({"status":{}})", 0, {}, {}, {}},
+        {R"({"status":{"8":)" + std::string(1100, '['), 0, {"Input JSON is nullptr"}, {}, {}},  // too deep to read
+        {R"({"settings":{},"status":{}})", 0, {}, {}, {}},
         {R"({"settings":[1,2],"status":"x"})", 0, {}, {}, {}},
         {R"({"settings":null,"status":[{"8":1}]})", 0, {}, {}, {}},
-        {R"({"settings":{"200":1,"2":1}})", 1, {"Key 200 is too big for notification table of size 182"}, {2}, {}},
-        {R"({"settings":{"182":1}})", 1, {"Key 182 is too big for notification table of size 182"}, {}, {}},
-        {R"({"status":{"118":1,"117":1}})", 2, {"Key 118 is too big for notification table of size 118"}, {}, {117}},
-        {R"({"status":{"-1":1}})", 0, {"Key -1 is too big for notification table of size 118"}, {}, {}},
-        {R"({"status":{"99999999999999999999999":1}})",
-         0,
-         {"Key 2147483647 is too big for notification table of size 118"},
-         {},
-         {}},
-        {R"({"settings":{"-99999999999999999999999":1}})",
-         1,
-         {"Key -2147483647 is too big for notification table of size 182"},
-         {},
-         {}},
+        {R"({"settings":{"30":1,"2":1},"status":{"8":1}})", 3, {}, {2, 30}, {8}},
+        {R"({"settings":{"182":1,"2":1}})", 1, {"Key 182" + tooBig + "182"}, {2}, {}},
+        {R"({"status":{"118":1,"117":1}})", 2, {"Key 118" + tooBig + "118"}, {}, {117}},
+        {R"({"status":{"-1":1}})", 0, {"Key -1" + tooBig + "118"}, {}, {}},
+        {R"({"status":{"99999999999999999999999":1}})", 0, {"Key 2147483647" + tooBig + "118"}, {}, {}},
+        {R"({"settings":{"-99999999999999999999999":1}})", 1, {"Key -2147483647" + tooBig + "182"}, {}, {}},
         {R"({"settings":{" \t9x":1,"+8":2,"2.7":3}})", 1, {}, {2, 8, 9}, {}},
-        {R"({"settings":{"":1},"status":{"x":1}})",
-         3,
-         {"Unrecognized value type 0", "Unrecognized value type 0"},
-         {0},
-         {0}},
-        {R"({"settings":{"2":"x","30":"y","3":null,"4":[1],"5":{"6":7}},"status":{"29":5,"30":null,"54":"z","40":[]}})",
-         3,
-         {},
-         {2, 3, 4, 5, 30},
-         {29, 30, 40, 54}},
+        {R"({"settings":{"":1}})", 1, {"Unrecognized value type 0"}, {0}, {}},
     };
     for (const auto& row : kRows) {
         m_log.Clear();
@@ -111,113 +96,70 @@ TEST_F(CurrentValues, ResultAndStoreOfOddPushes) {
         EXPECT_EQ(Push(row.push), row.result) << row.push;
 
         EXPECT_EQ(m_log.Texts(), row.texts) << row.push;
-        EXPECT_EQ(ChangedSettings(), row.settings) << row.push;
-        EXPECT_EQ(ChangedStatus(), row.status) << row.push;
+        EXPECT_EQ(Ids(&Model::GetChangedSettingsIds), row.settings) << row.push;
+        EXPECT_EQ(Ids(&Model::GetChangedStatusIds), row.status) << row.push;
         EXPECT_FALSE(m_capabilitiesChanged);
     }
     EXPECT_EQ(m_model.CurrentSettingsStatusFromJSON(nullptr, m_capabilitiesChanged), 0);
-    EXPECT_EQ(Status(29), Bytes{});
-    EXPECT_EQ(Status(54), Bytes(8, 0));
-    EXPECT_EQ(Setting(4), Bytes{0});
-}
-
-TEST_F(CurrentValues, DeepAndLongTextsAreTaken) {
-    const std::string longText(70000, 'x');
-    Push(R"({"status":{"29":")" + longText + R"(","8":)" + std::string(900, '[') + std::string(900, ']') +
-         R"(,"54":1}})");
-    EXPECT_EQ(Status(29).size(), longText.size());
-    EXPECT_EQ(Status(8), Bytes{0});
-    EXPECT_EQ(Status(54).back(), 1);
-
-    EXPECT_EQ(Push(R"({"status":{"8":)" + std::string(1100, '[')), 0);  // deeper than the reader goes
+    Push(R"({"status":{"29":")" + std::string(70000, 'x') + R"(","8":)" + std::string(900, '[') +
+         std::string(900, ']') + "}}");
+    EXPECT_EQ(m_model.FindStatusValue(29)->GetDataLength(), 70000);
+    EXPECT_EQ(Status(8), "00");
 }
 
 TEST_F(CurrentValues, MarksStayUntilResetAndReturnWithTheSameValue) {
     Push(R"({"settings":{"2":1},"status":{"8":1}})");
-
     m_model.ResetSettingsHasChanged();
-    EXPECT_EQ(ChangedSettings(), Ints{});
-    EXPECT_EQ(ChangedStatus(), Ints{8});
-    m_model.ResetStatusHasChanged();
-    EXPECT_EQ(ChangedStatus(), Ints{});
+    EXPECT_EQ(Ids(&Model::GetChangedSettingsIds), Ints{});
+    EXPECT_EQ(Ids(&Model::GetChangedStatusIds), Ints{8});
 
     Push(R"({"settings":{"2":1}})");
     Ints ids = {90, 1};
     m_model.GetChangedSettingsIds(ids);
-    EXPECT_EQ(ids, (Ints{1, 2, 90}));  // appended and sorted
+    EXPECT_EQ(ids, (Ints{1, 2, 90})) << "appended and sorted";
 }
 
 TEST_F(CurrentValues, Status33Is255FromTheStartAndAgainWhenSet) {
-    EXPECT_EQ(Status(33), Bytes{255});
-    EXPECT_EQ(ChangedStatus(), Ints{});
+    EXPECT_EQ(Status(33), "ff");
     Push(R"({"status":{"33":4}})");
-    EXPECT_EQ(Status(33), Bytes{4});
+    EXPECT_EQ(Status(33), "04");
+    FlexValue reset(eValueWidth1Byte, 0);
+    reset.SetValue(static_cast<uint8_t>(255));
 
-    m_model.SetStatusValue(33, ByteValue(255));
-    EXPECT_EQ(Status(33), Bytes{255});
-    EXPECT_EQ(ChangedStatus(), Ints{});
-    m_model.SetStatusValue(118, ByteValue(1));
-    m_model.SetStatusValue(-1, ByteValue(1));
+    m_model.SetStatusValue(33, reset);
+    m_model.SetStatusValue(118, reset);
+    m_model.SetStatusValue(-1, reset);
+
+    EXPECT_EQ(Status(33), "ff");
+    EXPECT_EQ(Ids(&Model::GetChangedStatusIds), Ints{});
     EXPECT_EQ(m_model.FindStatusValue(118), nullptr);
 }
 
-TEST_F(CurrentValues, LookupOfAnIdWithoutValueMakesAnEmptyOne) {
+TEST_F(CurrentValues, LookupOfAnIdWithoutValueMakesAnEmptyOneWithinTheTable) {
     Push(R"({"settings":{"30":7}})");
-    m_model.ResetSettingsHasChanged();
     std::map<int, FlexValue> result;
-    result[30] = ByteValue(3);
-
-    EXPECT_TRUE(m_model.GetTheseSettingsValues({30, 4, 250, -1}, result));
-
-    ASSERT_EQ(result.size(), 4u);
-    EXPECT_EQ(BytesOf(result[30]), (Bytes{0, 0, 0, 7}));
-    EXPECT_EQ(result[4].GetDataLength() + result[250].GetDataLength() + result[-1].GetDataLength(), 0);
-    EXPECT_EQ(ChangedSettings(), Ints{});
     std::map<int, FlexValue> all;
-    EXPECT_TRUE(m_model.GetTheseSettingsValues({}, all));
-    EXPECT_EQ(all.size(), 2u);  // 4 and 30: ids beyond the table are not kept
-    EXPECT_TRUE(all.contains(4) && all.contains(30));
 
-    std::map<int, FlexValue> status;
-    EXPECT_TRUE(m_model.GetTheseStatusValues({117}, status));
-    status.clear();
-    EXPECT_TRUE(m_model.GetTheseStatusValues({}, status));
-    EXPECT_EQ(status.size(), 2u);  // 33 and 117
-}
+    m_model.GetTheseSettingsValues({30, 4, 250, -1}, result);
+    m_model.GetTheseSettingsValues({}, all);
 
-TEST_F(CurrentValues, SingleLookupsMakeOrLeaveValuesAsAsked) {
-    EXPECT_EQ(m_model.FindSettingValue(5), nullptr);
-    EXPECT_EQ(m_model.FindSettingValue(-1), nullptr);
-    EXPECT_EQ(m_model.FindSettingValue(182), nullptr);
-    EXPECT_EQ(m_model.GetSettingValue(5).GetDataLength(), 0);
-    EXPECT_NE(m_model.FindSettingValue(5), nullptr);
-    EXPECT_EQ(m_model.GetStatusValue(500).GetDataLength(), 0);
-    EXPECT_EQ(m_model.FindStatusValue(500), nullptr);
+    EXPECT_EQ(BytesOf(result.at(30)), (Bytes{0, 0, 0, 7}));
+    EXPECT_EQ(result.at(4).GetDataLength() + result.at(250).GetDataLength() + result.at(-1).GetDataLength(), 0);
+    EXPECT_TRUE(all.size() == 2 && all.contains(4) && all.contains(30));
+    EXPECT_EQ(m_model.GetStatusValue(500).GetDataLength() + m_model.GetStatusValue(5).GetDataLength(), 0);
+    EXPECT_TRUE(m_model.FindStatusValue(500) == nullptr && m_model.FindStatusValue(5) != nullptr);
 }
 
 TEST_F(CurrentValues, ChangesAreTracedAtLevelSix) {
-    ParseSettings(SettingJson(5, {1}));
-    ParseFilters(R"({"activated_by":[{"status_id":8,"values":[1]}],"blacklist":[{"setting_id":5,"opt_ids":[1]}]})");
-    Push(R"({"settings":{"30":3000000000,"0":1},"status":{"29":"","8":1}})");
-    Push(R"({"status":{"8":0}})");
-    m_log.Clear();
-    g_logLevel = 6;
+    Push(R"({"settings":{"30":3000000000,"0":1},"status":{"29":""}})");
+    const fakes::LogCapture log(KZ_LOG_TRACE);
 
-    ChangedSettings();
-    ChangedStatus();
-    ChangedCapabilities();
+    Ids(&Model::GetChangedSettingsIds);
+    Ids(&Model::GetChangedStatusIds);
     Push(R"({"settings":{"2":1}})");
-    g_logLevel = 2;
 
-    EXPECT_EQ(m_log.Texts(), (std::vector<std::string>{
-                                 "Setting changed --> 0 = 0",
-                                 "Setting changed --> 30 = 3000000000",
-                                 "Status changed --> 8 = 0",
-                                 "Status changed --> 29 = 0",
-                                 "Setting capability changed -->:",
-                                 "Updated json --> {\n\t\"settings\":\t{\n\t\t\"2\":\t1\n\t}\n}",
-                                 "Nothing in the push data affects current blacklists",
-                             }));
+    EXPECT_EQ(log.Texts(),
+              (Texts{"Setting changed --> 0 = 0", "Setting changed --> 30 = 3000000000", "Status changed --> 29 = 0",
+                     "Updated json --> {\n\t\"settings\":\t{\n\t\t\"2\":\t1\n\t}\n}",
+                     "Nothing in the push data affects current blacklists"}));
 }
-
-}  // namespace

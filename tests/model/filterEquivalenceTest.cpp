@@ -1,11 +1,14 @@
 // The three ways to the capabilities must agree on any catalogue and any sequence of values: the compiled filters of
 // the push path, the plain evaluation that the traces come from, and a third one written here from scratch.
 #include <algorithm>
+#include <array>
 #include <random>
 
 #include "modelFixture.h"
 
 namespace {
+
+using Model = SettingsStatusMapping;
 
 struct Criterion {
     bool isStatus;
@@ -17,7 +20,7 @@ struct Filter {
     std::vector<std::pair<int, Ints>> blacklist;
 };
 struct Plan {
-    std::map<int, Ints> options;
+    Options options;
     std::vector<Filter> filters;
 };
 
@@ -26,11 +29,10 @@ class Dice {
     explicit Dice(unsigned seed) : m_engine(seed) {}
     int Roll(int from, int to) { return std::uniform_int_distribution<int>(from, to)(m_engine); }
     bool Chance(int percent) { return Roll(1, 100) <= percent; }
+    int OneOf(const Ints& ids) { return ids[static_cast<size_t>(Roll(0, static_cast<int>(ids.size()) - 1))]; }
     Ints Numbers(int count, int from, int to) {
-        Ints numbers;
-        for (int i = 0; i < count; ++i) {
-            numbers.push_back(Roll(from, to));
-        }
+        Ints numbers(static_cast<size_t>(count));
+        std::generate(numbers.begin(), numbers.end(), [&] { return Roll(from, to); });
         return numbers;
     }
 
@@ -40,202 +42,148 @@ class Dice {
 
 // Few ids and few values, so that filters meet: options repeat, blacklists name unknown settings and unknown options,
 // criteria stand on ids beyond the tables, on four-byte, string and valueless ids.
+const Ints kSettingIds = {1, 2, 3, 4, 30, 181, 182, 300, -4};
+const Ints kStatusIds = {1, 2, 5, 13, 29, 33, 54, 118};
+
 Plan RandomPlan(Dice& dice) {
-    static constexpr int kSettingIds[] = {1, 2, 3, 4, 30, 181, 182, 300, -4};
-    static constexpr int kStatusIds[] = {1, 2, 5, 13, 29, 33, 54, 118};
-    const auto settingId = [&] { return kSettingIds[dice.Roll(0, 8)]; };
-    const auto statusId = [&] { return kStatusIds[dice.Roll(0, 7)]; };
     Plan plan;
-    const int settings = dice.Roll(0, 7);
-    for (int i = 0; i < settings; ++i) {
+    for (int n = dice.Roll(0, 7); n > 0; --n) {
         const int count = dice.Chance(10) ? dice.Roll(60, 200) : dice.Roll(1, 6);
-        plan.options[settingId()] = dice.Numbers(count, -1, count + 2);
+        plan.options[dice.OneOf(kSettingIds)] = dice.Numbers(count, -1, count + 2);
     }
-    const int filters = dice.Chance(10) ? dice.Roll(60, 140) : dice.Roll(0, 8);
-    for (int i = 0; i < filters; ++i) {
-        Filter filter;
+    plan.filters.resize(static_cast<size_t>(dice.Chance(10) ? dice.Roll(60, 140) : dice.Roll(0, 8)));
+    for (Filter& filter : plan.filters) {
         for (int n = dice.Roll(1, 3); n > 0; --n) {
             const bool isStatus = dice.Chance(50);
-            filter.criteria.push_back(
-                {isStatus, isStatus ? statusId() : settingId(), dice.Numbers(dice.Roll(1, 4), -1, 3)});
+            const int id = dice.OneOf(isStatus ? kStatusIds : kSettingIds);
+            filter.criteria.push_back({isStatus, id, dice.Numbers(dice.Roll(1, 4), -1, 3)});
         }
         for (int n = dice.Roll(0, 3); n > 0; --n) {
-            filter.blacklist.emplace_back(settingId(), dice.Numbers(dice.Roll(1, 6), -1, dice.Chance(20) ? 150 : 6));
+            const int highest = dice.Chance(20) ? 150 : 6;
+            filter.blacklist.emplace_back(dice.OneOf(kSettingIds), dice.Numbers(dice.Roll(1, 6), -1, highest));
         }
-        plan.filters.push_back(std::move(filter));
     }
     return plan;
 }
 
-std::string JsonOf(const Ints& numbers) {
-    std::string text = "[";
-    for (const int number : numbers) {
-        text += (text.size() > 1 ? "," : "") + std::to_string(number);
-    }
-    return text + "]";
-}
-
-std::string FiltersJson(const Plan& plan) {
+std::string Joined(const Texts& parts) {
     std::string text;
-    for (const Filter& filter : plan.filters) {
-        text += text.empty() ? R"({"activated_by":[)" : R"(,{"activated_by":[)";
-        const char* separator = "";
-        for (const Criterion& criterion : filter.criteria) {
-            text += std::string(separator) + (criterion.isStatus ? R"({"status_id":)" : R"({"setting_id":)") +
-                    std::to_string(criterion.id) + (criterion.isStatus ? R"(,"values":)" : R"(,"ids":)") +
-                    JsonOf(criterion.numbers) + "}";
-            separator = ",";
-        }
-        text += R"(],"blacklist":[)";
-        separator = "";
-        for (const auto& [id, options] : filter.blacklist) {
-            text += std::string(separator) + R"({"setting_id":)" + std::to_string(id) + R"(,"opt_ids":)" +
-                    JsonOf(options) + "}";
-            separator = ",";
-        }
-        text += "]}";
+    for (const std::string& part : parts) {
+        text += (text.empty() ? "" : ",") + part;
     }
     return text;
 }
 
-std::string SettingsJson(const Plan& plan) {
-    std::string text;
+JsonTree JsonOfPlan(const Plan& plan) {
+    Texts settings;
     for (const auto& [id, options] : plan.options) {
-        text += (text.empty() ? "" : ",") + SettingJson(id, options);
+        settings.push_back(SettingJson(id, options));
     }
-    return text;
+    Texts filters;
+    for (const Filter& filter : plan.filters) {
+        Texts criteria;
+        for (const Criterion& criterion : filter.criteria) {
+            criteria.push_back((criterion.isStatus ? R"({"status_id":)" : R"({"setting_id":)") +
+                               std::to_string(criterion.id) + (criterion.isStatus ? R"(,"values":)" : R"(,"ids":)") +
+                               JsonOf(criterion.numbers) + "}");
+        }
+        Texts blacklist;
+        for (const auto& [id, options] : filter.blacklist) {
+            blacklist.push_back(R"({"setting_id":)" + std::to_string(id) + R"(,"opt_ids":)" + JsonOf(options) + "}");
+        }
+        filters.push_back(R"({"activated_by":[)" + Joined(criteria) + R"(],"blacklist":[)" + Joined(blacklist) + "]}");
+    }
+    return CatalogueJson(Joined(settings), Joined(filters));
 }
 
-// A few random members of one part of a push. Strings for text widths, now and then a value without a number.
-std::string RandomMembers(Dice& dice, bool isStatus) {
-    std::string text;
+// A few random members of one part of a push. Status 29 is a text of one character, or of none.
+std::string RandomMembers(Dice& dice, const Ints& ids) {
+    Texts members;
     for (int n = dice.Roll(0, 4); n > 0; --n) {
-        const int id = isStatus ? Ints{1, 2, 5, 13, 29, 33, 54}[static_cast<size_t>(dice.Roll(0, 6))]
-                                : Ints{1, 2, 3, 4, 30, 181}[static_cast<size_t>(dice.Roll(0, 5))];
+        const int id = dice.OneOf(ids);
         const int number = dice.Roll(-1, 4);
-        const bool isText = isStatus && id == 29;
-        const std::string letters = number < 0 ? "" : std::string(1, static_cast<char>('\x01' + number));
-        text += (text.empty() ? "\"" : ",\"") + std::to_string(id) +
-                "\":" + (isText ? "\"" + letters + "\"" : std::to_string(number));
+        const std::string letters(number < 0 ? 0 : 1, static_cast<char>('\x01' + number));
+        members.push_back("\"" + std::to_string(id) +
+                          "\":" + (id == 29 ? "\"" + letters + "\"" : std::to_string(number)));
     }
-    return text;
+    return Joined(members);
+}
+
+// Whether a criterion holds: its id has a value whose number it lists.
+bool Holds(const Criterion& criterion, const Model& model) {
+    const FlexValue* value =
+        criterion.isStatus ? model.FindStatusValue(criterion.id) : model.FindSettingValue(criterion.id);
+    return value != nullptr && value->GetDataLength() != 0 &&
+           std::any_of(criterion.numbers.begin(), criterion.numbers.end(),
+                       [&](int number) { return static_cast<uint32_t>(number) == value->GetUI32Value(); });
 }
 
 // The written rule: every setting's options less those that a filter forbids that is on.
-std::map<int, Ints> Expected(const Plan& plan, const std::map<int, uint32_t>& settings,
-                             const std::map<int, uint32_t>& status) {
-    std::map<int, Ints> result = plan.options;
+Options Expected(const Plan& plan, const Model& model) {
+    Options result = plan.options;
     for (auto& [id, options] : result) {
         std::sort(options.begin(), options.end());
     }
     for (const Filter& filter : plan.filters) {
-        const bool on = std::all_of(filter.criteria.begin(), filter.criteria.end(), [&](const Criterion& criterion) {
-            const auto& values = criterion.isStatus ? status : settings;
-            const auto value = values.find(criterion.id);
-            return value != values.end() && std::any_of(criterion.numbers.begin(), criterion.numbers.end(), [&](int n) {
-                       return static_cast<uint32_t>(n) == value->second;
-                   });
-        });
+        const bool on = std::all_of(filter.criteria.begin(), filter.criteria.end(),
+                                    [&](const Criterion& criterion) { return Holds(criterion, model); });
         for (const auto& [id, forbidden] : filter.blacklist) {
-            Ints& options = result[id];
-            if (on) {
-                std::erase_if(options, [&, &list = forbidden](int option) {
-                    return std::find(list.begin(), list.end(), option) != list.end();
-                });
-            }
+            std::erase_if(result[id], [&, &list = forbidden](int option) {
+                return on && std::find(list.begin(), list.end(), option) != list.end();
+            });
         }
     }
     return result;
 }
 
-std::map<int, uint32_t> NumbersOfValues(const std::map<int, FlexValue>& values) {
-    std::map<int, uint32_t> numbers;
-    for (const auto& [id, value] : values) {
-        if (value.GetDataLength() != 0) {
-            numbers[id] = value.GetUI32Value();
-        }
-    }
-    return numbers;
-}
+class Equivalence : public testing::TestWithParam<unsigned> {};
 
-class Equivalence : public testing::TestWithParam<unsigned> {
-  protected:
-    Equivalence() { fakes::Reset(); }
-
-    void Load(SettingsStatusMapping& model) const {
-        const JsonTree root(cJSON_Parse(
-            (R"({"modes":0,"settings":[)" + SettingsJson(m_plan) + R"(],"filters":[)" + FiltersJson(m_plan) + "]}")
-                .c_str()));
-        ASSERT_TRUE(root != nullptr && model.ParseSettings(root.get()) && model.ParseFilters(root.get()));
-    }
-
-    Dice m_dice{GetParam()};
-    Plan m_plan = RandomPlan(m_dice);
-    fakes::LogCapture m_log{0};
-};
+}  // namespace
 
 TEST_P(Equivalence, CompiledPlainAndBruteForceFiltersAgree) {
-    SettingsStatusMapping compiled;  // never traced
-    SettingsStatusMapping plain;     // always traced
-    SettingsStatusMapping mixed;     // changes between the two
-    for (SettingsStatusMapping* model : {&compiled, &plain, &mixed}) {
-        Load(*model);
+    fakes::Reset();
+    const fakes::LogCapture log(KZ_LOG_OFF);
+    Dice dice(GetParam());
+    const Plan plan = RandomPlan(dice);
+    const JsonTree json = JsonOfPlan(plan);
+    std::array<Model, 3> models;  // the filters are evaluated compiled, plainly, and by turns
+    for (Model& model : models) {
+        ASSERT_TRUE(json != nullptr && model.ParseSettings(json.get()) && model.ParseFilters(json.get()));
     }
-    std::map<int, Ints> before;
+    Options before;
     for (int step = 0; step < 80; ++step) {
-        const std::string push =
-            R"({"settings":{)" + RandomMembers(m_dice, false) + R"(},"status":{)" + RandomMembers(m_dice, true) + "}}";
+        const std::string push = R"({"settings":{)" + RandomMembers(dice, {1, 2, 3, 4, 30, 181}) + R"(},"status":{)" +
+                                 RandomMembers(dice, {1, 2, 5, 13, 29, 33, 54}) + "}}";
         SCOPED_TRACE(push);
-        const bool traced = m_dice.Chance(20);
-        const bool disconnects = m_dice.Chance(10);
-        bool compiledChanged = false;
-        bool plainChanged = false;
-        bool mixedChanged = false;
+        const int levels[] = {KZ_LOG_OFF, KZ_LOG_TRACE, dice.Chance(20) ? KZ_LOG_TRACE : KZ_LOG_OFF};
+        bool changed[3] = {};
+        for (size_t i = 0; i < models.size(); ++i) {
+            g_logLevel = levels[i];  // only the plain evaluation is traced
+            models[i].CurrentSettingsStatusFromJSON(push.c_str(), changed[i]);
+        }
+        g_logLevel = KZ_LOG_OFF;
 
-        compiled.CurrentSettingsStatusFromJSON(push.c_str(), compiledChanged);
-        g_logLevel = 6;
-        plain.CurrentSettingsStatusFromJSON(push.c_str(), plainChanged);
-        g_logLevel = traced ? 6 : 0;
-        mixed.CurrentSettingsStatusFromJSON(push.c_str(), mixedChanged);
-        g_logLevel = 0;
-        m_log.Clear();
-
-        std::map<int, FlexValue> settings;
-        std::map<int, FlexValue> status;
-        compiled.GetTheseSettingsValues({}, settings);
-        compiled.GetTheseStatusValues({}, status);
-        std::map<int, SettingsStatusMapping::IdNums> applied;
-        compiled.ApplyFilters(settings, status, applied);
-        const auto expected = Expected(m_plan, NumbersOfValues(settings), NumbersOfValues(status));
-
-        const auto& capabilities = compiled.GetCapabilities();
-        ASSERT_EQ(capabilities.size(), plain.GetCapabilities().size());
-        if (plainChanged) {
-            ASSERT_EQ(NumbersOf(applied), expected);
-            ASSERT_EQ(NumbersOf(capabilities), expected);
+        const Options expected = Expected(plan, models[0]);
+        if (changed[0]) {
+            ASSERT_EQ(NumbersOf(models[0].GetCapabilities()), expected);
             ASSERT_NE(expected, before);
             before = expected;
         }
-        ASSERT_EQ(compiledChanged, plainChanged);
-        ASSERT_EQ(mixedChanged, plainChanged);
-        for (const auto& [id, entry] : plain.GetCapabilities()) {
-            const SettingsStatusMapping::IdNums* other = compiled.FindCapability(id);
-            const SettingsStatusMapping::IdNums* third = mixed.FindCapability(id);
-            ASSERT_TRUE(other != nullptr && third != nullptr);
-            ASSERT_EQ(other->numbers, entry.numbers);
-            ASSERT_EQ(third->numbers, entry.numbers);
-            ASSERT_EQ(other->changed, entry.changed) << id;
-            ASSERT_EQ(third->changed, entry.changed) << id;
-            ASSERT_EQ(other->id, entry.id);
+        for (size_t i = 1; i < models.size(); ++i) {
+            ASSERT_EQ(changed[i], changed[0]);
+            ASSERT_EQ(NumbersOf(models[i].GetCapabilities()), NumbersOf(models[0].GetCapabilities()));
+            for (const auto& [id, entry] : models[i].GetCapabilities()) {
+                ASSERT_EQ(entry.changed, models[0].FindCapability(id)->changed) << id;
+            }
         }
-        for (SettingsStatusMapping* model : {&compiled, &plain, &mixed}) {
-            if (disconnects) {
-                model->SetStatusValue(33, ByteValue(255));
+        if (dice.Chance(10)) {  // the last client disconnects
+            for (Model& model : models) {
+                FlexValue reset(eValueWidth1Byte, 0);
+                reset.SetValue(static_cast<uint8_t>(255));
+                model.SetStatusValue(33, reset);
             }
         }
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Random, Equivalence, testing::Range(0u, 24u));
-
-}  // namespace

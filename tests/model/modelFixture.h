@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -15,36 +14,38 @@
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
+using fakes::Bytes;
 using Ints = std::vector<int>;
-using Bytes = std::vector<uint8_t>;
+using Texts = std::vector<std::string>;
+using Options = std::map<int, Ints>;  // by setting
 
 inline Bytes BytesOf(const FlexValue& value) {
     return {value.GetDataPointer(), value.GetDataPointer() + value.GetDataLength()};
 }
 
-inline FlexValue ByteValue(uint8_t number) {
-    FlexValue value(eValueWidth1Byte, 0);
-    value.SetValue(number);
-    return value;
-}
-
-// One setting of settings.json; `options` are the objects of the list.
-inline std::string SettingWith(int id, const std::string& options) {
-    return R"({"id":)" + std::to_string(id) + R"(,"display_name":"Setting )" + std::to_string(id) + R"(","options":[)" +
-           options + "]}";
-}
-
-inline std::string SettingJson(int id, const Ints& options) {
-    std::string list;
-    for (const int option : options) {
-        list += (list.empty() ? "" : ",") + (R"({"id":)" + std::to_string(option) + R"(,"display_name":"Option"})");
+inline std::string JsonOf(const Ints& numbers, const std::string& before = "", const std::string& after = "") {
+    std::string text;
+    for (const int number : numbers) {
+        text += (text.empty() ? "" : ",") + before + std::to_string(number) + after;
     }
-    return SettingWith(id, list);
+    return "[" + text + "]";
 }
 
-// The numbers of each setting.
-inline std::map<int, Ints> NumbersOf(const std::map<int, SettingsStatusMapping::IdNums>& entries) {
-    std::map<int, Ints> numbers;
+// One setting of settings.json.
+inline std::string SettingJson(int id, const Ints& options) {
+    const std::string number = std::to_string(id);
+    return R"({"id":)" + number + R"(,"display_name":"Setting )" + number + R"(","options":)" +
+           JsonOf(options, R"({"display_name":"Option","id":)", "}") + "}";
+}
+
+inline JsonTree CatalogueJson(const std::string& settings, const std::string& filters = "") {
+    return JsonTree(cJSON_Parse(
+        (R"({"modes":[],"settings":[)" + settings + R"(],"status":{"groups":[]},"filters":[)" + filters + "]}")
+            .c_str()));
+}
+
+inline Options NumbersOf(const std::map<int, SettingsStatusMapping::IdNums>& entries) {
+    Options numbers;
     for (const auto& [id, entry] : entries) {
         numbers[id] = entry.numbers;
     }
@@ -55,32 +56,28 @@ class ModelTest : public testing::Test {
   protected:
     ModelTest() { fakes::Reset(); }
 
-    void ParseSettings(const std::string& settings) {
-        const JsonTree root(cJSON_Parse((R"({"modes":[],"settings":[)" + settings + "]}").c_str()));
-        ASSERT_TRUE(m_model.ParseSettings(root.get()));
-    }
-    void ParseFilters(const std::string& filters) {
-        const JsonTree root(cJSON_Parse((R"({"filters":[)" + filters + "]}").c_str()));
-        ASSERT_NE(root, nullptr);
-        m_model.ParseFilters(root.get());
+    void Load(const std::string& settings, const std::string& filters = "") {
+        const JsonTree root = CatalogueJson(settings, filters);
+        ASSERT_TRUE(root != nullptr && m_model.ParseSettings(root.get()) && m_model.ParseFilters(root.get()));
     }
     uint8_t Push(const std::string& json) {
         return m_model.CurrentSettingsStatusFromJSON(json.c_str(), m_capabilitiesChanged);
     }
 
-    Ints ValidSettings() const {
+    // The ids that one of the model's lists holds.
+    Ints Ids(void (SettingsStatusMapping::*list)(Ints&) const) const {
         Ints ids;
-        m_model.GetValidSettingsIds(ids);
+        (m_model.*list)(ids);
         return ids;
     }
-    std::map<int, Ints> Capabilities() const { return NumbersOf(m_model.GetCapabilities()); }
-    Ints ChangedCapabilities() const {
-        Ints ids;
-        m_model.GetCapabilityChangedSettingsIds(ids);
-        return ids;
+    Options AllOptions() const {
+        std::map<int, SettingsStatusMapping::IdNums> options;
+        m_model.ApplyFilters({}, {}, options);
+        return NumbersOf(options);
     }
+    Options Capabilities() const { return NumbersOf(m_model.GetCapabilities()); }
 
-    fakes::LogCapture m_log{2};
+    fakes::LogCapture m_log{KZ_LOG_ERROR};
     SettingsStatusMapping m_model;
     bool m_capabilitiesChanged = false;
 };
