@@ -10,15 +10,42 @@
 
 #include <climits>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <memory>
-#include <random>
+#include <numeric>
 
-#include "fakeSystem.h"
 #include "kzControlCommands.h"
+#include "privateTmp.h"
 
 namespace {
 
-TEST(Names, UnknownCodesAndModelsHaveNone) {
+constexpr const char* kCard = "/tmp/fuse_d/MISC/card";
+
+std::string ReadFile(const char* path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class CardId : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!fakes::EnterPrivateTmp()) {
+            GTEST_SKIP() << "no private /tmp on this system";
+        }
+        std::filesystem::create_directories("/tmp/fuse_d");
+    }
+    static void Store(const std::string& text) {
+        std::filesystem::create_directories("/tmp/fuse_d/MISC");
+        std::ofstream(kCard) << text;
+    }
+};
+
+}  // namespace
+
+TEST(Names, UnknownCodesModelsAndCommandsHaveNone) {
     EXPECT_STREQ(kzErrno2Str(0), "KZ_OK");
     EXPECT_STREQ(kzErrno2Str(-17), "KZ_ERR_ACCESS_DENIED");
     EXPECT_STREQ(kzErrno2Str(-104), "KZ_ERR_NOT_SUPPORTED");
@@ -31,102 +58,61 @@ TEST(Names, UnknownCodesAndModelsHaveNone) {
     for (const int model : {0, 59, 255, -1}) {
         EXPECT_EQ(get_model_name(model), nullptr);
     }
-}
-
-TEST(Names, ControlCommandsAreNumberedInTheirOrder) {
-    const struct {
-        uint32_t id;
-        const char* name;
-    } cases[] = {
-        {0, "KZCONTROL_EVENT_REGISTER_MQUEUE"},      {30, "KZCONTROL_SET_SETTING_ID"}, {67, "KZCONTROL_MODE_SET_MODE"},
-        {83, "KZCONTROL_PRESET_SET_TITLE_AND_ICON"}, {102, "KZCONTROL_CMD_LAST"},      {103, "UNKNOWN"},
-    };
-    for (const auto& row : cases) {
-        EXPECT_STREQ(kzControlCommandName(row.id), row.name);
-    }
+    EXPECT_STREQ(kzControlCommandName(0), "KZCONTROL_EVENT_REGISTER_MQUEUE");
+    EXPECT_STREQ(kzControlCommandName(67), "KZCONTROL_MODE_SET_MODE");
+    EXPECT_STREQ(kzControlCommandName(103), "UNKNOWN");
 }
 
 TEST(Text, TrimSkipsLeadingBlanksAlone) {
     char text[] = " \t a b ";
-    EXPECT_STREQ(trim(text), "a b ");
     char blank[] = " \t";
+    EXPECT_STREQ(trim(text), "a b ");
     EXPECT_EQ(trim(blank), nullptr);
     EXPECT_EQ(trim(nullptr), nullptr);
 }
 
 TEST(Text, PercentEscapesAreDecodedInPlace) {
-    const struct {
-        const char* given;
-        std::string decoded;
-    } cases[] = {
-        {"", ""},      {"plain", "plain"}, {"a%20b%2Fc%2f", "a b/c/"},        {"%41", "A"},     {"ab%4", "ab"},
-        {"ab%", "ab"}, {"%zz%41", "%zzA"}, {"a%00b", std::string("a\0b", 3)}, {"%%341", "%41"},
-    };
-    for (const auto& row : cases) {
-        char text[32] = {};
-        std::strncpy(text, row.given, sizeof(text) - 1);
-        int length = static_cast<int>(std::strlen(text));
+    const std::map<std::string, std::string> kRows = {
+        {"", ""},      {"plain", "plain"}, {"a%20b%2Fc%2f", "a b/c/"},        {"%41", "A"},    {"ab%4", "ab"},
+        {"ab%", "ab"}, {"%zz%41", "%zzA"}, {"a%00b", std::string("a\0b", 3)}, {"%%341", "%41"}};
+    for (const auto& [given, decoded] : kRows) {
+        std::string text = given;
+        int length = static_cast<int>(text.size());
 
-        unescapeUrl(text, &length);
+        unescapeUrl(text.data(), &length);
 
-        EXPECT_EQ(std::string(text, static_cast<size_t>(length)), row.decoded) << row.given;
-        EXPECT_EQ(text[length], '\0');
+        EXPECT_EQ(text.substr(0, static_cast<size_t>(length)), decoded) << given;
+        EXPECT_EQ(text.c_str()[length], '\0');
     }
-    testing::internal::CaptureStderr();
     unescapeUrl(nullptr, nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Cannot escape url, pointer is null\n");
 }
 
 TEST(Text, CardIdIsDigitsUpToTerminatorOrLength) {
-    EXPECT_TRUE(validateCardID("", 10));
-    EXPECT_TRUE(validateCardID("0123456789", 32));
-    EXPECT_TRUE(validateCardID("12x", 2));
-    EXPECT_FALSE(validateCardID("12x", 3));
-    EXPECT_FALSE(validateCardID("12\n", 32));
+    EXPECT_TRUE(validateCardID("", 10) && validateCardID("0123456789", 32) && validateCardID("12x", 2));
+    EXPECT_FALSE(validateCardID("12x", 3) || validateCardID("12\n", 32));
 }
 
 // ---------------------------------------------------------------- card id
 
-TEST(CardId, IsMadeOnceAndThenKept) {
-    const fake::PrivateFiles files;
-    char first[32] = {};
-    char second[32] = {};
-
-    ASSERT_EQ(getCardIDStr(first), 0);
-    ASSERT_EQ(getCardIDStrFromCard(second, 0), 0);
-
-    EXPECT_TRUE(validateCardID(first, sizeof(first)));
-    EXPECT_STRNE(first, "");
-    EXPECT_STREQ(first, second);
-    EXPECT_EQ(files.read("/tmp/fuse_d/MISC/card"), first);
-    EXPECT_FALSE(std::filesystem::exists(files.at("/tmp/fuse_i/MISC")));
-}
-
-TEST(CardId, OfTheInternalStorageIsReadFromThere) {
-    const fake::PrivateFiles files;
-    files.write("/tmp/fuse_i/MISC/card", "4711");
-    char id[32] = {};
-
-    EXPECT_EQ(getCardIDStrFromCard(id, 1), 0);
-
-    EXPECT_STREQ(id, "4711");
-}
-
-TEST(CardId, StoredTextThatIsNotANumberIsReplaced) {
-    for (const char* stored : {"12a4", "", "4711\n"}) {
-        const fake::PrivateFiles files;
-        files.write("/tmp/fuse_d/MISC/card", stored);
-        char id[32] = {};
-
-        EXPECT_EQ(getCardIDStr(id), 0);
-
-        EXPECT_TRUE(validateCardID(id, sizeof(id)));
-        EXPECT_EQ(files.read("/tmp/fuse_d/MISC/card"), id);
+TEST_F(CardId, IsMadeOnceOrAgainWhenItIsNoNumberAndThenKept) {
+    for (const char* stored : {"", "12a4", "4711\n"}) {
+        Store(stored);
+        char first[32] = {};
+        char second[32] = {};
+        EXPECT_EQ(getCardIDStr(first), 0);
+        EXPECT_EQ(getCardIDStrFromCard(second, 0), 0);
+        EXPECT_TRUE(validateCardID(first, sizeof(first)));
+        EXPECT_STREQ(first, second);
+        EXPECT_EQ(ReadFile(kCard), first);
     }
+    std::filesystem::create_directories("/tmp/fuse_i/MISC");
+    std::ofstream("/tmp/fuse_i/MISC/card") << "4711";
+    char internal[32] = {};
+    EXPECT_EQ(getCardIDStrFromCard(internal, 1), 0);
+    EXPECT_STREQ(internal, "4711");
 }
 
-TEST(CardId, FailureGivesZeroAndItsReason) {
-    const fake::PrivateFiles files;
+TEST_F(CardId, FailureGivesZeroAndItsReason) {
     const auto reason = [](int which) {
         char id[32] = "unchanged";
         testing::internal::CaptureStderr();
@@ -134,47 +120,29 @@ TEST(CardId, FailureGivesZeroAndItsReason) {
         EXPECT_STREQ(id, "0");
         return testing::internal::GetCapturedStderr();
     };
-    files.write("/tmp/fuse_d/MISC", "a file");
-    std::filesystem::remove_all(files.at("/tmp/fuse_i"));
-
-    EXPECT_EQ(reason(0), "Path:/tmp/fuse_d/MISC/ exists and is a NOT folder\n");
     EXPECT_EQ(reason(1), "Failed to create folder:/tmp/fuse_i/MISC/\n");
-
-    std::filesystem::remove(files.at("/tmp/fuse_d/MISC"));
-    std::filesystem::create_directories(files.at("/tmp/fuse_d/MISC/card"));
-    files.write("/tmp/fuse_d/MISC/card/occupied", "");
+    std::ofstream("/tmp/fuse_d/MISC") << "a file";
+    EXPECT_EQ(reason(0), "Path:/tmp/fuse_d/MISC/ exists and is a NOT folder\n");
+    std::filesystem::remove("/tmp/fuse_d/MISC");
+    std::filesystem::create_directories("/tmp/fuse_d/MISC/card/occupied");
     EXPECT_EQ(reason(0), "Failed to create file  /tmp/fuse_d/MISC/card\n");
-
     EXPECT_EQ(getCardIDStr(nullptr), -1);
-}
 
-TEST(CardId, MessagesFileIsSeen) {
-    const fake::PrivateFiles files;
     EXPECT_FALSE(messages_txt_exists());
-    files.write("/tmp/fuse_d/messages.txt", "");
+    std::ofstream("/tmp/fuse_d/messages.txt") << "";
     EXPECT_TRUE(messages_txt_exists());
 }
 
 // ---------------------------------------------------------------- JSON
 
-class Json : public testing::Test {
-  protected:
-    struct Delete {
-        void operator()(cJSON* tree) const { cJSON_Delete(tree); }
-    };
-    std::unique_ptr<cJSON, Delete> m_tree{cJSON_Parse(
-        R"({"n":42,"neg":-1,"frac":2.9,"big":1e30,"s":"17","hex":"12ab","text":"abc","huge":"99999999999999999999",)"
-        R"("t":true,"f":false,"null":null,"a":[1],"o":{}})")};
-};
-
-TEST_F(Json, IntegersAreReadFromEveryFormThatHoldsOne) {
+TEST(Json, IntegersAreReadFromEveryFormThatHoldsOneAndStringsPointIntoTheTree) {
+    const std::unique_ptr<cJSON, decltype(&cJSON_Delete)> tree(
+        cJSON_Parse(R"({"n":42,"neg":-1,"frac":2.9,"big":1e30,"s":"17","hex":"12ab","text":"abc",)"
+                    R"("huge":"99999999999999999999","t":true,"f":false,"null":null,"a":[1],"o":{}})"),
+        cJSON_Delete);
     constexpr int kUntouched = -99;
-    const struct {
-        const char* key;
-        int required;
-        int result;
-        int value;
-    } cases[] = {
+    const std::tuple<const char*, int, int, int> kIntegers[] = {
+        // key, required, result, value
         {"n", 1, 0, 42},
         {"neg", 1, 0, -1},
         {"frac", 1, 0, 2},
@@ -187,91 +155,61 @@ TEST_F(Json, IntegersAreReadFromEveryFormThatHoldsOne) {
         {"f", 0, 0, 0},
         {"null", 1, -1, kUntouched},
         {"null", 0, 0, kUntouched},
+        {"a", 0, -1, kUntouched},
         {"none", 1, -1, kUntouched},
         {"none", 0, 0, kUntouched},
-        {"a", 0, -1, kUntouched},
         {"o", 0, -1, kUntouched},
+        {nullptr, 0, -3, kUntouched},
     };
-    for (const auto& row : cases) {
+    for (const auto& [key, required, result, number] : kIntegers) {
         int value = kUntouched;
-        EXPECT_EQ(Utils::cjson_parse_int(m_tree.get(), row.key, &value, row.required), row.result) << row.key;
-        EXPECT_EQ(value, row.value) << row.key;
+        EXPECT_EQ(Utils::cjson_parse_int(tree.get(), key, &value, required), result) << number;
+        EXPECT_EQ(value, number);
     }
+    const std::tuple<const char*, int, int> kTexts[] = {{"text", 1, 0},  {"null", 1, 0}, {"n", 0, -1},
+                                                        {"none", 1, -1}, {"none", 0, 0}, {nullptr, 0, -3}};
+    for (const auto& [key, required, result] : kTexts) {
+        const char* text = "untouched";
+        EXPECT_EQ(Utils::cjson_parse_string(tree.get(), key, &text, required), result);
+        EXPECT_STREQ(text,
+                     required == 0 || result != 0 ? "untouched" : cJSON_GetObjectItem(tree.get(), key)->valuestring);
+    }
+    EXPECT_EQ(Utils::cjson_parse_int(nullptr, "n", nullptr, 0), -3);
+    EXPECT_EQ(Utils::cjson_parse_string(nullptr, "n", nullptr, 0), -3);
 }
 
-TEST_F(Json, StringsPointIntoTheTree) {
-    const char* value = "untouched";
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), "text", &value, 1), 0);
-    EXPECT_EQ(value, cJSON_GetObjectItem(m_tree.get(), "text")->valuestring);
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), "null", &value, 1), 0);
-    EXPECT_EQ(value, nullptr);
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), "n", &value, 0), -1);
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), "none", &value, 1), -1);
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), "none", &value, 0), 0);
-}
-
-TEST_F(Json, NullArgumentsAreRefused) {
-    int number = 0;
-    const char* text = nullptr;
-    EXPECT_EQ(Utils::cjson_parse_int(nullptr, "n", &number, 0), -3);
-    EXPECT_EQ(Utils::cjson_parse_int(m_tree.get(), nullptr, &number, 0), -3);
-    EXPECT_EQ(Utils::cjson_parse_int(m_tree.get(), "n", nullptr, 0), -3);
-    EXPECT_EQ(Utils::cjson_parse_string(nullptr, "n", &text, 0), -3);
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), nullptr, &text, 0), -3);
-    EXPECT_EQ(Utils::cjson_parse_string(m_tree.get(), "n", nullptr, 0), -3);
-}
-
-// ---------------------------------------------------------------- checksum
+// ---------------------------------------------------------------- checksum and daemon
 
 TEST(Crc32, AgreesWithTheStandardForEveryLengthAndAlignment) {
-    std::minstd_rand random(1);
     std::vector<uint8_t> data(300);
-    for (uint8_t& byte : data) {
-        byte = static_cast<uint8_t>(random());
+    for (size_t i = 0; i < data.size(); ++i) {
+        data[i] = static_cast<uint8_t>(i * i * 7 + i / 3);
     }
     for (uint32_t start = 0; start < 8; ++start) {
         for (uint32_t length = 0; start + length <= data.size(); ++length) {
-            ASSERT_EQ(Utils::crc32(data.data() + start, length), ::crc32(0, data.data() + start, length))
-                << start << ' ' << length;
+            ASSERT_EQ(Utils::crc32(data.data() + start, length), ::crc32(0, data.data() + start, length));
         }
     }
-    EXPECT_EQ(Utils::crc32(reinterpret_cast<const uint8_t*>("123456789"), 9), 0xCBF43926u);
     EXPECT_EQ(Utils::crc32(nullptr, 0), 0u);
 }
 
-// ---------------------------------------------------------------- daemon
-
 TEST(Daemon, LeavesItsSessionItsFolderAndItsParent) {
-    struct {
-        int result;
-        bool ownSession;
-        bool inRoot;
-        mode_t mask;
-    } seen = {};
     int channel[2];
     ASSERT_EQ(pipe(channel), 0);
-
     const pid_t child = fork();
     if (child == 0) {
-        seen.result = daemon_init();
-        char folder[64] = {};
-        seen.ownSession = getsid(0) == getpid();
-        seen.inRoot = getcwd(folder, sizeof(folder)) != nullptr && std::string(folder) == "/";
-        seen.mask = umask(0);
-        _exit(write(channel[1], &seen, sizeof(seen)) == sizeof(seen) ? 0 : 1);
+        const bool done = daemon_init() == 0;
+        const bool ownSession = getsid(0) == getpid();
+        const bool seen[] = {done, ownSession, std::filesystem::current_path() == "/", umask(0) == 0};
+        _exit(write(channel[1], seen, sizeof(seen)) == sizeof(seen) ? 0 : 1);
     }
     close(channel[1]);
     int status = -1;
     waitpid(child, &status, 0);
-    const ssize_t length = read(channel[0], &seen, sizeof(seen));
+    bool seen[4] = {};
+    EXPECT_EQ(read(channel[0], seen, sizeof(seen)), 4);
     close(channel[0]);
 
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    ASSERT_EQ(length, static_cast<ssize_t>(sizeof(seen)));
-    EXPECT_EQ(seen.result, 0);
-    EXPECT_TRUE(seen.ownSession);
-    EXPECT_TRUE(seen.inRoot);
-    EXPECT_EQ(seen.mask, 0u);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the parent returns";
+    EXPECT_TRUE(seen[0] && seen[1] && seen[2] && seen[3]) << testing::PrintToString(seen);
 }
-
-}  // namespace
