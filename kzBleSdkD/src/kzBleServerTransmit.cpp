@@ -36,8 +36,12 @@ uint8_t ResponseStream(int gateStream) {
 }
 
 // At level 6 exactly: a higher level would be a caller's mistake, a lower one does not want it.
+bool DumpsRecords() {
+    return kzUtilGetLogLevel() == KZ_LOG_TRACE;
+}
+
 void DumpRecord(const ble_message_t& record) {
-    if (kzUtilGetLogLevel() != KZ_LOG_TRACE) {
+    if (!DumpsRecords()) {
         return;
     }
     LOG_TRACE("First 24 bytes of message (BLE Data starts at 5th byte)");
@@ -85,8 +89,8 @@ KzBleServer::SendResult KzBleServer::WriteRecord(const ble_message_t& record, Wa
 }
 
 KzBleServer::SendResult KzBleServer::SendOrHold(const ble_message_t& record, WaitForRoom wait) {
+    DumpRecord(record);
     if (m_packetHolding) {
-        DumpRecord(record);
         QueuePacket(record);
         return SendResult::kSent;
     }
@@ -94,7 +98,6 @@ KzBleServer::SendResult KzBleServer::SendOrHold(const ble_message_t& record, Wai
     if (result == SendResult::kNoRoom) {
         return result;
     }
-    DumpRecord(record);
     if (result == SendResult::kFailed) {
         LOG_ERROR("Failed to send packet to ble client.");
     } else {
@@ -111,9 +114,10 @@ bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data,
     if (length == 0) {
         return true;
     }
-    // Several packets need room for all of them before the first leaves; a single one learns by trying.
+    // Several packets need room for all of them before the first leaves; a single one learns by trying, unless it is to
+    // be dumped first.
     const long packets = PacketsNeeded(length);
-    const bool tries = packets == 1 && !m_packetHolding;
+    const bool tries = packets == 1 && !m_packetHolding && !DumpsRecords();
     if (!tries && TxQueueFill().Available() < packets) {
         LOG_ERROR("GATT Message queue is backed up, buffering response for later attempt");
         return false;
