@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <functional>
+#include <map>
 #include <thread>
 
 #include "kzTlv.h"
@@ -141,14 +142,9 @@ TEST_F(Message, IsDumpedWhenItsLabelIsEnabled) {
         return m_log.Count("00000000  ");
     };
     constexpr uint32_t kDumping = 32 | kDebugDumpMessages;
-    for (const auto& [index, bit] : {std::pair{1, 1u},
-                                     {2, 2u},
-                                     {12, 0x800u},
-                                     {13, 0x10000u},
-                                     {25, 0x10000000u},
-                                     {26, 0x20000000u},
-                                     {27, 0x4000000u},
-                                     {28, 0x8000000u}}) {
+    const std::map<int, uint32_t> kBits = {{1, 1},           {2, 2},           {12, 0x800},     {13, 0x10000},
+                                           {25, 0x10000000}, {26, 0x20000000}, {27, 0x4000000}, {28, 0x8000000}};
+    for (const auto& [index, bit] : kBits) {
         EXPECT_EQ(dumpsOf(index, bit, kDumping), 1u) << index;
         EXPECT_EQ(dumpsOf(index, ~bit, kDumping) + dumpsOf(index, bit, 32), 0u) << index;
     }

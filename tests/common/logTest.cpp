@@ -1,12 +1,8 @@
 // The log line, the debug-print channel and the assertions, as the system log sees them.
 #include <dlfcn.h>
-#include <errno.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <time.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -23,7 +19,6 @@ using Texts = std::vector<std::string>;
 constexpr const char* kLogTag = "tag";
 
 std::optional<long> s_bootTime;  // in milliseconds; the real one when empty
-bool s_listens = true;           // somebody, behind /dev/log
 
 class Log : public testing::Test {
   protected:
@@ -46,15 +41,8 @@ std::string ReadFile(const char* path) {
 
 }  // namespace
 
-// These two stand before the C library's.
-extern "C" {
-
-int connect(int /*fd*/, const sockaddr* /*address*/, socklen_t /*length*/) {
-    errno = ENOENT;
-    return s_listens ? 0 : -1;
-}
-
-int clock_gettime(clockid_t clock, timespec* now) noexcept {
+// Stands before the C library's.
+extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
     if (clock == CLOCK_BOOTTIME && s_bootTime) {
         *now = {*s_bootTime / 1000, *s_bootTime % 1000 * 1'000'000 + 999'999};
         return 0;
@@ -62,8 +50,6 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
     static auto* const next = reinterpret_cast<int (*)(clockid_t, timespec*)>(dlsym(RTLD_NEXT, "clock_gettime"));
     return next(clock, now);
 }
-
-}  // extern "C"
 
 TEST_F(Log, LineShowsBootTimeTagMessageAndLocation) {
     kzUtilKlogMsgLevel(KZ_LOG_INFO, 77, "kzBleServer", "received %d bytes at server\n", 5);
@@ -98,34 +84,6 @@ TEST_F(Log, LineThatIsOffEvaluatesNothingAndOnlyLevelsZeroToSixCanBeSet) {
     LOG_DEBUG("%d", ++evaluated);
     EXPECT_EQ(evaluated, 1);
     EXPECT_EQ(m_log.Lines().size(), 1u);
-}
-
-TEST_F(Log, LeavesErrnoAlone) {
-    s_listens = false;
-    errno = ETIMEDOUT;
-
-    LOG_ERROR("first");
-    KZ_DEBUG_PRINT(kDebugThresholdDump, "second\n");
-
-    EXPECT_EQ(errno, ETIMEDOUT);
-    s_listens = true;
-}
-
-// In a process of its own: what the first debug print changes stays.
-TEST_F(Log, LinesReachStandardErrorOnceUntilALogAppears) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto scenario = [&] {
-        s_listens = false;
-        LOG_ERROR("one");
-        KZ_DEBUG_PRINT(kDebugThresholdDump, "two\n");
-        LOG_ERROR("three");
-        s_listens = true;
-        usleep(1'100'000);
-        std::fprintf(stderr, "listens\n");
-        LOG_ERROR("four");
-        std::exit(m_log.Lines().size() == 4 ? 0 : 1);
-    };
-    EXPECT_EXIT(scenario(), testing::ExitedWithCode(0), "@");
 }
 
 // ---------------------------------------------------------------- debug print

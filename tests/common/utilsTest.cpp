@@ -141,26 +141,15 @@ TEST(Json, IntegersAreReadFromEveryFormThatHoldsOneAndStringsPointIntoTheTree) {
                     R"("huge":"99999999999999999999","t":true,"f":false,"null":null,"a":[1],"o":{}})"),
         cJSON_Delete);
     constexpr int kUntouched = -99;
+    // Key, required, result, value.
+    // clang-format off
     const std::tuple<const char*, int, int, int> kIntegers[] = {
-        // key, required, result, value
-        {"n", 1, 0, 42},
-        {"neg", 1, 0, -1},
-        {"frac", 1, 0, 2},
-        {"big", 1, 0, INT_MAX},
-        {"s", 1, 0, 17},
-        {"huge", 1, 0, INT_MAX},
-        {"hex", 1, -1, 12},
-        {"text", 0, -1, 0},
-        {"t", 0, 0, 1},
-        {"f", 0, 0, 0},
-        {"null", 1, -1, kUntouched},
-        {"null", 0, 0, kUntouched},
-        {"a", 0, -1, kUntouched},
-        {"none", 1, -1, kUntouched},
-        {"none", 0, 0, kUntouched},
-        {"o", 0, -1, kUntouched},
-        {nullptr, 0, -3, kUntouched},
+        {"n", 1, 0, 42}, {"neg", 1, 0, -1}, {"frac", 1, 0, 2}, {"big", 1, 0, INT_MAX}, {"s", 1, 0, 17},
+        {"huge", 1, 0, INT_MAX}, {"hex", 1, -1, 12}, {"text", 0, -1, 0}, {"t", 0, 0, 1}, {"f", 0, 0, 0},
+        {"null", 1, -1, kUntouched}, {"null", 0, 0, kUntouched}, {"a", 0, -1, kUntouched}, {"o", 0, -1, kUntouched},
+        {"none", 1, -1, kUntouched}, {"none", 0, 0, kUntouched}, {nullptr, 0, -3, kUntouched},
     };
+    // clang-format on
     for (const auto& [key, required, result, number] : kIntegers) {
         int value = kUntouched;
         EXPECT_EQ(Utils::cjson_parse_int(tree.get(), key, &value, required), result) << number;
