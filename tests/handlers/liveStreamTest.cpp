@@ -71,39 +71,30 @@ TEST_F(LiveStreamTest, AFullRequestTakesItsStepsInOrder) {
 }
 
 TEST_F(LiveStreamTest, BitratesFollowTheWindowSize) {
-    const struct {
-        uint8_t windowSize;
-        std::string calls;
-    } kRows[] = {
-        {4, "csi_set 146: 20 03 00 00, csi_set 147: c4 09 00 00, csi_set 148: dc 05 00 00"},
-        {5, "csi_set 146: 20 03 00 00, csi_set 147: c4 09 00 00, csi_set 148: dc 05 00 00"},  // unknown: absent
+    const std::pair<uint8_t, std::string> kRows[] = {
+        {4, kBitrates480},
+        {5, kBitrates480},  // unknown: absent
         {7, "csi_set 146: 20 03 00 00, csi_set 147: ac 0d 00 00, csi_set 148: c4 09 00 00"},
         {12, "csi_set 146: c4 09 00 00, csi_set 147: 94 11 00 00, csi_set 148: ac 0d 00 00"},
     };
-    for (const auto& row : kRows) {
-        Run({241, 121, 24, row.windowSize});
-        EXPECT_TRUE(CallsAfterReport().ends_with(row.calls)) << CallsAfterReport();
+    for (const auto& [windowSize, calls] : kRows) {
+        Run({241, 121, 24, windowSize});
+        EXPECT_TRUE(CallsAfterReport().ends_with(calls)) << CallsAfterReport();
     }
-}
-
-TEST_F(LiveStreamTest, WithoutTheStreamThereIsNeitherUrlNorCertificateNorPreset) {
-    fakes::OnCsiSet(CSI_WMS_REQUEST, 1);
-    m_request.set_url("");
-    m_request.set_cert("certificate");
-
-    Stream("", kStart + kNoLens + kBitrates480, true);
 }
 
 TEST_F(LiveStreamTest, ALongUrlIsCutAndAFailedOneReportedWhileTheRestIsCarriedOut) {
     const std::string longest = ToHex(Bytes(1400, 'u'));
-    m_request.set_url(std::string(1400, 'u'));
-    Stream("", kStart + ", csi_set 52: " + longest + kNoLens + kBitrates480, true);
     m_request.set_url(std::string(1401, 'u'));
     Stream("Live Stream URL exceeds limit", kStart + ", csi_set 52: " + longest + kNoLens + kBitrates480, false);
 
     fakes::OnCsiSet(CSI_BROADCAST_PRIVATE, 1);
     m_request.set_url("u");
     Stream("Error setting CSI_BROADCAST_PRIVATE", kStart + ", csi_set 52: 75" + kNoLens + kBitrates480, false);
+
+    fakes::OnCsiSet(CSI_WMS_REQUEST, 1);  // without the stream neither URL nor certificate nor preset
+    m_request.set_cert("certificate");
+    Stream("", kStart + kNoLens + kBitrates480, true);
 }
 
 TEST_F(LiveStreamFileTest, AnEmptyUrlRemovesTheCertificatesAndBringsBackThePreset) {
@@ -125,35 +116,30 @@ TEST_F(LiveStreamFileTest, AnEmptyUrlRemovesTheCertificatesAndBringsBackThePrese
     Stream("Error setting streaming preset 9", preset20001, false);
 }
 
-TEST_F(LiveStreamFileTest, CertificatesAreKeptWholeAndPrivate) {
+TEST_F(LiveStreamFileTest, CertificatesAreKeptWholeAndPrivateInAFileOfOurs) {
     const std::string binary("\0\xFF\n", 3);
     for (const std::string& certificate : {binary, std::string()}) {
         m_request.set_cert(certificate);
         Stream("Live Stream - Has Cert", kStart + kNoLens + kBitrates480, true);
     }
+    const auto expectRefused = [&] {
+        Stream("ERROR creating /tmp/tmp_certs.crt", kStart + kNoLens + kBitrates480, false);
+    };
     m_request.set_cert(std::string(20000, 'c'));  // more than there is room for
-    Stream("ERROR creating /tmp/tmp_certs.crt", kStart + kNoLens + kBitrates480, false);
-
+    expectRefused();
     struct stat status = {};
     ASSERT_EQ(stat(kCertificates, &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
     EXPECT_EQ(ReadFile(kCertificates), binary + "\n\n");
-}
 
-TEST_F(LiveStreamFileTest, ACertificateFileThatIsFullOrNotOursIsReportedAndTheRequestGoesOn) {
     m_request.set_cert("one");
-    const auto expectRefused = [&] {
-        Stream("ERROR creating /tmp/tmp_certs.crt", kStart + kNoLens + kBitrates480, false);
-        std::filesystem::remove(kCertificates);
-    };
-    std::ofstream(kCertificates).close();
     std::filesystem::resize_file(kCertificates, 1024 * 1024);
     expectRefused();
+    std::filesystem::remove(kCertificates);
     ASSERT_EQ(symlink("/tmp/elsewhere", kCertificates), 0);
     expectRefused();
     EXPECT_FALSE(std::filesystem::exists("/tmp/elsewhere"));
+    std::filesystem::remove(kCertificates);
     ASSERT_EQ(mkfifo(kCertificates, 0600), 0);
-    expectRefused();
-    std::filesystem::create_directory(kCertificates);
     expectRefused();
 }

@@ -10,22 +10,12 @@ const std::string kCahReads = "csi_get 97, csi_get 98, csi_get 99, csi_get 102, 
 }  // namespace
 
 TEST_F(QueryProtobuf, ShutterQueryMovesTheShutterWhateverIsReadAndAlwaysSucceeds) {
-    testing::internal::CaptureStderr();
-    for (const int result : {0, -1}) {
-        fakes::OnCommand(KZCONTROL_COMMAND_SHUTTER, result);
-        EXPECT_EQ(Answer("f5 70 08 01"), "f5 f0 08 01");
-        EXPECT_EQ(CallsAfterReport(), "command 3: 01 00 00 00");
-        for (const char* unreadable : {"f5 70", "f5 70 08", "f5 70 08 05", "f5 70 ff ff"}) {
-            EXPECT_EQ(Answer(unreadable), "f5 f0 08 01");
-            EXPECT_EQ(CallsAfterReport(), "command 3: 00 00 00 00");
-        }
+    fakes::OnCommand(KZCONTROL_COMMAND_SHUTTER, -1);
+    Play({"", "f5 70 08 01", "command 3: 01 00 00 00", "f5 f0 08 01"});
+    for (const char* unreadable : {"f5 70", "f5 70 08", "f5 70 08 05", "f5 70 ff ff"}) {
+        Play({"", unreadable, "command 3: 00 00 00 00", "f5 f0 08 01"});
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the protobuf runtime says nothing of its own";
-}
-
-TEST_F(QueryProtobuf, UnknownActionsAreRefused) {
-    Play({"", "f5 00", "", "f5 02"});
-    Play({"", "f5 71", "", "f5 02"});
+    Play({"", "f5 71", "", "f5 02"});  // an unknown action
 }
 
 TEST_F(QueryProtobuf, PresetAnswerIsWhatTheCameraSays) {
@@ -83,34 +73,26 @@ TEST_F(QueryProtobuf, CahAnswerCarriesEveryStateAndTellsWhatCouldNotBeRead) {
           "68 00 70 00 78 00 88 01 00 90 01 00 98 01 00 a0 01 00"});
 }
 
-TEST_F(QueryProtobuf, StickyErrorSaysWhetherItWasRead) {
+TEST_F(QueryProtobuf, KeptStatesAreToldAlsoOutsideTheirEnumeration) {
     fakes::SetCsi(122, Le32(300));
     Play({"", "f5 7a", "csi_get 122", "f5 fa 08 ac 02 10 01"});
     fakes::OnCsiGet(122, -1);
     Play({"", "f5 7a", "csi_get 122", "f5 fa 08 00 10 00"});
-}
 
-TEST_F(QueryProtobuf, OtaAnswerCarriesTheKeptStateAlsoOutsideItsEnumeration) {
     SetCsi(CSI_OTA_STATE, 200);
     SetCsi(CSI_OTA_PERCENTAGE, 55);
     SetCsi(CSI_OTA_ERROR, 3);
-
     Play({"", "f5 77", "", "f5 f7 08 c8 01 10 37 18 03"});
 }
 
-// ---------------------------------------------------------------- live stream
-
 TEST_F(QueryProtobuf, LiveStreamAnswerIsStatusErrorAndEncode) {
     const struct {
-        uint32_t wms;
-        uint32_t encode;
-        uint32_t sdCard;
+        uint32_t wms, encode, sdCard;
         std::string answer;  // the kept error is 6
     } kRows[] = {
-        {0, 0, 0, "08 00 10 06 18 00"},  {17, 0, 1, "08 01 10 06 18 00"}, {18, 2, 2, "08 02 10 06 18 00"},
-        {19, 1, 0, "08 03 10 06 18 01"}, {5, 1, 1, "08 04 10 28 18 01"},  {7, 1, 2, "08 05 10 29 18 01"},
-        {21, 1, 2, "08 06 10 06 18 01"}, {19, 1, 2, "08 03 10 29 18 01"}, {0, 1, 1, "08 00 10 28 18 01"},
-        {0, 1, 2, "08 00 10 06 18 01"},  {99, 0, 0, "08 00 10 06 18 00"},
+        {17, 0, 1, "08 01 10 06 18 00"}, {18, 2, 2, "08 02 10 06 18 00"}, {5, 1, 1, "08 04 10 28 18 01"},
+        {7, 1, 2, "08 05 10 29 18 01"},  {0, 1, 1, "08 00 10 28 18 01"},  {0, 1, 2, "08 00 10 06 18 01"},
+        {99, 0, 0, "08 00 10 06 18 00"},
     };
     SetCsi(CSI_LIVE_STREAM_ERROR, 6);
     SetCsi(CSI_LIVE_STREAM_BITRATE, 800);
@@ -125,19 +107,13 @@ TEST_F(QueryProtobuf, LiveStreamAnswerIsStatusErrorAndEncode) {
 TEST_F(QueryProtobuf, LiveStreamAbilitiesDependOnTheModel) {
     const std::string limits = "38 00 40 a0 06 48 90 4e";
     const std::string lenses = " 50 01 58 00 58 04 58 03";
-    const std::pair<uint8_t, std::string> kRows[] = {{57, "28 0c 28 07 30 01 " + limits + lenses},
-                                                     {58, "28 0c 28 07 30 01 " + limits + lenses},
-                                                     {60, "28 07 30 01 " + limits + lenses},
-                                                     {61, "28 07 30 01 " + limits + lenses},
-                                                     {55, "30 00 " + limits}};
+    const std::pair<uint8_t, std::string> kRows[] = {
+        {60, "28 07 30 01 " + limits + lenses}, {55, "30 00 " + limits}, {58, "28 0c 28 07 30 01 " + limits + lenses}};
     for (const auto& [model, abilities] : kRows) {
         NotifyCsi(CSI_MODEL_NUMBER, Le32(model));
         Play({"", "f5 75", "", "f5 f5 08 00 10 00 18 00 20 00 " + abilities});
     }
-    NotifyCsi(CSI_MODEL_NUMBER, Le32(58));
 }
-
-// ---------------------------------------------------------------- mobile offload
 
 TEST_F(QueryProtobuf, MobileOffloadAnswerIsTheStatusWordInFieldsThenCountersReasonAndActivity) {
     SetCsi(CSI_BOOT_COUNT_BT, 1);
@@ -158,16 +134,10 @@ TEST_F(QueryProtobuf, MobileOffloadAnswerIsTheStatusWordInFieldsThenCountersReas
     NotifyCsi(CSI_CAMERA_BUSY, Le32(0));
 }
 
-// ---------------------------------------------------------------- association and client id
-
 TEST_F(QueryProtobuf, AssociationComparesTheStoredUser) {
-    const std::pair<Bytes, std::string> kRows[] = {{fakes::BytesOf("anna"), "01"},
-                                                   {fakes::BytesOf("ann"), "02"},
-                                                   {fakes::BytesOf("annab"), "02"},
-                                                   {{0}, "00"},
-                                                   {{}, "00"},
-                                                   {Bytes(1400, 'a'), "02"},
-                                                   {Bytes(1401, 'a'), "00"}};
+    const std::pair<Bytes, std::string> kRows[] = {{fakes::BytesOf("anna"), "01"},  {fakes::BytesOf("ann"), "02"},
+                                                   {fakes::BytesOf("annab"), "02"}, {{}, "00"},
+                                                   {Bytes(1400, 'a'), "02"},        {Bytes(1401, 'a'), "00"}};
     for (const auto& [stored, state] : kRows) {
         fakes::SetCsi(104, stored);
         Play({"Command: eBleCommandRequestGetAssociationState", "f5 7c 0a 04 61 6e 6e 61", "csi_get 104",
@@ -175,19 +145,15 @@ TEST_F(QueryProtobuf, AssociationComparesTheStoredUser) {
     }
     fakes::SetCsi(104, {0xC3, 0x28, 0xFF});  // not UTF-8
     Play({"", "f5 7c 0a 03 c3 28 ff", "csi_get 104", "f5 fc 08 01 10 01"});
-    fakes::SetCsi(104, Bytes(300, 'u'));
-    EXPECT_EQ(ToHex(Run(FromHex("f5 7c 0a ac 02") + Bytes(300, 'u'))), "f5 fc 08 01 10 01");
     fakes::OnCsiGet(104, -1);
     Play({"", "f5 7c 0a 04 61 6e 6e 61", "csi_get 104", "f5 fc 08 00 10 01"});
 }
 
 TEST_F(QueryProtobuf, ClientIdIsCarriedAsItIs) {
-    for (const Bytes& id : {fakes::BytesOf("abc"), Bytes{}, Bytes{0xFF, 0, 0xC3}, Bytes(1400, 'x')}) {
-        fakes::SetCsi(105, id);
-        const Bytes length = id.size() < 128 ? Bytes{static_cast<uint8_t>(id.size())} : Bytes{0xF8, 10};
-        Play({"Command: eBleCommandRequestClientId", "f5 7d", "csi_get 105",
-              ToHex(FromHex("f5 fd 0a") + length + id + Bytes{16, 1})});
-    }
+    fakes::SetCsi(105, {0xFF, 0, 0xC3});
+    Play({"Command: eBleCommandRequestClientId", "f5 7d", "csi_get 105", "f5 fd 0a 03 ff 00 c3 10 01"});
+    fakes::SetCsi(105, Bytes(1400, 'x'));
+    Play({"", "f5 7d", "csi_get 105", "f5 fd 0a f8 0a " + ToHex(Bytes(1400, 'x')) + " 10 01"});
     fakes::OnCsiGet(105, -1);
     Play({"", "f5 7d", "csi_get 105", "f5 fd 0a 00 10 00"});
 }
