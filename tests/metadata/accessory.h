@@ -60,12 +60,6 @@ class Accessory {
         const auto texts = log.Texts();
         return answer + " " + std::to_string(code) + (texts.empty() ? "" : " " + texts.front());
     }
-    const kzmfStream& Stream(size_t index) const {
-        return *static_cast<const kzmfStream*>(client.MetadataStream(index));
-    }
-    std::string Payload(size_t index) const {
-        return Records({Stream(index).payload.data, Stream(index).payload.used});
-    }
 
     BleNotificationClient client;
     int code = 0;

@@ -3,10 +3,8 @@
 
 #include <unistd.h>
 
-#include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <limits>
 #include <sstream>
 
 #include "testStream.h"
@@ -26,14 +24,12 @@ std::vector<uint8_t> Recording() {
     return TakePayload();
 }
 
-std::string Tree(const std::vector<uint8_t>& bytes, size_t shown = 8) {
-    std::ostringstream out;
-    PrintKzmfTree(ReadKzmf(bytes), out, shown);
-    return out.str();
-}
-
 TEST(KzmfDump, TreeShowsEveryRecordWithItsValues) {
-    EXPECT_EQ(Tree(Recording(), 1), R"(DEVC  144 bytes
+    std::ostringstream out;
+
+    PrintKzmfTree(ReadKzmf(Recording()), out, 1);
+
+    EXPECT_EQ(out.str(), R"(DEVC  144 bytes
   DVID  'L'  1 x 4  1025
   DVNM  'c'  13 x 1  "Strap, "left""
   STRM  24 bytes
@@ -48,31 +44,9 @@ TEST(KzmfDump, TreeShowsEveryRecordWithItsValues) {
 )");
 }
 
-TEST(KzmfDump, UnusualNumbersAndEmptyRecordsHaveAText) {
-    const TestStream stream;
-    for (const double value : {std::numeric_limits<double>::quiet_NaN(), HUGE_VAL, -0.0, 1e300}) {
-        MetadataStreamWrite(stream.handle(), Key("NUMB"), 'd', 8, 1, &value, 0, 0.0F);
-    }
-    const std::vector<uint8_t> payload = TakePayload();
-
-    EXPECT_NE(Tree(payload).find("NUMB  'd'  4 x 8  nan, inf, -0, 1e+300\n"), std::string::npos);
-    EXPECT_NO_THROW(KzmfAsJson(ReadKzmf(payload)).dump());
-    EXPECT_NE(Tree(TakePayload()).find("NUMB  'd'  0 x 8\n"), std::string::npos);
-}
-
-TEST(KzmfDump, JsonHoldsTheSameTree) {
-    const auto json = KzmfAsJson(ReadKzmf(Recording()));
-
-    const auto& streams = json.at("records").at(0).at("records");
-    EXPECT_EQ(streams.at(2).at("records").at(1).dump(),
-              R"({"key":"HRAT","type":"S","structureSize":2,"repeat":2,"unit":"bpm","samples":[72,73]})");
-    EXPECT_EQ(streams.at(3).at("records").at(2).at("samples").dump(), "[[-2,0.5]]");
-    EXPECT_NO_THROW(json.dump());
-}
-
-TEST(KzmfDump, FilesArePrintedAndTheirFaultsAreSaid) {
+TEST(KzmfDump, FilesArePrintedInTheFormAskedForAndTheirFaultsAreSaid) {
     const std::string path = testing::TempDir() + "kzmfDumpTest." + std::to_string(getpid());
-    const auto dump = [&](size_t missing, KzmfForm form, int result) {
+    const auto dump = [&path](size_t missing, KzmfForm form, int result) {
         const std::vector<uint8_t> bytes = Recording();
         std::ofstream(path, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size() - missing));
@@ -80,11 +54,9 @@ TEST(KzmfDump, FilesArePrintedAndTheirFaultsAreSaid) {
         std::ostringstream errors;
         EXPECT_EQ(DumpKzmfFile(path, form, out, errors), result);
         std::remove(path.c_str());
-        return missing != 0 ? errors.str() : out.str() + errors.str();
+        return missing != 0 ? errors.str() : out.str();
     };
 
-    EXPECT_EQ(dump(0, KzmfForm::kTree, 0), Tree(Recording()));
-    EXPECT_EQ(dump(0, KzmfForm::kJson, 0), KzmfAsJson(ReadKzmf(Recording())).dump(2) + "\n");
     EXPECT_EQ(dump(0, KzmfForm::kCsv, 0), R"(device,name,stream,key,unit,sample,value1,value2
 1025,"Strap, ""left""",0,TSMP,samples,0,2,
 1025,"Strap, ""left""",0,HRAT,bpm,0,72,
@@ -95,11 +67,10 @@ TEST(KzmfDump, FilesArePrintedAndTheirFaultsAreSaid) {
 1025,"Strap, ""left""",1,TEXT,,0,a\x1B[2J\\\xFF,
 1025,"Strap, ""left""",1,RAWB,,0,AB0001,
 )");
+    const auto json = nlohmann::ordered_json::parse(dump(0, KzmfForm::kJson, 0));
+    EXPECT_EQ(json.at("records").at(0).at("records").at(2).at("records").at(1).dump(),
+              R"({"key":"HRAT","type":"S","structureSize":2,"repeat":2,"unit":"bpm","samples":[72,73]})");
     EXPECT_EQ(dump(4, KzmfForm::kJson, 2), path + " is not sound KZMF at byte 0: the record runs past the end\n");
-    std::ostringstream errors;
-    EXPECT_EQ(DumpKzmfFile("/nonexistent/file", KzmfForm::kTree, errors, errors), 1);
-    EXPECT_EQ(errors.str(), "cannot read /nonexistent/file: No such file or directory\n");
-    EXPECT_EQ(DumpKzmfFile("/", KzmfForm::kTree, errors, errors), 1);
 }
 
 }  // namespace

@@ -34,10 +34,7 @@ TEST(KzmfValidity, IsJudgedTheSameByTheCheckAndTheReader) {
     } rows[] = {
         {"empty", "", true, true},
         {"three bytes", "abc", true, true},
-        {"four bytes", "DEVC", false, false},
         {"half a header", "DEVC\1\1\1", false, false},
-        {"empty device", Container("DEVC", ""), true, true},
-        {"device with a stream", kSound, true, true},
         {"two devices", kSound + kSound, true, true},
         {"stream at the top", kStream, false, false},
         {"other record behind the device", kSound + kStream, false, false},
@@ -50,7 +47,6 @@ TEST(KzmfValidity, IsJudgedTheSameByTheCheckAndTheReader) {
         {"container of three bytes", Container("DEVC", "abc"), true, true},
         {"seventeen levels, the last of them empty", Nested(17), true, true},
         {"eighteen levels", Nested(18), false, true},
-        {"as many levels as there is room for", Nested(8000), false, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -60,15 +56,6 @@ TEST(KzmfValidity, IsJudgedTheSameByTheCheckAndTheReader) {
         EXPECT_EQ(MetadataIsValidKZMF(row.buffer.data(), size, false), row.validOutside);
         EXPECT_EQ(Read(row.buffer).error.empty(), row.valid) << Read(row.buffer).error;
     }
-}
-
-TEST(KzmfReader, KeepsWhatItReadBeforeTheFault) {
-    const KzmfDocument document = Read(Container("DEVC", kStream + Record("HR-T", 'B', 1, 1, "x")));
-
-    EXPECT_EQ(document.error, "the key is not four valid characters");
-    EXPECT_EQ(document.errorOffset, 28u);
-    ASSERT_EQ(document.devices.size(), 1u);
-    EXPECT_EQ(document.devices[0].children.at(0).Child("HRAT")->offset, 16u);
 }
 
 TEST(KzmfReader, DecodesWhatTheWriterStored) {

@@ -46,13 +46,13 @@ class RandomRun {
         }
     }
     void Step() {
-        switch (Up(12)) {
-            case 0:
-                return Extract();
-            case 1:
-                return ExtractGroups();
-            default:
-                return StoreSomething();
+        const uint32_t choice = Up(12);
+        if (choice == 0) {
+            Extract();
+        } else if (choice == 1) {
+            ExtractGroups();
+        } else {
+            StoreSomething();
         }
     }
     void Extract() {
@@ -124,10 +124,8 @@ TEST(KzmfThreads, LoseNoSampleWhileStoringExtractingOpeningAndClosing) {
     MetadataSetWorkBuf(work.data(), 100);
     std::atomic<int> writing{2};
     const auto write = [&writing](const TestStream& stream) {
-        for (uint16_t sample = 0; sample < kSamples;) {
-            if (stream.Write(Sample(sample % 2 == 0 ? "KEVN" : "KODD", sample)) == kKzmfDone) {
-                ++sample;
-            } else {
+        for (uint16_t sample = 0; sample < kSamples; ++sample) {
+            while (stream.Write(Sample(sample % 2 == 0 ? "KEVN" : "KODD", sample)) != kKzmfDone) {
                 std::this_thread::yield();  // full: the other thread extracts
             }
         }
