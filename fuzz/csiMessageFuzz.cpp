@@ -5,6 +5,7 @@
 #include <mqueue.h>
 
 #include "cameraFakes.h"
+#include "fuzz.h"
 #include "kzBleServer.h"
 #include "playedQueues.h"
 #include "queryCatalogue.h"
@@ -35,31 +36,25 @@ void OpenServer() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size == 0) {
-        return 0;
-    }
     g_logLevel = KZ_LOG_OFF;
     g_debug_level = 0;
     fakes::Reset();
     fakes::Record(false);
     queryFuzz::LoadModel();
     played::ResetQueues();
-    played::SetDepth(kMqToSkylark, data[0]);
+    Input input(data, size);
+    played::SetDepth(kMqToSkylark, input.Byte());
     played::SetDepth("/a", 1);
     OpenServer();
+    fakes::OnCommand(81, 0, fakes::Bytes(data, data + size));  // the presets of the camera
 
-    const fakes::Bytes whole(data, data + size);
-    fakes::OnCommand(81, 0, whole);  // the presets of the camera
-    for (size_t offset = 1; offset + 2 <= size;) {
-        const size_t length =
-            std::min<size_t>({size_t{data[offset]} << 8 | data[offset + 1], size - offset - 2, kEventMessageSize});
-        offset += 2;
-        const auto buffer = std::make_unique<unsigned char[]>(length + kCsiAnswerRoom);
-        std::copy_n(data + offset, length, buffer.get());
-        KzBleServer::GetInstance()->HandleCsiMessage({buffer.get(), length + kCsiAnswerRoom},
-                                                     static_cast<uint32_t>(length));
+    while (input.size() >= 2) {
+        std::vector<uint8_t> message = input.Upto(std::min<size_t>(input.BigEndian16(), kEventMessageSize));
+        const auto length = static_cast<uint32_t>(message.size());
+        message.reserve(length + kCsiAnswerRoom);  // and not a byte more
+        message.resize(length + kCsiAnswerRoom);
+        KzBleServer::GetInstance()->HandleCsiMessage(message, length);
         KzBleServer::GetInstance()->CheckClientsStoredResponses();
-        offset += length;
     }
     return 0;
 }

@@ -5,15 +5,13 @@
 // that of the daemon); the message follows.
 #pragma once
 
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <vector>
 
 #include "bleDevice.h"
 #include "bleSDK.h"
 #include "cameraFakes.h"
 #include "csi/csiKeys.h"
+#include "fuzz.h"
 #include "kzBleServer.h"
 #include "kzControlCommands.h"
 #include "settingsStatusMapping.h"
@@ -27,12 +25,6 @@ constexpr uint8_t kLongReplies = 4;  // replies as long as they may be
 constexpr uint8_t kLogs = 0xF0;      // messages are formatted when none of these is set; they would flood the terminal
 
 constexpr uint16_t kCapacity = 8188;
-
-inline void Require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 inline void SetCamera(uint8_t mood) {
     fakes::Reset();

@@ -1,17 +1,9 @@
 // IsValidKZMF and the reader: any bytes are judged without harm, and both judge alike.
-#include <cstdint>
-#include <cstdlib>
-
+#include "fuzz.h"
 #include "kzmfFormat.h"
 #include "kzmfReader.h"
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 void DecodeAll(const std::vector<KzmfRecord>& records, const std::string& typeText) {
     for (const KzmfRecord& record : records) {
@@ -27,6 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const auto length = static_cast<uint32_t>(size);
     const KzmfDocument document = ReadKzmf({data, size});
     const bool valid = MetadataIsValidKZMF(data, length, true);
+
     Require(valid == document.error.empty());
     Require(!valid || MetadataIsValidKZMF(data, length, false));
     IsValidKZMF(data, length, true, 3);

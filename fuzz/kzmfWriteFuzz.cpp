@@ -1,73 +1,32 @@
 // The writer: any stores and extractions, with any keys, types, sizes and flags, leave valid payloads of the size
 // announced.
 #include <array>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <vector>
 
+#include "fuzz.h"
 #include "kzmfFormat.h"
 #include "kzmfReader.h"
 #include "kzmfWriter.h"
 
 namespace {
 
-void Require(bool holds) {
-    if (!holds) {
-        std::abort();
+// Common keys are short, so that they meet again.
+uint32_t Key(Input& input) {
+    constexpr const char* kKeys[] = {"HRAT", "CADE", "TYPE", "TSMP", "EMPT", "PFRM", "STRM", "TIMO", "DEVC"};
+    const uint8_t index = input.Byte();
+    if (index < std::size(kKeys)) {
+        return KzmfReadKey(reinterpret_cast<const uint8_t*>(kKeys[index]));
     }
+    return KzmfReadKey(input.Bytes(4).data());
 }
-
-// The input, consumed from the front; zeroes when it is used up.
-class Input {
-  public:
-    Input(const uint8_t* data, size_t size) : m_data(data), m_left(size) {}
-
-    bool IsEmpty() const { return m_left == 0; }
-    uint8_t Byte() {
-        if (m_left == 0) {
-            return 0;
-        }
-        --m_left;
-        return *m_data++;
-    }
-    uint32_t Key() {
-        // Common keys are short, so that they meet again.
-        constexpr uint32_t kKeys[] = {KzmfKey("HRAT"), KzmfKey("CADE"), KzmfKey("TYPE"),
-                                      KzmfKey("TSMP"), KzmfKey("EMPT"), KzmfKey("PFRM"),
-                                      KzmfKey("STRM"), KzmfKey("TIMO"), KzmfKey("DEVC")};
-        const uint8_t index = Byte();
-        if (index < std::size(kKeys)) {
-            return kKeys[index];
-        }
-        uint32_t key = 0;
-        for (int i = 0; i < 4; ++i) {
-            key = key << 8 | Byte();
-        }
-        return key;
-    }
-    // Exactly as long as asked, so that a read past its end is seen.
-    std::vector<uint8_t> Bytes(size_t size) {
-        std::vector<uint8_t> bytes(size);
-        for (uint8_t& byte : bytes) {
-            byte = Byte();
-        }
-        return bytes;
-    }
-
-  private:
-    const uint8_t* m_data;
-    size_t m_left;
-};
 
 class Streams {
   public:
     Streams() {
-        constexpr uint32_t kDeviceIds[] = {1025, 1025, 0xFFFFFFFF, 0};
-        for (size_t i = 0; i < m_buffers.size(); ++i) {
-            const uint32_t size = 776 + static_cast<uint32_t>(i) * 301;  // sizes that are no multiple of 4, too
+        for (uint32_t i = 0; i < m_buffers.size(); ++i) {
+            const uint32_t size = 776 + i * 301;  // sizes that are no multiple of 4, too
             m_buffers[i] = std::make_unique<uint8_t[]>(size);
-            Require(MetadataStreamOpen(kDeviceIds[i], "fuzz", m_buffers[i].get(), size) == m_buffers[i].get());
+            Require(MetadataStreamOpen(std::array{1025u, 1025u, 0xFFFFFFFFu, 0u}[i], "fuzz", m_buffers[i].get(), size));
         }
     }
     ~Streams() {
@@ -78,29 +37,26 @@ class Streams {
     Streams(const Streams&) = delete;
     Streams& operator=(const Streams&) = delete;
 
-    void* Handle(uint8_t index) const { return m_buffers[index % m_buffers.size()].get(); }
+    void* Handle(Input& input) const { return m_buffers[input.Byte() % m_buffers.size()].get(); }
 
   private:
     std::array<std::unique_ptr<uint8_t[]>, 4> m_buffers;
 };
 
-void Store(const Streams& streams, Input& input) {
-    void* handle = streams.Handle(input.Byte());
-    const uint32_t key = input.Key();
+void Store(void* handle, Input& input) {
+    const uint32_t key = Key(input);
     const uint32_t type = input.Byte();
     const uint32_t structureSize = input.Byte();
     const uint32_t repeat = input.Byte() % 16;
-    const uint32_t flags = input.Byte() & ~kKzmfMutexHeld;
+    const uint32_t flags = input.Byte();
     const float timeOffset = input.Byte() % 4 == 1 ? 0.25F : 0.0F;
     const std::vector<uint8_t> data = input.Bytes(structureSize * repeat);
-    Require(MetadataStreamWrite(handle, key, type, structureSize, repeat, data.data(), flags, timeOffset) !=
-            kKzmfNoHandle);
+    MetadataStreamWrite(handle, key, type, structureSize, repeat, data.data(), flags, timeOffset);
 }
 
-void Append(const Streams& streams, Input& input) {
-    void* handle = streams.Handle(input.Byte());
+void Append(void* handle, Input& input) {
     const std::vector<uint8_t> record = input.Bytes(input.Byte());
-    const uint32_t flags = input.Byte() & ~kKzmfMutexHeld;
+    const uint32_t flags = input.Byte();
     AppendFormattedMetadata(handle, record.data(), static_cast<uint32_t>(record.size()), flags, input.Byte());
 }
 
@@ -113,29 +69,27 @@ void Extract(Input& input) {
     const uint32_t rate = input.Byte();
     const uint32_t needed = MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate);
     const auto buffer = std::make_unique<uint8_t[]>(needed);
-    void* payload = nullptr;
-    void* session = nullptr;
-    uint32_t payloadSize = 0;
+    uint32_t size = 0;
     uint32_t sessionSize = 0;
-    Require(MetadataGetPayloadAndSession(buffer.get(), needed, &payload, &payloadSize, &session, &sessionSize, rate) ==
+    Require(MetadataGetPayloadAndSession(buffer.get(), needed, nullptr, &size, nullptr, &sessionSize, rate) ==
             kKzmfDone);
-    Require(payloadSize + sessionSize == needed);
-    CheckPayload(payload, payloadSize);
-    CheckPayload(session, sessionSize);
+    Require(size + sessionSize == needed);
+    CheckPayload(buffer.get(), size);
+    CheckPayload(buffer.get() + size, sessionSize);
 }
 
 void ExtractGroups(Input& input) {
     kzmfGroup group{.limit = input.Byte() * 8u, .samplesOnly = input.Byte() % 2 == 1, .position = 0};
-    const uint32_t bufferSize = input.Byte() * 16u;
-    const auto buffer = std::make_unique<uint8_t[]>(bufferSize);
+    std::vector<uint8_t> buffer(input.Byte() * 16u);
     for (int turns = 0;; ++turns) {
         uint32_t size = 0;
-        const uint32_t result = MetadataGetPayloadGroup(group, buffer.get(), bufferSize, nullptr, &size);
-        Require(turns < 10 && size <= bufferSize);
+        const uint32_t result =
+            MetadataGetPayloadGroup(group, buffer.data(), static_cast<uint32_t>(buffer.size()), nullptr, &size);
+        Require(turns < 10 && size <= buffer.size());
         if (result == kKzmfDone && size == 0) {
             return;
         }
-        CheckPayload(buffer.get(), size);
+        CheckPayload(buffer.data(), size);
     }
 }
 
@@ -155,13 +109,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 ExtractGroups(input);
                 break;
             case 2:
-                MetadataStreamReset(streams.Handle(input.Byte()));
+                MetadataStreamReset(streams.Handle(input));
                 break;
             case 3:
-                Append(streams, input);
+                Append(streams.Handle(input), input);
                 break;
             default:
-                Store(streams, input);
+                Store(streams.Handle(input), input);
                 break;
         }
     }

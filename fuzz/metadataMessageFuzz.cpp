@@ -1,39 +1,24 @@
 // The sensor interface: one accessory sends any messages, one after the other; each is a length byte and its bytes. A
 // length of 255 lets a tick pass. What is handed over is whole and fits the metadata service's records.
-#include <cstdint>
-#include <cstdlib>
-#include <vector>
-
 #include "bleDevice.h"
 #include "cameraFakes.h"
+#include "fuzz.h"
 #include "kzBleServer.h"
 #include "kzmfFormat.h"
 #include "utils.h"
 
 namespace {
 
-constexpr uint8_t kTick = 255;
-constexpr size_t kSequenceSize = 4;
-constexpr size_t kLongestPayload = 1400;
-
-void Require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-void Send(BleNotificationClient& client, const uint8_t* data, size_t size) {
-    std::vector<uint8_t> request(data, data + size);  // exact, so that a read past its end is seen
+void Send(BleNotificationClient& client, std::vector<uint8_t> request) {
     std::vector<uint8_t> response(2);
     BleMetadataMessage& message = client.m_metadataMessage;
-    message.Reset(static_cast<int>(size));
-    message.m_stream.attach(request.data(), static_cast<unsigned short>(size));
+    message.Reset(static_cast<int>(request.size()));
+    message.m_stream.attach(request.data(), static_cast<unsigned short>(request.size()));
     int code = message.Deserialize() == 0 ? KZ_OK : KZ_ERR_INVALID_PARAM;
     unsigned short length = 2;
     if (code == KZ_OK) {
         code = message.Execute(&client, response.data(), &length);
-        Require(length == 0 || length == 2);
-        Require(length == 2 || code == KZ_OK);
+        Require(length == 2 || (length == 0 && code == KZ_OK));
     }
     if (code != KZ_OK) {
         length = 2;
@@ -43,10 +28,11 @@ void Send(BleNotificationClient& client, const uint8_t* data, size_t size) {
 }
 
 void CheckRecords() {
+    constexpr size_t kSequenceSize = 4;
     for (const fakes::Call& call : fakes::Calls("kzIpcSend")) {
-        Require(call.argument.size() > kSequenceSize && call.argument.size() <= kSequenceSize + kLongestPayload);
-        Require(MetadataIsValidKZMF(call.argument.data() + kSequenceSize,
-                                    static_cast<uint32_t>(call.argument.size() - kSequenceSize), true));
+        const auto size = static_cast<uint32_t>(call.argument.size() - kSequenceSize);
+        Require(size > 0 && size <= 1400);
+        Require(MetadataIsValidKZMF(call.argument.data() + kSequenceSize, size, true));
     }
     fakes::ForgetCalls();
 }
@@ -57,18 +43,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_logLevel = KZ_LOG_OFF;
     fakes::Reset();
     BleNotificationClient client(7, 1, 12);
-    while (size != 0) {
-        const uint8_t length = *data++;
-        --size;
-        if (length == kTick) {
+    for (Input input(data, size); !input.IsEmpty(); CheckRecords()) {
+        const uint8_t length = input.Byte();
+        if (length == 255) {
             KzBleServer::GetInstance()->writeSession();
         } else {
-            const size_t part = length < size ? length : size;
-            Send(client, data, part);
-            data += part;
-            size -= part;
+            Send(client, input.Upto(length));
         }
-        CheckRecords();
     }
     KzBleServer::GetInstance()->HandOverMetadata();
     CheckRecords();

@@ -1,21 +1,9 @@
 // Msg: any bytes decode into a whole message or are refused; what was decoded encodes to the same bytes again.
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <vector>
 
+#include "fuzz.h"
 #include "kzBleMessages.h"
 #include "utils.h"
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_logLevel = KZ_LOG_OFF;
@@ -26,24 +14,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     MemoryStream stream(received.data(), static_cast<unsigned short>(received.size()));
     Msg message(0);
     if (!message.decode(stream)) {
-        require(message.getSize() == 4);
+        Require(message.getSize() == 4);
         return 0;
     }
-    require(message.getSize() == stream.getLength());
+    Require(message.getSize() == stream.getLength());
 
     std::vector<uint8_t> encoded(message.getSize());
     MemoryStream out(encoded.data(), message.getSize());
     out << message;
     // Reserved bytes are not carried, so the comparison is between the decoded forms.
     Msg again(0);
-    require(again.decode(out) && again.getSize() == message.getSize() && again.getCategory() == message.getCategory());
+    Require(again.decode(out) && again.getSize() == message.getSize() && again.getCategory() == message.getCategory());
     for (unsigned type = 0; type <= UINT8_MAX; ++type) {
         const MsgElement* first = message.findElement(static_cast<unsigned char>(type));
         const MsgElement* second = again.findElement(static_cast<unsigned char>(type));
-        require((first == nullptr) == (second == nullptr));
+        Require((first == nullptr) == (second == nullptr));
         if (first != nullptr) {
-            require(first->getDataLength() == second->getDataLength());
-            require(first->getDataLength() == 0 ||
+            Require(first->getDataLength() == second->getDataLength());
+            Require(first->getDataLength() == 0 ||
                     std::memcmp(first->getData(), second->getData(), first->getDataLength()) == 0);
         }
     }

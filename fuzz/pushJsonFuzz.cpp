@@ -3,12 +3,10 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
-#include <vector>
 
+#include "fuzz.h"
 #include "jsonText.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "settingsStatusMapping.h"
@@ -31,12 +29,6 @@ constexpr const char* kCatalogue = R"({
          "blacklist": [{"setting_id": 30, "opt_ids": [1000]}]},
         {"activated_by": [{"status_id": 54, "values": [0, 1]}], "blacklist": [{"setting_id": 2, "opt_ids": [1]}]},
         {"activated_by": [{"status_id": 29, "values": [97]}], "blacklist": [{"setting_id": 2, "opt_ids": [0]}]}]})";
-
-void Require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 std::unique_ptr<SettingsStatusMapping> MakeModel() {
     auto model = std::make_unique<SettingsStatusMapping>();

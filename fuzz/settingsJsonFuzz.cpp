@@ -3,11 +3,9 @@
 #include <cjson/cJSON.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
-#include <vector>
 
+#include "fuzz.h"
 #include "jsonText.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "settingsStatusMapping.h"
@@ -19,12 +17,6 @@ int kzc_state_get_model_number(uint8_t* /*model*/) {
 }
 
 namespace {
-
-void Require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 void CheckCatalogue(const SettingsStatusMapping& model) {
     std::vector<int> ids;

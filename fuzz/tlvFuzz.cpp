@@ -1,9 +1,7 @@
 // TLV messages as they arrive: whatever the bytes say, checking and searching stay inside them.
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <vector>
 
+#include "fuzz.h"
 #include "kzTlv.h"
 #include "utils.h"
 
@@ -12,23 +10,17 @@ namespace {
 constexpr uint8_t kTypes[] = {TLV_CMD,     TLV_CMDARG, TLV_DST, TLV_SRC, TLV_RSPARG,
                               TLV_ASOURCE, TLV_VOID,   TLV_RSP, TLV_END, 0};
 
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
 void searchAndCopy(const std::vector<uint8_t>& message) {
     for (const uint8_t type : kTypes) {
         const unsigned char* element = tlv_find(message.data(), type);
         std::vector<uint8_t> out(64);
         const int copied = sntlv_find(out.data(), static_cast<uint32_t>(out.size()), type, message.data());
         if (element == nullptr) {
-            require(copied == 0);
+            Require(copied == 0);
             continue;
         }
-        require(tlv_data(element) + tlv_length(element) <= message.data() + sntlv_msg_len(message.data()));
-        require(copied == 0 || std::memcmp(out.data(), tlv_data(element), static_cast<size_t>(copied)) == 0);
+        Require(tlv_data(element) + tlv_length(element) <= message.data() + sntlv_msg_len(message.data()));
+        Require(copied == 0 || std::memcmp(out.data(), tlv_data(element), static_cast<size_t>(copied)) == 0);
     }
 }
 
@@ -48,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     const int result = tlv_validate_received(message.data(), static_cast<uint32_t>(message.size()));
     if (message.size() < kTlvMessageHeaderSize || sntlv_msg_len(message.data()) > message.size()) {
-        require(result == -1);
+        Require(result == -1);
         return 0;
     }
     searchAndCopy(message);
@@ -56,10 +48,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     // What passed holds the elements that its users take for granted, and can be edited in place.
-    require(tlv_find(message.data(), TLV_CMD) != nullptr && tlv_find(message.data(), TLV_SRC) != nullptr);
+    Require(tlv_find(message.data(), TLV_CMD) != nullptr && tlv_find(message.data(), TLV_SRC) != nullptr);
     const auto capacity = static_cast<uint32_t>(message.size());
-    require(sntlv_remove(message.data(), capacity, TLV_END) == -4);
+    Require(sntlv_remove(message.data(), capacity, TLV_END) == -4);
     sntlv_void(message.data(), TLV_CMDARG);
-    require(sntlv_add_bin(message.data(), capacity, TLV_END, 0, nullptr) == 4);
+    Require(sntlv_add_bin(message.data(), capacity, TLV_END, 0, nullptr) == 4);
     return 0;
 }
