@@ -46,12 +46,10 @@ const Exchange kForwarded[] = {
     {"eBleCommandDeleteAllFiles", "41", "command 12", "41 00"},
     {"eBleCommandDeleteLastFile", "42", "command 10", "42 00"},
 };
+// The other modes are asked by voice of the running daemon.
 const Exchange kOfAVoiceClient[] = {
-    {"eBleCommandMode", "02 01 01", "command 59: 01 00 00 00", "02 00"},
     {"eBleCommandModeSubMode", "03 01 00 01 00", "command 59: 00", "03 00"},
     {"eBleCommandModeSubMode", "03 01 02 01 01", "command 59: 02", "03 00"},
-    {"eBleCommandModeSubMode", "03 01 02 01 00", "command 59: 13", "03 00"},
-    {"eBleCommandModeSubMode", "03 01 03 01 00", "command 59: ff", "03 00"},
 };
 // What a command refuses without a word to the camera; every number of parameters a command does not take is below.
 const Exchange kRefused[] = {

@@ -15,16 +15,11 @@ TEST_F(PushTest, InterestsKeepTheOrderOfSingleIdsAndSortLists) {
         EXPECT_EQ(Interest(type), (Ints{9, 2}));
         m_client.AddInterest(type, Ints{5, 2, 5});
         EXPECT_EQ(Interest(type), (Ints{2, 5, 9}));
-        m_client.RemoveInterest(type, 5);
-        m_client.RemoveInterest(type, Ints{9, 77});
+        m_client.RemoveInterest(type, Ints{9, 5, 77});
         EXPECT_EQ(Interest(type), Ints{2});
         m_client.RemoveInterestAll(type);
         EXPECT_EQ(Interest(type), type == kCsi ? Ints{2} : Ints{});
-        m_client.AddInterestAll(type);
     }
-    EXPECT_EQ(Interest(kStatus), (Ints{8, 13, 29, 33, 96, 97}));
-    EXPECT_EQ(Interest(kSettings), (Ints{2, 5, 30, 59}));
-    EXPECT_EQ(Interest(kCapabilities), (Ints{2, 5, 30, 59}));
 }
 
 TEST_F(PushTest, CarriesTheMatchingIdsInAscendingOrder) {

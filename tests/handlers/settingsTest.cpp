@@ -77,22 +77,6 @@ TEST_F(SettingsTest, UnknownActionsAreRefusedUnderSettingIdZero) {
     }
 }
 
-TEST_F(SettingsTest, WithoutTheModelASettingFails) {
-    UseModel(nullptr);
-    BleSDK::GetInstance()->m_settingsPath = "/nowhere/settings.json";
-    EXPECT_EQ(Answer("02 01 04"), "02 01");
-    EXPECT_TRUE(fakes::Calls("command").empty());
-}
-
-TEST_F(SettingsTest, AThirdPartyIsReportedAsAPhone) {
-    m_client.m_deviceType = KZ_CALLER_THIRD_PARTY;
-    fakes::OnCsiSet(CSI_ANALYTICS_SOURCE, 4);
-
-    Play({"csi_set CSI_ANALYTICS_SOURCE failed - status 4", "f3 7f", "", "f3 ff 08 01"});
-
-    EXPECT_EQ(fakes::Calls(), std::vector<fakes::Call>{fakes::CsiSet(92, {KZ_CALLER_BLE_RC})});
-}
-
 TEST_F(SettingsTest, ACodeRestartsTheDeviceManagerWithoutReachingTheShell) {
     const std::string restart = "system: " + ToHex(fakes::BytesOf("killall -9 kzDeviceManager")) +
                                 ", system: " + ToHex(fakes::BytesOf("/usr/local/zorvik/bin/kzDeviceManager -p -l 0 &"));
@@ -121,8 +105,12 @@ TEST_F(SettingsTest, TextsArriveAsTheyAreAndLongOnesCut) {
     EXPECT_EQ(log.Texts(), Texts{"AuthCode length exceeds limit, truncating!"});
 }
 
-TEST_F(SettingsTest, AnAnswerThatDoesNotFitIsRefused) {
-    EXPECT_EQ(Answer("f3 7d 08 01", 4), "f3 fd 08 01");
+TEST_F(SettingsTest, WithoutTheModelOrRoomForItsAnswerASettingFails) {
     EXPECT_EQ(Answer("f3 7d 08 01", 3), "00 01");
     EXPECT_EQ(Answer("02 01 04", 1), "");
+
+    UseModel(nullptr);
+    BleSDK::GetInstance()->m_settingsPath = "/nowhere/settings.json";
+    EXPECT_EQ(Answer("02 01 04"), "02 01");
+    EXPECT_TRUE(fakes::Calls("command").empty());
 }

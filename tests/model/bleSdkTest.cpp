@@ -32,10 +32,8 @@ TEST(BleSdk, TheFirstInstanceTriesTheFileOfItsModelAndEachQuestionAgain) {
     EXPECT_EQ(BleSDK::LoadedMapping(), mapping);
 
     BleSDK::Destroy();
-    BleSDK::Destroy();
     fakes::SetModelNumber(0, 7);
     EXPECT_EQ(BleSDK::GetInstance()->m_settingsPath, "/usr/local/zorvik/etc/unknown/settings.json");
-    EXPECT_EQ(BleSDK::GetInstance()->m_pSettingsMapping, nullptr);
     BleSDK::Destroy();
 }
 

@@ -116,8 +116,8 @@ TEST_F(Catalogue, FileLoadsWithoutVersionAndFilters) {
     EXPECT_EQ(m_log.Texts(),
               (Texts{"Unable to find -version- tag in json file \n", "Unable to find <filters> array in file"}));
 
-    for (const auto& [json, version] : std::map<std::string, std::string>{
-             {"2", "2"}, {"3.14159", "3.142"}, {"123456", "1.235e+05"}, {"\"2\"", "unknown"}, {"null", "unknown"}}) {
+    for (const auto& [json, version] :
+         std::map<std::string, std::string>{{"3.14159", "3.142"}, {"123456", "1.235e+05"}, {"\"2\"", "unknown"}}) {
         EXPECT_TRUE(LoadFile(R"({"version":)" + json + R"(,"modes":0,"settings":[],"status":{"groups":[]}})"));
         EXPECT_EQ(m_loaded->version, version) << "four significant digits";
     }
@@ -132,6 +132,7 @@ TEST_F(Catalogue, DumpListsEverything) {
     testing::internal::CaptureStdout();
 
     m_loaded->Dump();
+    std::fflush(stdout);
 
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Setting 2 (id = 2)\n\tOption (id = 4)\n\tOption (id = 7)\n\tid:2 nums:[4 7 7 ]\n"
