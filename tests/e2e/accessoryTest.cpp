@@ -12,8 +12,7 @@ constexpr uint8_t kUpdateReply = 28;
 constexpr uint8_t kImageData = 30;
 constexpr uint8_t kSensorAnswers = 19;
 
-constexpr uint8_t kBusy = 3;  // CSI keys
-constexpr uint8_t kSystemState = 111;
+constexpr uint8_t kSystemState = 111;  // CSI key
 
 constexpr const char* kCardImage = "/tmp/fuse_d/KZ_REMOTE_FW_2.bin";
 constexpr const char* kCameraImage = "/usr/local/zorvik/tftp/KZ_REMOTE_FW_2.bin";
@@ -65,14 +64,14 @@ Step updateState(const std::string& valueHex) {
 
 // These bytes in packets of 20, the last of a block shorter.
 Step sendsImage(uint32_t connection, const Bytes& bytes) {
-    return {"sends the image", [=](Rig& rig) {
-                for (size_t at = 0; at < bytes.size(); at += 20) {
-                    const size_t end = std::min<size_t>(at + 20, bytes.size());
-                    const auto begin = bytes.begin();
-                    const Bytes part(begin + static_cast<long>(at), begin + static_cast<long>(end));
-                    play(rig, {packet(connection, kImageData, part)});
-                }
-            }};
+    return [=](Rig& rig) {
+        for (size_t at = 0; at < bytes.size(); at += 20) {
+            const size_t end = std::min<size_t>(at + 20, bytes.size());
+            const auto begin = bytes.begin();
+            const Bytes part(begin + static_cast<long>(at), begin + static_cast<long>(end));
+            play(rig, {packet(connection, kImageData, part)});
+        }
+    };
 }
 
 class Accessory : public E2e {
@@ -103,7 +102,6 @@ TEST_F(Accessory, IsUpdatedWhenCameraAndImagePermit) {
         const char* refusal;
     } rows[] = {
         {"newer on the card", cameraIs(80, 0), imageFile(6), {}, accepted},
-        {"older on the card", cameraIs(80, 0), imageFile(4), {}, accepted},
         {"newer on the camera", cameraIs(80, 0), {}, imageFile(6), accepted},
         {"older on the camera",
          cameraIs(80, 0),
@@ -116,19 +114,10 @@ TEST_F(Accessory, IsUpdatedWhenCameraAndImagePermit) {
         {"none", cameraIs(80, 0), {}, {}, "[DEBUG] No update file - skip accessory update"},
         {"battery 10", cameraIs(10, 0), good, {}, accepted},
         {"battery 9", cameraIs(9, 0), good, {}, "[DEBUG] zorvik batt percentage low 9, do not update accessory now"},
-        {"battery below 0",
-         cameraIs(200, 0),
-         good,
-         {},
-         "[DEBUG] zorvik batt percentage low -56, do not update accessory now"},
         {"busy", cameraIs(80, 1), good, {}, "[ERROR] sytem busy, do not update accessory now"},
-        {"no status", replies("command 33", -1), good, {}, "[ERROR] Error getting KZCONTROL_GET_ALL_STATUS"},
         {"wrong checksum", cameraIs(80, 0), changed(good, 0), {}, "[ERROR] crc mismatch"},
-        {"changed byte", cameraIs(80, 0), changed(good, 119), {}, "[ERROR] crc mismatch"},
-        {"header cut", cameraIs(80, 0), cutTo(19, good), {}, tooShort},
         {"image cut", cameraIs(80, 0), cutTo(119, good), {}, tooShort},
         {"length beyond everything", cameraIs(80, 0), changed(good, 19), {}, tooShort},
-        {"the longest", cameraIs(80, 0), imageFile(6, Bytes(307180)), {}, accepted},
         {"too long", cameraIs(80, 0), imageFile(6, Bytes(307181)), {}, tooShort},
     };
     serve();
@@ -151,6 +140,10 @@ TEST_F(Accessory, IsUpdatedWhenCameraAndImagePermit) {
     play({joins(1), writesPacket(1, kUpdateRequest, "01"), packet(1, kUpdateReply, "01 02 3a 03"),
           logs("[ERROR] Unable to start a settings file transfer"), quiet()});
     EXPECT_EQ(rig->network->waiting(), 0);
+    // Recording cancels what is pending.
+    writeFile(kCardImage, good);
+    play({joins(2), asks(2, kCommand, kRemoteReports, "1c 00"), notifies("CN", csiRecord(3, 1u)),
+          logs("[DEBUG] sytem recording, cancel accessory update"), quiet()});
 }
 
 TEST_F(Accessory, RemoteIsRebootedUpdatedAndWelcomedBack) {
@@ -175,14 +168,6 @@ TEST_F(Accessory, RemoteIsRebootedUpdatedAndWelcomedBack) {
           calls("csi_set 92: 0b, csi_set 150: 03 00 17 00, csi_set 150: 00 00 00 00, command 33, "
                 "csi_set 11: 03 00 00 00, csi_set 162: 64 17 00 00"),
           quiet()});
-}
-
-TEST_F(Accessory, RecordingCancelsAPendingUpdate) {
-    serve();
-    writeFile(kCameraImage, imageFile(6));
-
-    play({cameraIs(80, 0), joins(1), asks(1, kCommand, kRemoteReports, "1c 00"), notifies("CN", csiRecord(kBusy, 1u)),
-          logs("[DEBUG] sytem recording, cancel accessory update"), quiet()});
 }
 
 TEST_F(Accessory, ShutterRemoteFetchesItsImageBlockByBlock) {
@@ -250,51 +235,23 @@ TEST_F(Accessory, RadioThatStopsReadingAbortsTheTransferButNeverHangs) {
           logs("[DEBUG] ACCESSORY request chunk but not in OTA state")});
 }
 
-TEST_F(Accessory, BeingUpdatedKeepsTheLightsFromThoseBehindIt) {
-    const auto shows = [](const char* command, const Bytes& data) {
-        return tells(kCsiQueue, TlvMessage{10, {{kTlvCommand, textBytes(command)}, {kTlvArgument, data}}}.encode());
-    };
-    serveTransferOf(ramp(450));
-    play({joins(2), asks(2, kSensorData, "50 01", "50 00"), asks(2, kSensorData, "52 01", "52 00")});
-
-    play({shows("AL", ramp(5)), shows("LB", ramp(6)), answers(2, kSensorData, "51 00 01 02 03 04 05"), quiet()});
-}
-
 // ---------------------------------------------------------------- sensors
 
-class Sensor : public E2e {
-  protected:
-    // The sample of a strap with one stream and the key HRTE of one 16-bit value.
-    void serveSample() {
-        serve();
-        play({joins(1, kSensor), asks(1, kSensorData, "02 01 48 52 4d", "02 00"),
-              asks(1, kSensorData, "03 48 52 54 45 00 00 53 02 01 00", "03 00"), writes(1, kSensorData, "01 00 12 34"),
-              quiet()});
-    }
+using Sensor = E2e;
 
-    // Whether it reaches the metadata service, inside a device's record.
-    bool handsOver() {
-        std::string calls;
-        return waitUntil([&] {
-            calls += rig->camera.takeCalls();
-            return calls.find("ipc-send") != std::string::npos && calls.find("44 45 56 43") != std::string::npos &&
-                   calls.find("48 52 54 45 53 02 00 01") != std::string::npos;
-        });
-    }
-};
+TEST_F(Sensor, SamplesReachTheMetadataServiceEvenAfterTheDisconnection) {
+    serve();
+    // A strap with one stream and the key HRTE of one 16-bit value.
+    play({joins(1, kSensor), asks(1, kSensorData, "02 01 48 52 4d", "02 00"),
+          asks(1, kSensorData, "03 48 52 54 45 00 00 53 02 01 00", "03 00"), writes(1, kSensorData, "01 00 12 34"),
+          disconnects(1)});
 
-TEST_F(Sensor, SamplesReachTheMetadataServiceOnATick) {
-    serveSample();
-
-    EXPECT_TRUE(handsOver());
-}
-
-TEST_F(Sensor, UnsentSamplesSurviveTheDisconnection) {
-    serveSample();
-
-    play({disconnects(1)});
-
-    EXPECT_TRUE(handsOver());
+    std::string calls;
+    EXPECT_TRUE(waitUntil([&] {
+        calls += rig->camera.takeCalls();
+        return calls.find("ipc-send") != std::string::npos && calls.find("44 45 56 43") != std::string::npos &&
+               calls.find("48 52 54 45 53 02 00 01") != std::string::npos;
+    })) << calls;
 }
 
 }  // namespace

@@ -95,11 +95,11 @@ TEST_F(LifeCycle, WaitsForARadioStackThatComesLate) {
     EXPECT_TRUE(rig->daemon.waitForText("mq_open() failed for '/Mq_to_BleSdk': No such file or directory\n"));
 
     // Only one of the two queues comes: the daemon waits for the other without end.
-    const Queue toDaemon = Queue::create(kMqToBleSdk, RadioStack::kDepth, kBleRecordSize);
+    const Queue toDaemon = Queue::create(kMqToBleSdk, kRadioDepth, kBleRecordSize);
     for (int attempt = 0; attempt < 2; ++attempt) {
         EXPECT_TRUE(rig->daemon.waitForText("mq_open() failed for '/Mq_to_Skylark': No such file or directory\n"));
     }
-    const Queue fromDaemon = Queue::create(kMqToSkylark, RadioStack::kDepth, kBleRecordSize);
+    const Queue fromDaemon = Queue::create(kMqToSkylark, kRadioDepth, kBleRecordSize);
 
     EXPECT_EQ(rig->receiveNet().text().substr(0, 5), "18 CR");
 }

@@ -53,9 +53,7 @@ TEST(AccessoryImageVersionTest, CardMayGoBackTheCameraOnlyForward) {
         {{1, 2, 3}, ImageVerdict::kSameVersion, ImageVerdict::kSameVersion},
         {{1, 2, 2}, ImageVerdict::kAccept, ImageVerdict::kOlder},
         {{1, 2, 4}, ImageVerdict::kAccept, ImageVerdict::kAccept},
-        {{1, 3, 0}, ImageVerdict::kAccept, ImageVerdict::kAccept},
         {{0, 255, 255}, ImageVerdict::kAccept, ImageVerdict::kOlder},
-        {{2, 0, 0}, ImageVerdict::kAccept, ImageVerdict::kAccept},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(JudgeImageVersion(accessory, row.image, true), row.fromCard) << row.image.AsNumber();
@@ -98,12 +96,6 @@ TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
     std::filesystem::create_symlink("image", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
 
     EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
-}
-
-TEST_F(AccessoryImageSearchTest, DirectoryThatCannotBeReadCountsAsEmpty) {
-    std::filesystem::remove_all("/tmp/fuse_d");
-
-    EXPECT_EQ(FindAccessoryImage(kRemote), "");
 }
 
 }  // namespace

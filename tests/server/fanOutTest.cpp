@@ -7,18 +7,6 @@ namespace {
 
 class FanOutTest : public ServerTest {};
 
-TEST_F(FanOutTest, OnlyWhatChangedIsTold) {
-    Connect(1).AddInterestAll(kCapabilities);
-    PushJson(R"({"status": {"8": 0}})");
-    Server().NotifyClientsOfSettingsCapabilitiesChanges();
-    TakeTold();
-
-    PushJson(R"({"status": {"8": 1}})");
-    Server().NotifyClientsOfSettingsCapabilitiesChanges();
-
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{{1, {0xA2, 0, 5, 1, 3}}}));
-}
-
 TEST_F(FanOutTest, WithoutAModelNothingIsTold) {
     Connect(1).AddInterestAll(kSettings);
     PushJson(R"({"settings": {"2": 9}})");
@@ -70,18 +58,6 @@ TEST_F(FanOutTest, AWaitingPushThatIsOvertakenIsToldLaterFromCurrentValues) {
     EXPECT_FALSE(Server().CheckClientsStoredResponses());
 }
 
-TEST_F(FanOutTest, APushIsNoLongerThanTheRadioQueueTakes) {
-    const std::string text(31, 't');
-    Connect(3).AddInterestAll(kStatus);
-    SetRadioDepth(2);  // 37 bytes
-    PushJson(R"({"status": {"8": 1, "29": ")" + text + "\"}}");
-
-    Server().NotifyClientsOfStatusChanges();
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, {0x93, 0, 8, 1, 1}}}));
-    Server().CheckClientsStoredResponses();
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{{3, Bytes{0x93, 0, 29, 31} + fakes::BytesOf(text)}}));
-}
-
 // ---------------------------------------------------------------- more than one push holds
 
 // Nine settings of 256 options, two of which fit no push together.
@@ -113,22 +89,6 @@ class LargeFanOutTest : public FanOutTest {
         return entries;
     }
 };
-
-TEST_F(LargeFanOutTest, LeavesAsWholePushesAtOnceWhereThereIsRoom) {
-    BleNotificationClient& client = Connect(3);
-    client.AddInterestAll(kCapabilities);
-    SetRadioDepth(1000);
-    ASSERT_TRUE(PushJson(R"({"status": {"8": 1}})"));
-
-    EXPECT_TRUE(Server().NotifyClientsOfSettingsCapabilitiesChanges());
-
-    std::vector<Told> expected;
-    for (int id = 1; id <= kSettingCount; ++id) {
-        expected.push_back({3, Bytes{0xA2, 0} + AllOptionsOf(id)});
-    }
-    EXPECT_EQ(TakeTold(), expected);
-    EXPECT_EQ(client.m_pushCount, static_cast<uint32_t>(kSettingCount));
-}
 
 TEST_F(LargeFanOutTest, LosesNothingInAQueueThatHoldsOnePushAtATime) {
     Connect(3).AddInterestAll(kCapabilities);
@@ -193,18 +153,6 @@ TEST_F(FanOutTest, HeldPacketsAreDroppedWhenHoldingEnds) {
     EXPECT_EQ(TakeTold(), (std::vector<Told>{{4, Counting(30)}}));
 }
 
-TEST_F(FanOutTest, ResponseGoesWholeOrNotAtAll) {
-    ble_message_t record = NewDataRecord(4, KZ_STR_ID_QUERY_RESPONSE);
-    SetRadioDepth(2);
-    EXPECT_FALSE(Server().PostResponse(record, Counting(50).data(), 50));
-    EXPECT_TRUE(TakeTold().empty());
-
-    SetRadioDepth(3);
-
-    EXPECT_TRUE(Server().PostResponse(record, Counting(50).data(), 50));
-    EXPECT_EQ(TakeTold(), (std::vector<Told>{{4, Counting(50)}}));
-}
-
 TEST_F(FanOutTest, SetMessagesHoldWhatAMessageHolds) {
     const Bytes value(1500, 1);
 
@@ -215,15 +163,6 @@ TEST_F(FanOutTest, SetMessagesHoldWhatAMessageHolds) {
     EXPECT_EQ(played::Take(kMqKzNet).size(), 2u);
     played::SetDepth(kMqKzNet, 0);
     EXPECT_EQ(Server().csi_set_no_rsp(73, value.data(), 1), -1) << "full";
-}
-
-TEST_F(FanOutTest, SlotThatNobodyTookCannotBeReleased) {
-    const fakes::LogCapture log(KZ_LOG_ERROR);
-
-    EXPECT_FALSE(Server().ReleaseFileTransferSlot());
-
-    EXPECT_TRUE(log.Has("Attempt to Release file slot when none taken", KZ_LOG_ERROR));
-    EXPECT_TRUE(Server().IsFileTransferSlotAvailable());
 }
 
 }  // namespace

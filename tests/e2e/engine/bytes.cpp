@@ -10,7 +10,7 @@ namespace e2e {
 Bytes fromHex(std::string_view text) {
     std::string digits(text);
     std::erase(digits, ' ');
-    if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdef") != std::string::npos) {
         throw std::invalid_argument("not hex: " + std::string(text));
     }
     Bytes bytes;
@@ -48,11 +48,6 @@ Bytes textBytes(std::string_view text) {
 Bytes little32(uint32_t value) {
     return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value >> 16),
             static_cast<uint8_t>(value >> 24)};
-}
-
-uint32_t readLittle32(const uint8_t* data) {
-    return static_cast<uint32_t>(data[0]) | static_cast<uint32_t>(data[1]) << 8 | static_cast<uint32_t>(data[2]) << 16 |
-           static_cast<uint32_t>(data[3]) << 24;
 }
 
 }  // namespace e2e

@@ -21,6 +21,4 @@ Bytes operator+(Bytes left, const Bytes& right);
 Bytes textBytes(std::string_view text);
 Bytes little32(uint32_t value);
 
-uint32_t readLittle32(const uint8_t* data);
-
 }  // namespace e2e

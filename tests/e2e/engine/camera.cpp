@@ -1,15 +1,10 @@
 #include "camera.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
 #include "../fakes/paths.h"
-#include "deadline.h"
 
 namespace e2e {
 
@@ -30,22 +25,6 @@ Camera::Camera() {
 
 void Camera::reply(const std::string& call, int result, const Bytes& bytes) {
     writeFile(fakes::kCameraReplies + call, little32(static_cast<uint32_t>(result)) + bytes);
-}
-
-void Camera::hold(const std::string& call) {
-    mkfifo((fakes::kCameraReplies + call).c_str(), 0600);
-}
-
-void Camera::waitHeld(const std::string& call) {
-    const std::string pipe = fakes::kCameraReplies + call;
-    if (!waitUntil([&] { return (m_held = open(pipe.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0; })) {
-        throw std::runtime_error("not called: " + call);
-    }
-}
-
-void Camera::release(const std::string& call) {
-    unlink((fakes::kCameraReplies + call).c_str());
-    close(m_held);  // an empty reply
 }
 
 std::string Camera::takeCalls(bool withCallers) {

@@ -21,17 +21,11 @@ class Camera {
 
     // From now on this call ("command 98", without its argument) has this result and reply.
     void reply(const std::string& call, int result, const Bytes& bytes = {});
-    // From now on this call stops inside the library.
-    void hold(const std::string& call);
-    void waitHeld(const std::string& call);  // until it has stopped there
-    void release(const std::string& call);   // it succeeds
-
     // The calls since the last time, oldest first: "open, model-number". Those that only name the caller are left out.
     std::string takeCalls(bool withCallers = false);
 
   private:
     long m_taken = 0;
-    int m_held = -1;
 };
 
 }  // namespace e2e

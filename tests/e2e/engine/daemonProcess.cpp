@@ -2,29 +2,25 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 namespace e2e {
 
 void DaemonProcess::start() {
     setenv("LD_LIBRARY_PATH", KZ_FAKES_DIRECTORY, 1);
-    posix_spawn_file_actions_t output;
-    posix_spawn_file_actions_init(&output);
-    posix_spawn_file_actions_addopen(&output, STDOUT_FILENO, m_logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND,
-                                     0666);
-    posix_spawn_file_actions_adddup2(&output, STDOUT_FILENO, STDERR_FILENO);
-    char* const arguments[] = {const_cast<char*>(KZ_DAEMON), nullptr};
-    const int error = posix_spawn(&m_pid, KZ_DAEMON, &output, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&output);
-    if (error != 0) {
-        throw std::runtime_error("cannot start " KZ_DAEMON);
+    m_pid = fork();
+    if (m_pid == 0) {
+        const int output = open(m_logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0666);
+        dup2(output, STDOUT_FILENO);
+        dup2(output, STDERR_FILENO);
+        close(output);
+        execl(KZ_DAEMON, KZ_DAEMON, nullptr);
+        _exit(127);
     }
 }
 
@@ -49,6 +45,15 @@ void DaemonProcess::kill() {
         waitpid(m_pid, nullptr, 0);
         m_pid = -1;
     }
+}
+
+void DaemonProcess::pause() {
+    ::kill(m_pid, SIGSTOP);
+    waitpid(m_pid, nullptr, WUNTRACED);
+}
+
+void DaemonProcess::resume() {
+    ::kill(m_pid, SIGCONT);
 }
 
 bool DaemonProcess::waitForText(std::string_view text) {

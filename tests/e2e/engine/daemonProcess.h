@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "deadline.h"
+#include "queue.h"
 
 namespace e2e {
 
@@ -24,6 +24,9 @@ class DaemonProcess {
     // The exit status, 128 + signal when a signal ended it; nothing when it did not end in time.
     std::optional<int> waitForExit();
     void kill();
+    // Stops all its threads until it is resumed.
+    void pause();
+    void resume();
 
     // ---- the log. Reading goes forward: each call looks at what follows the last text that was found.
     bool waitForText(std::string_view text);

@@ -3,99 +3,84 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
-#include <utility>
+#include <thread>
 
 namespace e2e {
 namespace {
 
-constexpr std::chrono::seconds kRoomPatience{100};  // other worlds come and go in seconds
+constexpr std::chrono::seconds kRoomPatience{200};  // other worlds come and go in seconds
 
-bool outOfRoom(int error) {
-    return error == EMFILE || error == ENOSPC || error == ENOMEM;
-}
-
-[[noreturn]] void fail(const std::string& operation, const std::string& name) {
-    throw std::runtime_error(operation + " " + name + ": " + std::strerror(errno));
+void check(bool done, const char* operation, const std::string& name) {
+    if (!done) {
+        throw std::runtime_error(std::string(operation) + " " + name + ": " + std::strerror(errno));
+    }
 }
 
 }  // namespace
 
-Queue::Queue(std::string name, mqd_t descriptor, bool owned)
-    : m_name(std::move(name)), m_descriptor(descriptor), m_owned(owned) {}
-
-Queue::Queue(Queue&& other) noexcept
-    : m_name(std::move(other.m_name)), m_descriptor(std::exchange(other.m_descriptor, -1)), m_owned(other.m_owned) {}
-
-Queue& Queue::operator=(Queue&& other) noexcept {
-    if (this != &other) {
-        release();
-        m_name = std::move(other.m_name);
-        m_descriptor = std::exchange(other.m_descriptor, -1);
-        m_owned = other.m_owned;
+bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
     }
-    return *this;
+    return true;
 }
 
-Queue::~Queue() {
-    release();
+timespec queueDeadline(std::chrono::milliseconds patience) {
+    const auto end = std::chrono::system_clock::now().time_since_epoch() + patience;
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(end);
+    return {seconds.count(), std::chrono::nanoseconds(end - seconds).count()};
 }
 
-void Queue::release() {
-    if (m_descriptor < 0) {
-        return;
-    }
-    mq_close(m_descriptor);
-    if (m_owned) {
-        mq_unlink(m_name.c_str());
-    }
-    m_descriptor = -1;
-}
+Queue::Open::Open(std::string itsName, int flags, mq_attr* attributes)
+    : name(std::move(itsName)),
+      descriptor(mq_open(name.c_str(), flags | O_CLOEXEC, 0664, attributes)),
+      created(descriptor >= 0 && attributes != nullptr) {}
 
-std::optional<Queue> Queue::tryCreate(const std::string& name, long depth, long messageSize) {
-    mq_attr attributes = {};
-    attributes.mq_maxmsg = depth;
-    attributes.mq_msgsize = messageSize;
-    const mqd_t descriptor = mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0664, &attributes);
+Queue::Open::~Open() {
     if (descriptor >= 0) {
-        return Queue(name, descriptor, true);
+        mq_close(descriptor);
     }
-    if (!outOfRoom(errno)) {
-        fail("mq_open", name);
+    if (created) {
+        mq_unlink(name.c_str());
     }
-    return std::nullopt;
 }
 
 Queue Queue::create(const std::string& name, long depth, long messageSize) {
-    std::optional<Queue> queue;
-    if (!waitUntil([&] { return (queue = tryCreate(name, depth, messageSize)).has_value(); }, kRoomPatience)) {
-        fail("mq_open", name);
-    }
-    return std::move(*queue);
+    mq_attr attributes = {};
+    attributes.mq_maxmsg = depth;
+    attributes.mq_msgsize = messageSize;
+    std::unique_ptr<Open> open;
+    const bool settled = waitUntil(
+        [&] {
+            open = std::make_unique<Open>(name, O_RDWR | O_CREAT | O_EXCL, &attributes);
+            return open->created || (errno != EMFILE && errno != ENOSPC && errno != ENOMEM);
+        },
+        kRoomPatience);
+    check(settled && open->created, "mq_open", name);
+    return Queue(std::move(open));
 }
 
 Queue Queue::openForSending(const std::string& name) {
-    const mqd_t descriptor = mq_open(name.c_str(), O_WRONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-        fail("mq_open", name);
-    }
-    return Queue(name, descriptor, false);
+    Queue queue(std::make_unique<Open>(name, O_WRONLY, nullptr));
+    check(queue.descriptor() >= 0, "mq_open", name);
+    return queue;
 }
 
 void Queue::send(const void* data, size_t length) {
     const timespec deadline = queueDeadline();
     const char* bytes = length != 0 ? static_cast<const char*>(data) : "";
-    if (mq_timedsend(m_descriptor, bytes, length, 0, &deadline) != 0) {
-        fail("mq_timedsend", m_name);
-    }
+    check(mq_timedsend(descriptor(), bytes, length, 0, &deadline) == 0, "mq_timedsend", m_open->name);
 }
 
 std::optional<Bytes> Queue::receive(std::chrono::milliseconds patience) {
-    mq_attr attributes = {};
-    mq_getattr(m_descriptor, &attributes);
-    Bytes message(static_cast<size_t>(attributes.mq_msgsize));
+    Bytes message(static_cast<size_t>(attributes().mq_msgsize));
     const timespec deadline = queueDeadline(patience);
     const ssize_t length =
-        mq_timedreceive(m_descriptor, reinterpret_cast<char*>(message.data()), message.size(), nullptr, &deadline);
+        mq_timedreceive(descriptor(), reinterpret_cast<char*>(message.data()), message.size(), nullptr, &deadline);
     if (length < 0) {
         return std::nullopt;
     }
@@ -103,19 +88,15 @@ std::optional<Bytes> Queue::receive(std::chrono::milliseconds patience) {
     return message;
 }
 
-long Queue::waiting() const {
+mq_attr Queue::attributes() const {
     mq_attr attributes = {};
-    mq_getattr(m_descriptor, &attributes);
-    return attributes.mq_curmsgs;
+    mq_getattr(descriptor(), &attributes);
+    return attributes;
 }
 
 bool queueExists(const std::string& name) {
     const mqd_t descriptor = mq_open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-        return false;
-    }
-    mq_close(descriptor);
-    return true;
+    return descriptor >= 0 && mq_close(descriptor) == 0;
 }
 
 }  // namespace e2e

@@ -11,7 +11,6 @@ constexpr size_t kSimpleLimit = 19;      // longest message behind a one-byte he
 constexpr size_t kExtendedLimit = 8188;  // behind a two-byte header
 constexpr long kPacedBacklog = 60;       // the daemon discards data packets while more than 90 wait
 constexpr size_t kShownTranscript = 5000;
-constexpr uint32_t kOtherTraffic = 99;  // a connection no test uses
 
 Bytes startHeader(size_t length) {
     const auto high = static_cast<uint8_t>(length >> 8);
@@ -49,10 +48,6 @@ ble_message_t dataRecord(uint32_t connection, uint8_t stream, const Bytes& packe
     return eventRecord(KZBLE_SDK_MESSAGE_Data, connection, Bytes{stream, static_cast<uint8_t>(packet.size())} + packet);
 }
 
-ble_message_t connectionRecord(uint32_t connection, uint8_t deviceType, uint8_t lastAddressByte) {
-    return eventRecord(KZBLE_SDK_EVENT_Conn, connection, {0xC0, 1, 2, 3, 4, lastAddressByte, 0, deviceType});
-}
-
 // The command lies across the end of the connection id.
 ble_message_t debugRecord(uint32_t command, uint32_t argument) {
     return eventRecord(KZBLE_SDK_EVENT_Debug, command << 24, Bytes(3) + little32(argument));
@@ -64,24 +59,14 @@ std::string describe(const ble_message_t& record) {
            toHex({record.data, std::min<size_t>(record.dataLength, kBlePacketSize)});
 }
 
-void RadioStack::note(const char* direction, const ble_message_t& record) {
-    m_transcript += direction + describe(record) + '\n';
-}
-
-std::string RadioStack::transcript() const {
-    return m_transcript.substr(m_transcript.size() - std::min(m_transcript.size(), kShownTranscript));
-}
-
 void RadioStack::send(const ble_message_t& record) {
-    note("-> ", record);
-    m_toDaemon.send(&record, sizeof(record));
+    m_transcript += "-> " + describe(record) + '\n';
+    toDaemon.send(&record, sizeof(record));
 }
 
 void RadioStack::writeMessage(uint32_t connection, uint8_t stream, const Bytes& message) {
     for (const Bytes& packet : cutIntoPackets(message)) {
-        if (recordsUnread() > kPacedBacklog) {
-            waitUntil([this] { return recordsUnread() <= kPacedBacklog / 2; });
-        }
+        waitUntil([this] { return toDaemon.waiting() <= kPacedBacklog; });
         send(dataRecord(connection, stream, packet));
     }
 }
@@ -93,7 +78,7 @@ std::optional<ble_message_t> RadioStack::receive(std::chrono::milliseconds patie
         m_ofOthers.pop_front();
         return record;
     }
-    const std::optional<Bytes> bytes = m_fromDaemon.receive(patience);
+    const std::optional<Bytes> bytes = fromDaemon.receive(patience);
     if (!bytes) {
         return std::nullopt;
     }
@@ -101,7 +86,7 @@ std::optional<ble_message_t> RadioStack::receive(std::chrono::milliseconds patie
         throw std::runtime_error("a radio record of " + std::to_string(bytes->size()) + " bytes");
     }
     std::memcpy(&record, bytes->data(), sizeof(record));
-    note("<- ", record);
+    m_transcript += "<- " + describe(record) + '\n';
     return record;
 }
 
@@ -116,16 +101,8 @@ std::optional<ble_message_t> RadioStack::receiveOf(uint32_t connection) {
     return record;
 }
 
-void RadioStack::occupy(long places) {
-    const ble_message_t filler = dataRecord(kOtherTraffic, 0, {});
-    for (long i = 0; i < places; ++i) {
-        m_fromDaemon.send(&filler, sizeof(filler));
-    }
-}
-
-void RadioStack::drain() {
-    while (receive(std::chrono::milliseconds(0))) {
-    }
+std::string RadioStack::transcript() const {
+    return m_transcript.substr(m_transcript.size() - std::min(m_transcript.size(), kShownTranscript));
 }
 
 }  // namespace e2e

@@ -13,38 +13,28 @@ namespace e2e {
 
 constexpr uint8_t kPhone = 11;   // device type of a phone app
 constexpr uint8_t kSensor = 12;  // of a BLE sensor
+constexpr long kRadioDepth = 100;
 
 class RadioStack {
   public:
-    static constexpr long kDepth = 100;
+    explicit RadioStack(long transmitDepth)
+        : toDaemon(Queue::create(kMqToBleSdk, kRadioDepth, kBleRecordSize)),
+          fromDaemon(Queue::create(kMqToSkylark, transmitDepth, kBleRecordSize)) {}
 
-    RadioStack(Queue toDaemon, Queue fromDaemon)
-        : m_toDaemon(std::move(toDaemon)), m_fromDaemon(std::move(fromDaemon)) {}
-
-    // ---- to the daemon; both wait for queue room
-    void send(const ble_message_t& record);
+    void send(const ble_message_t& record);  // waits for queue room
     // Cuts the message into packets. A long one is paced, so that the daemon sheds none of it.
     void writeMessage(uint32_t connection, uint8_t stream, const Bytes& message);
-
-    // ---- from the daemon; nothing when no record comes in time
+    // The next record from the daemon; nothing when none comes in time.
     std::optional<ble_message_t> receive(std::chrono::milliseconds patience = kPatience);
-    // The next record of this connection; those of others wait for their turn.
+    // The next of this connection; those of others wait for their turn.
     std::optional<ble_message_t> receiveOf(uint32_t connection);
-
-    long packetsWaiting() const { return m_fromDaemon.waiting(); }
-    long recordsUnread() const { return m_toDaemon.waiting(); }
-    // Takes places of the queue from the daemon, as other traffic would.
-    void occupy(long places);
-    // Throws away what waits in it.
-    void drain();
     // The newest records of both directions, for the reader of a failing test.
     std::string transcript() const;
 
-  private:
-    void note(const char* direction, const ble_message_t& record);
+    Queue toDaemon;
+    Queue fromDaemon;
 
-    Queue m_toDaemon;
-    Queue m_fromDaemon;
+  private:
     std::deque<ble_message_t> m_ofOthers;
     std::string m_transcript;
 };
@@ -52,7 +42,6 @@ class RadioStack {
 // A record with these bytes behind the connection id and zeros behind them.
 ble_message_t eventRecord(uint8_t type, uint32_t connection, const Bytes& rest = {});
 ble_message_t dataRecord(uint32_t connection, uint8_t stream, const Bytes& packet);
-ble_message_t connectionRecord(uint32_t connection, uint8_t deviceType, uint8_t lastAddressByte);
 ble_message_t debugRecord(uint32_t command, uint32_t argument = 0);
 // The packets of a message, as both sides cut it: the shortest header, full packets, continuations counted modulo 16.
 std::vector<Bytes> cutIntoPackets(const Bytes& message);

@@ -1,9 +1,5 @@
 #include "rig.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <stdexcept>
 
@@ -32,33 +28,15 @@ const char* const kSmallCatalogue = R"({
 
 namespace {
 
-constexpr long kMessageSize = 1500;  // of the queues between daemons
-constexpr long kNetworkDepth = 10;
+constexpr const char* kSettingsPath = "/usr/local/zorvik/etc/58/settings.json";
+constexpr const char* kNetworkQueue = "/to_kznet";
+constexpr const char* kReplyQueue = "/to_e2e";  // where notifications of the tests are acknowledged
+constexpr long kMessageSize = 1500;             // of the queues between daemons
 constexpr uint8_t kCategoryNotification = 18;
-constexpr uint8_t kCategoryEvent = 22;
 constexpr uint8_t kFirstFence = 200;  // event types the daemon knows nothing of: handled, logged and nothing else
 constexpr uint8_t kFences = 50;
-constexpr const char* kReplyQueue = "/to_e2e";  // where notifications of the tests are acknowledged
 
-// The kernel counts the bytes of all message queues of a user and refuses what goes beyond its limit: about six rigs
-// fit at once. A rig therefore takes everything it will need at once or nothing, so that rigs wait for one another
-// instead of failing half-way.
-constexpr const char* kRoomQueue = "/e2e_room";
-constexpr long kRoomDepth = 65;                     // as many bytes as the daemon's two queues, and a little more
-constexpr std::chrono::seconds kRoomPatience{200};  // the rigs before this one may be many
-constexpr useconds_t kRoomPause = 50'000;
-
-// Held while room changes hands: no other rig of this checkout takes what is free for a moment.
-class RoomLock {
-  public:
-    RoomLock() : m_file(open(KZ_WORLD_SCRIPT, O_RDONLY | O_CLOEXEC)) { flock(m_file, LOCK_EX); }
-    ~RoomLock() { close(m_file); }
-    RoomLock(const RoomLock&) = delete;
-    RoomLock& operator=(const RoomLock&) = delete;
-
-  private:
-    int m_file;
-};
+constexpr std::chrono::seconds kRoomPatience{200};
 
 }  // namespace
 
@@ -70,14 +48,17 @@ Bytes csiRecord(uint8_t key, uint32_t value) {
     return csiRecord(key, little32(value));
 }
 
-Rig::Rig(const Options& options) {
+Rig::Rig(const Options& options) : m_replies(Queue::create(kReplyQueue, 1, kMessageSize)) {
     // The world may have served another test of this process before.
     for (const char* directory : {"/usr/local/zorvik/etc", "/usr/local/zorvik/tftp", "/tmp/fuse_d"}) {
         std::filesystem::remove_all(directory);
     }
     writeFile(kSettingsPath, textBytes(options.catalogue));
-    if (!waitUntil([&] { return openQueues(options) || usleep(kRoomPause) != 0; }, kRoomPatience)) {
-        throw std::runtime_error("no room for the message queues of a rig");
+    if (options.radioStack) {
+        radio.emplace(options.transmitDepth);
+    }
+    if (options.networkDaemon) {
+        openNetworkDaemon();
     }
 }
 
@@ -88,36 +69,23 @@ Rig::~Rig() {
     mq_unlink(kCsiQueue);
 }
 
-bool Rig::openQueues(const Options& options) {
-    const RoomLock lock;
-    m_room = Queue::tryCreate(kRoomQueue, kRoomDepth, kMessageSize);
-    m_replies = Queue::tryCreate(kReplyQueue, 1, kMessageSize);
-    std::optional<Queue> toDaemon = Queue::tryCreate(kMqToBleSdk, RadioStack::kDepth, kBleRecordSize);
-    std::optional<Queue> fromDaemon = Queue::tryCreate(kMqToSkylark, options.transmitDepth, kBleRecordSize);
-    network = Queue::tryCreate(kNetworkQueue, kNetworkDepth, kMessageSize);
-    const bool complete = m_room && m_replies && toDaemon && fromDaemon && network;
-    if (!complete) {
-        m_room.reset();
-        m_replies.reset();
-    }
-    if (complete && options.radioStack) {
-        radio.emplace(std::move(*toDaemon), std::move(*fromDaemon));
-    }
-    if (!complete || !options.networkDaemon) {
-        network.reset();
-    }
-    return complete;
-}
-
 void Rig::openNetworkDaemon() {
-    network = Queue::create(kNetworkQueue, kNetworkDepth, kMessageSize);
+    network = Queue::create(kNetworkQueue, 10, kMessageSize);
 }
 
 void Rig::launch() {
-    const RoomLock lock;
-    m_room.reset();
-    daemon.start();
-    waitUntil([&] { return queueExists(kCsiQueue) || !daemon.running(); });
+    // The kernel counts the bytes of all message queues of a user: other worlds may hold the room for the daemon's.
+    const auto findsRoom = [&] {
+        daemon.start();
+        waitUntil([&] { return queueExists(kCsiQueue) || !daemon.running(); });
+        const bool found = daemon.running() || daemon.count("Too many open files") == 0;
+        if (!found) {
+            daemon.waitForExit();
+            camera.takeCalls();
+        }
+        return found;
+    };
+    waitUntil(findsRoom, kRoomPatience);
 }
 
 void Rig::start() {
@@ -149,25 +117,16 @@ std::optional<int> Rig::shutDown() {
     return daemon.waitForExit();
 }
 
-void Rig::send(const char* queue, const Bytes& message) {
-    settle();
-    Queue::openForSending(queue).send(message);
-}
-
-void Rig::pushJson(const std::string& json) {
-    send(kEventQueue, TlvMessage{kCategoryEvent, {{kTlvResponse, textBytes(json)}}}.encode());
-    // The loop looks at the event queue before the radio queue, one message of each a pass.
-    settle();
-}
-
 TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records) {
-    send(kCsiQueue, TlvMessage{kCategoryNotification,
-                               {{kTlvCommand, textBytes(command)},
-                                {kTlvArgument, records},
-                                {kTlvSource, textBytes(kReplyQueue)},
-                                {kTlvDestination, textBytes(kCsiQueue)}}}
-                        .encode());
-    const std::optional<Bytes> reply = m_replies->receive();
+    settle();
+    Queue::openForSending(kCsiQueue).send(TlvMessage{
+        kCategoryNotification,
+        {{kTlvCommand, textBytes(command)},
+         {kTlvArgument, records},
+         {kTlvSource, textBytes(kReplyQueue)},
+         {kTlvDestination,
+          textBytes(kCsiQueue)}}}.encode());
+    const std::optional<Bytes> reply = m_replies.receive();
     if (!reply) {
         throw std::runtime_error("a CSI notification was not acknowledged; the log:\n" + daemon.log());
     }

@@ -13,12 +13,10 @@
 
 namespace e2e {
 
-// The daemon's own queues and the network daemon's.
+// The daemon's own queues.
 constexpr const char* kEventQueue = "/to_kzBleD";
 constexpr const char* kCsiQueue = "/to_blesdk";
-constexpr const char* kNetworkQueue = "/to_kznet";
 
-constexpr const char* kSettingsPath = "/usr/local/zorvik/etc/58/settings.json";
 constexpr const char* kSettingsGzPath = "/usr/local/zorvik/etc/58/settings.json.gz";
 
 // A small catalogue: settings 2 (options 1 4 5 9), 3 (0 1 2), 30 (10 1000, four bytes wide), status 8 10 29 33 54;
@@ -28,20 +26,20 @@ extern const char* const kSmallCatalogue;
 class Rig {
   public:
     struct Options {
-        long transmitDepth = RadioStack::kDepth;
+        long transmitDepth = kRadioDepth;
         bool radioStack = true;     // whether the radio queues exist from the start
         bool networkDaemon = true;  // whether "/to_kznet" does
         std::string catalogue = kSmallCatalogue;
     };
 
-    // Waits for the queue room that other rigs hold.
+    // Waits for the queue room that other worlds hold.
     explicit Rig(const Options& options);
     ~Rig();
 
     // Starts the daemon and waits until it serves: its CSI subscription has arrived (with a network daemon), or its
     // command thread runs. Throws when the daemon does not come up.
     void start();
-    // Starts it and returns when it has its queues or has ended.
+    // Starts it, again while there is no queue room, and returns when it has its queues or has ended.
     void launch();
     void openNetworkDaemon();
     // Everything sent to the radio queue before has been handled, and its packets are in the other queue.
@@ -49,10 +47,6 @@ class Rig {
     // Shutdown by the debug record; the exit status.
     std::optional<int> shutDown();
 
-    // ---- the other daemons
-    // Any message to one of the daemon's queues. Events are taken before waiting radio records: those are awaited.
-    void send(const char* queue, const Bytes& message);
-    void pushJson(const std::string& json);  // as the control daemon does; handled when it returns
     // A CSI message of that command ("CN", "CU", ...); handled and acknowledged when it returns.
     TlvMessage notifyCsi(const std::string& command, const Bytes& records);
     // The next message to the network daemon; throws when none comes.
@@ -64,10 +58,7 @@ class Rig {
     DaemonProcess daemon;
 
   private:
-    bool openQueues(const Options& options);
-
-    std::optional<Queue> m_room;  // stands in for the queues to come
-    std::optional<Queue> m_replies;
+    Queue m_replies;
     uint8_t m_fence = 0;
 };
 

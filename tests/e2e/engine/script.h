@@ -29,15 +29,11 @@ enum : uint8_t {
 // Bytes written as such or as hex digits.
 struct Message {
     Message(const char* hex) : bytes(fromHex(hex)) {}
-    Message(const std::string& hex) : bytes(fromHex(hex)) {}
     Message(Bytes raw) : bytes(std::move(raw)) {}
     Bytes bytes;
 };
 
-struct Step {
-    std::string text;  // what it is, for the reader of a failure
-    std::function<void(Rig&)> run;
-};
+using Step = std::function<void(Rig&)>;
 using Script = std::vector<Step>;
 
 // ---- what happens to the daemon

@@ -5,8 +5,7 @@ namespace fakes {
 
 // The stand-ins of the camera's client libraries append every call to kCameraCalls as a line of text, "command 3: 01"
 // with its argument behind the colon. A file below kCameraReplies that is named after the call, "command 3", holds what
-// the call gets: a 32-bit result and the reply. Without one it succeeds; what could only fail without a reply fails. A
-// pipe in that place holds the call until the test lets go of it.
+// the call gets: a 32-bit result and the reply. Without one it succeeds; what could only fail without a reply fails.
 constexpr const char* kCameraCalls = "/tmp/cameraCalls";
 constexpr const char* kCameraReplies = "/tmp/cameraReplies/";
 
