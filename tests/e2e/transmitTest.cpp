@@ -41,6 +41,20 @@ TEST_F(Transmit, AnswersAreCutIntoPacketsByteForByte) {
           packet(1, 14, "81 78 78 78 78 78 78 78 78 78 78 78 78 78"), quiet()});
 }
 
+TEST_F(Transmit, AnswerKeepsTheBytesBehindTheDataOfItsRequest) {
+    serve();
+    ble_message_t request = dataRecord(1, kCommand, fromHex("01 3a"));
+    request.rest[0] = 0xA1;
+    request.rest[60] = 0xB2;
+
+    play({joins(1), sends(request)});
+    const std::optional<ble_message_t> answer = rig->radio->receive();
+
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(describe(*answer), "type 2 connection 1 stream 4: 07 3a 00 04 31 2e 32 35");
+    EXPECT_TRUE(answer->rest[0] == 0xA1 && answer->rest[60] == 0xB2);
+}
+
 TEST_F(Transmit, AnswerThatDoesNotFitIsStoredAndLeavesOnALaterTick) {
     serve({.transmitDepth = 4});
     play({joins(1), asksVersion(2)});
@@ -147,6 +161,21 @@ TEST_F(Transmit, MessageOfFourHundredPacketsIsTheLongest) {
           asks(1, kCommand, longCommand(kLongest + 2), "00 02"),
           logs("[ERROR] Parse error while parsing command packet", "bleDevice.cpp"), quiet(),
           asks(1, kCommand, kAskVersion, kVersion)});
+}
+
+TEST_F(Transmit, TicksComeHoweverBusyTheRadioIs) {
+    serve({.transmitDepth = 4});
+    play({joins(1), connects(2), asksVersion(4), writes(1, kQuery, "13 21"),
+          logs("[ERROR] Failed to send a response of length 5 to connection_id:1"), answersVersion(4)});
+
+    // Records without an answer, far more often than the tick, until the stored answer leaves.
+    const bool left = waitUntil([&] {
+        play({writes(2, kCommand, "3a")});
+        return rig->radio->fromDaemon.waiting() == 1;
+    });
+
+    EXPECT_TRUE(left);
+    play({answers(1, kQuery, "13 00 21 01 ff")});
 }
 
 }  // namespace
