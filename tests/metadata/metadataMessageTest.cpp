@@ -94,4 +94,27 @@ TEST_F(MetadataMessage, SamplesAreStoredUnderTheirKeyInTheirStream) {
               "STRM:1x36{TSMP:L4x1:00000002 UNIT:c1x3:01020300 HRAT:S2x2:02010403}}");
 }
 
+TEST_F(MetadataMessage, FullStreamIsReportedOnceUntilItHasRoomAgain) {
+    accessory.Answer(RegisterDevice(1, "HRM"));
+    accessory.Answer(kHeartRate);
+    for (uint8_t index = 1; index < 12; ++index) {  // sticky values that together outgrow their area
+        accessory.Answer(RegisterKey("ST" + std::to_string(10 + index), index, 0, 'B', 30, 1, kKzmfSticky));
+    }
+    const auto reports = [this] {
+        const fakes::LogCapture log(3);
+        for (uint8_t index = 1; index < 12; ++index) {
+            EXPECT_EQ(accessory.Answer(WriteSample(index, 30)), "");
+        }
+        const auto texts = log.Texts();
+        return std::count(texts.begin(), texts.end(),
+                          "Metadata stream 0 is full, its samples are lost until there is room");
+    };
+
+    accessory.Answer(WriteSample(0, 2));
+    EXPECT_EQ(reports(), 1);
+    EXPECT_EQ(reports(), 0);
+    accessory.Answer(WriteSample(0, 2));  // stored
+    EXPECT_EQ(reports(), 1);
+}
+
 }  // namespace
