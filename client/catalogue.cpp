@@ -20,15 +20,6 @@ namespace {
 constexpr int kTextStatuses[] = {29, 30, 40};
 constexpr size_t kLargestCatalogue = 16u << 20;  // bytes a decompressed catalogue may take
 
-std::optional<uint32_t> parseNumber(const std::string& text) {
-    uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc{} || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return number;
-}
-
 std::string folded(const std::string& text) {
     std::string result;
     for (const char c : text) {
@@ -57,6 +48,15 @@ uint8_t idOf(std::optional<uint32_t> number, std::optional<int> named, const std
 }
 
 }  // namespace
+
+std::optional<uint32_t> parseNumber(const std::string& text) {
+    uint32_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return number;
+}
 
 bool isTextStatus(int id) {
     return std::find(std::begin(kTextStatuses), std::end(kTextStatuses), id) != std::end(kTextStatuses);

@@ -10,6 +10,9 @@
 
 namespace kzclient {
 
+// A decimal number that is all of the text.
+std::optional<uint32_t> parseNumber(const std::string& text);
+
 class Catalogue {
   public:
     struct Setting {

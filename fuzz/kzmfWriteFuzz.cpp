@@ -26,7 +26,8 @@ class Streams {
         for (uint32_t i = 0; i < m_buffers.size(); ++i) {
             const uint32_t size = 776 + i * 301;  // sizes that are no multiple of 4, too
             m_buffers[i] = std::make_unique<uint8_t[]>(size);
-            Require(MetadataStreamOpen(std::array{1025u, 1025u, 0xFFFFFFFFu, 0u}[i], "fuzz", m_buffers[i].get(), size));
+            Require(MetadataStreamOpen(std::array{1025u, 1025u, 0xFFFFFFFFu, 0u}[i], "fuzz", m_buffers[i].get(),
+                                       size) == m_buffers[i].get());
         }
     }
     ~Streams() {
@@ -51,7 +52,8 @@ void Store(void* handle, Input& input) {
     const uint32_t flags = input.Byte();
     const float timeOffset = input.Byte() % 4 == 1 ? 0.25F : 0.0F;
     const std::vector<uint8_t> data = input.Bytes(structureSize * repeat);
-    MetadataStreamWrite(handle, key, type, structureSize, repeat, data.data(), flags, timeOffset);
+    Require(MetadataStreamWrite(handle, key, type, structureSize, repeat, data.data(), flags, timeOffset) !=
+            kKzmfNoHandle);
 }
 
 void Append(void* handle, Input& input) {
@@ -69,13 +71,15 @@ void Extract(Input& input) {
     const uint32_t rate = input.Byte();
     const uint32_t needed = MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate);
     const auto buffer = std::make_unique<uint8_t[]>(needed);
-    uint32_t size = 0;
+    void* payload = nullptr;
+    void* session = nullptr;
+    uint32_t payloadSize = 0;
     uint32_t sessionSize = 0;
-    Require(MetadataGetPayloadAndSession(buffer.get(), needed, nullptr, &size, nullptr, &sessionSize, rate) ==
+    Require(MetadataGetPayloadAndSession(buffer.get(), needed, &payload, &payloadSize, &session, &sessionSize, rate) ==
             kKzmfDone);
-    Require(size + sessionSize == needed);
-    CheckPayload(buffer.get(), size);
-    CheckPayload(buffer.get() + size, sessionSize);
+    Require(payloadSize + sessionSize == needed);
+    CheckPayload(payload, payloadSize);
+    CheckPayload(session, sessionSize);
 }
 
 void ExtractGroups(Input& input) {

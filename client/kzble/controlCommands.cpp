@@ -246,11 +246,10 @@ Mode parseMode(const std::string& text) {
     if (const auto named = kModes.find(text); named != kModes.end()) {
         return named->second;
     }
-    Mode mode;
-    if (!CLI::detail::lexical_cast(text, mode.mode)) {
-        throw Error("no mode is called \"" + text + "\"; take video, photo, multishot, burst, timelapse or a number");
+    if (const std::optional<uint32_t> mode = kzclient::parseNumber(text)) {
+        return {*mode, {}};
     }
-    return mode;
+    throw Error("no mode is called \"" + text + "\"; take video, photo, multishot, burst, timelapse or a number");
 }
 
 void addMode(CLI::App& app, Session& session) {
