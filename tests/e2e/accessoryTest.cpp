@@ -235,6 +235,16 @@ TEST_F(Accessory, RadioThatStopsReadingAbortsTheTransferButNeverHangs) {
           logs("[DEBUG] ACCESSORY request chunk but not in OTA state")});
 }
 
+TEST_F(Accessory, BeingUpdatedKeepsTheLightsFromThoseBehindIt) {
+    const auto shows = [](const char* command, const Bytes& data) {
+        return tells(kCsiQueue, TlvMessage{10, {{kTlvCommand, textBytes(command)}, {kTlvArgument, data}}}.encode());
+    };
+    serveTransferOf(ramp(450));
+    play({joins(2), asks(2, kSensorData, "50 01", "50 00"), asks(2, kSensorData, "52 01", "52 00")});
+
+    play({shows("AL", ramp(5)), shows("LB", ramp(6)), answers(2, kSensorData, "51 00 01 02 03 04 05"), quiet()});
+}
+
 // ---------------------------------------------------------------- sensors
 
 using Sensor = E2e;
