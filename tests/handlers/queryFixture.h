@@ -5,9 +5,9 @@
 
 #include <map>
 
-#include "bleQueryMessage.h"
 #include "handlersFixture.h"
 #include "jsonText.h"
+#include "queryMessage.h"
 
 using Ints = std::vector<int>;
 

@@ -1,7 +1,7 @@
 // Commands 13 to 16: the camera's clock.
-#include "bleCommandMessage.h"
-#include "bleCommandTable.h"
 #include "cameraCalls.h"
+#include "commandMessage.h"
+#include "commandTable.h"
 #include "utils.h"
 
 namespace {

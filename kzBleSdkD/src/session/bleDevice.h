@@ -19,11 +19,11 @@
 #include <string>
 #include <vector>
 
-#include "bleCommandMessage.h"
-#include "bleMetadataMessage.h"
-#include "bleQueryMessage.h"
-#include "bleSettingsMessage.h"
+#include "commandMessage.h"
 #include "fileHandle.h"
+#include "metadataMessage.h"
+#include "queryMessage.h"
+#include "settingsMessage.h"
 
 class MemoryStream;
 class SettingsStatusMapping;

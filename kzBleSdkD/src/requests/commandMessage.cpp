@@ -1,11 +1,11 @@
 // Parsing and dispatch of the command interface.
-#include "bleCommandMessage.h"
+#include "commandMessage.h"
 
 #include "MemStream.h"
-#include "bleCommandTable.h"
 #include "bleDevice.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
+#include "commandTable.h"
 #include "protobufAnswer.h"
 #include "utils.h"
 

@@ -1,4 +1,4 @@
-#include "bleMetadataMessage.h"
+#include "metadataMessage.h"
 
 #include <algorithm>
 

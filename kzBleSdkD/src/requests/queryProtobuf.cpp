@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "bleDevice.h"
-#include "bleQueryMessage.h"
 #include "cameraCalls.h"
 #include "dispatchTable.h"
 #include "featureStatus.h"
@@ -16,6 +15,7 @@
 #include "presetStatus.h"
 #include "protoFields.h"
 #include "protobufAnswer.h"
+#include "queryMessage.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_EnumLiveStreamStatus.pb.h"
 #include "wsdkCommands/WSDK_RequestGetAssociationState.pb.h"

@@ -1,4 +1,4 @@
-#include "bleLiveStream.h"
+#include "liveStream.h"
 
 #include <errno.h>
 #include <fcntl.h>

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <string>
 
-#include "bleCommandMessage.h"
-#include "bleCommandTable.h"
 #include "bleDevice.h"
 #include "cameraCalls.h"
+#include "commandMessage.h"
+#include "commandTable.h"
 #include "kzBleServer.h"
 #include "utils.h"
 

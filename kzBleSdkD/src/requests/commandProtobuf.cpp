@@ -1,14 +1,14 @@
 // The protobuf commands: feature 240, the shutter, and feature 241, the actions of cloud upload, presets, live stream,
 // firmware update and camera state. Each action parses its request, does its work and answers; what it answers says how
 // it went.
-#include "bleCommandMessage.h"
-#include "bleCommandTable.h"
 #include "bleDevice.h"
-#include "bleLiveStream.h"
 #include "cameraCalls.h"
+#include "commandMessage.h"
+#include "commandTable.h"
 #include "dispatchTable.h"
 #include "kzBleServer.h"
 #include "kzControlCommands/kzControl_presets.pb.h"
+#include "liveStream.h"
 #include "protobufAnswer.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_RequestCreateCustomPreset.pb.h"

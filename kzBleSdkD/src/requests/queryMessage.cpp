@@ -1,4 +1,4 @@
-#include "bleQueryMessage.h"
+#include "queryMessage.h"
 
 #include <algorithm>
 #include <array>

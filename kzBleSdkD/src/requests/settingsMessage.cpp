@@ -1,5 +1,5 @@
 // The settings interface: plain settings, and the protobuf settings of feature 243.
-#include "bleSettingsMessage.h"
+#include "settingsMessage.h"
 
 #include <errno.h>
 

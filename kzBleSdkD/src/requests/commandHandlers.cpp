@@ -4,11 +4,11 @@
 #include <string>
 #include <string_view>
 
-#include "bleCommandMessage.h"
-#include "bleCommandTable.h"
 #include "bleDevice.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
+#include "commandMessage.h"
+#include "commandTable.h"
 #include "dispatchTable.h"
 #include "kzBleServer.h"
 #include "kzControlCommands/kzControl_presets.pb.h"

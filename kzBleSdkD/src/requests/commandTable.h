@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "bleCommandMessage.h"
+#include "commandMessage.h"
 
 // One command while it is carried out.
 struct CommandCall {
