@@ -1,2 +1,2 @@
 add_executable(handlersBench ${CMAKE_CURRENT_SOURCE_DIR}/handlersBench.cpp)
-target_link_libraries(handlersBench PRIVATE kzOptions kzBleCore)
+target_link_libraries(handlersBench PRIVATE kzOptions kzBleServer)

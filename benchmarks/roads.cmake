@@ -1,7 +1,7 @@
 # The roads through the whole daemon, measured on its real binary in a private world.
 if(KZ_BUILD_TESTS)
   add_executable(roadsEmpty ${CMAKE_CURRENT_SOURCE_DIR}/roadsEmpty.cpp)
-  target_link_libraries(roadsEmpty PRIVATE kzOptions kzBleCore)
+  target_link_libraries(roadsEmpty PRIVATE kzOptions kzBleServer)
 
   find_package(ZLIB REQUIRED)
   add_executable(roadsBench ${CMAKE_CURRENT_SOURCE_DIR}/roadsBench.cpp ${CMAKE_CURRENT_SOURCE_DIR}/roadsRig.cpp)

@@ -1,7 +1,7 @@
 if(NOT TARGET kzFakes)
   add_subdirectory(${PROJECT_SOURCE_DIR}/tests/fakes ${PROJECT_BINARY_DIR}/tests/fakes)
 endif()
-kz_add_fuzzer(queryMessageFuzz SOURCES queryMessageFuzz.cpp LIBS kzFakes kzBleCore)
+kz_add_fuzzer(queryMessageFuzz SOURCES queryMessageFuzz.cpp LIBS kzFakes kzBleServer)
 kz_add_fuzzer(
   csiMessageFuzz
   SOURCES
@@ -9,5 +9,5 @@ kz_add_fuzzer(
   ${PROJECT_SOURCE_DIR}/tests/server/playedQueues.cpp
   LIBS
   kzFakes
-  kzBleCore)
+  kzBleServer)
 target_include_directories(csiMessageFuzz PRIVATE ${PROJECT_SOURCE_DIR}/tests/server)

@@ -8,4 +8,4 @@ kz_add_test(
   queryFeaturePushTest.cpp
   LIBS
   kzFakes
-  kzBleCore)
+  kzBleServer)

@@ -1,16 +1,17 @@
-// The file a client is receiving, cut into packets. When packets leave is the server's decision.
-//
-// settings.json.gz travels as one message of the command interface: header, command id, result, then the file. Firmware
-// images travel as raw bytes from behind the image header.
+#include "fileSender.h"
+
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
+#include <utility>
 
 #include "MemStream.h"
-#include "bleDevice.h"
+#include "answers.h"
+#include "blePacketHeader.h"
 #include "bleSDK.h"
-#include "kzBleServer.h"
+#include "identity.h"
 #include "skylark/bleMessage.h"
 #include "transmitPlan.h"
 #include "utils.h"
@@ -38,8 +39,14 @@ bool MoreFollows(uint32_t fileSize, uint32_t offset, size_t wanted, size_t bytes
 
 // ---------------------------------------------------------------- start and end
 
-bool BleNotificationClient::SetTransferringSettingsJSON(bool on) {
-    const bool gateOpen = GetEnabledByStreamId(KZ_STR_ID_COMMAND);
+FileSender::~FileSender() {
+    if (m_file != nullptr) {
+        LOG_ERROR("File still open when client destroyed.");
+    }
+}
+
+bool FileSender::SetTransferringSettingsJSON(bool on) {
+    const bool gateOpen = m_answers.GetEnabledByStreamId(KZ_STR_ID_COMMAND);
     if (!gateOpen) {
         LOG_ERROR("This stream ID cannot send responses, it is blocked");
     }
@@ -54,7 +61,7 @@ bool BleNotificationClient::SetTransferringSettingsJSON(bool on) {
     return gateOpen;
 }
 
-bool BleNotificationClient::OpenSettingsJSON() {
+bool FileSender::OpenSettingsJSON() {
     m_fileIndex = 0;
     const std::string path = BleSDK::GetInstance()->m_settingsPath + ".gz";
     LOG_INFO("Using settings json path [%s] for file transfer", path.c_str());
@@ -68,40 +75,22 @@ bool BleNotificationClient::OpenSettingsJSON() {
         LOG_ERROR("Unable to seek file");
         return false;
     }
-    m_fileSize = static_cast<uint32_t>(size);
     if (size > kMaxSettingsJSONFileSize) {
-        LOG_ERROR("File:%d too large to send with extended header, cannot send.", m_fileSize);
+        LOG_ERROR("File:%d too large to send with extended header, cannot send.", static_cast<int>(size));
         return false;
     }
     if (fseek(file.get(), 0, SEEK_SET) != 0) {
         LOG_ERROR("Unable to seek file");
         return false;
     }
+    HoldFile(std::move(file), static_cast<uint32_t>(size));
     LOG_ERROR("Settings.json.gz filesize: %d", m_fileSize);
-    HoldFile(std::move(file));
     m_transferringSettingsJSON = true;
     return true;
 }
 
-bool BleNotificationClient::SetTransferringLarch(bool on) {
-    LOG_DEBUG("SetTransferringAccesoryDeviceOTA");
-    if (on) {
-        return !m_transferringLarch && OpenFirmwareImage();
-    }
-    if (!m_transferringLarch) {
-        return false;
-    }
-    m_transferringLarch = false;
-    CloseFile();
-    return true;
-}
-
-bool BleNotificationClient::OpenFirmwareImage() {
+bool FileSender::StartImage(const std::string& path) {
     m_fileIndex = 0;
-    std::string path;
-    if (!KzBleServer::GetInstance()->LarchUpdateCheck(m_deviceType, &path, 0, 0, 0)) {
-        return false;
-    }
     FileHandle file = OpenRegularFile(path.c_str());
     if (file == nullptr) {
         LOG_ERROR("Cannot find acc update file");
@@ -114,29 +103,43 @@ bool BleNotificationClient::OpenFirmwareImage() {
         LOG_ERROR("Unable to seek file");
         return false;
     }
-    m_fileSize = static_cast<uint32_t>(size);
+    HoldFile(std::move(file), static_cast<uint32_t>(size));
     LOG_DEBUG("accessory update filesize: %d", m_fileSize);
-    HoldFile(std::move(file));
     m_transferringLarch = true;
     return true;
 }
 
-void BleNotificationClient::HoldFile(FileHandle file) {
+bool FileSender::EndImage() {
+    if (!m_transferringLarch) {
+        return false;
+    }
+    m_transferringLarch = false;
+    CloseFile();
+    return true;
+}
+
+void FileSender::Reset() {
+    m_transferringSettingsJSON = false;
+    m_transferringLarch = false;
+    CloseFile();
+}
+
+void FileSender::HoldFile(FileHandle file, uint32_t size) {
     struct stat status {};
     fstat(fileno(file.get()), &status);
     m_fileTime = status.st_mtim;
+    m_fileSize = size;
     m_file = std::move(file);
 }
 
-void BleNotificationClient::CloseFile() {
+void FileSender::CloseFile() {
     m_file.reset();
     m_fileIndex = 0;
 }
 
 // ---------------------------------------------------------------- packets
 
-// Whether the file is still the one whose size the transfer announced.
-bool BleNotificationClient::FileIsUnchanged() const {
+bool FileSender::FileIsUnchanged() const {
     if (m_file == nullptr) {
         return true;
     }
@@ -149,7 +152,7 @@ bool BleNotificationClient::FileIsUnchanged() const {
     return false;
 }
 
-bool BleNotificationClient::PrepareFilePacket(StoredResponse& out) const {
+bool FileSender::PrepareFilePacket(StoredResponse& out) const {
     out.m_length = 0;
     if (m_file == nullptr) {
         LOG_ERROR("Attempted to get data on NULL fd");
@@ -158,7 +161,7 @@ bool BleNotificationClient::PrepareFilePacket(StoredResponse& out) const {
     return true;
 }
 
-bool BleNotificationClient::GetSettingsJSONResponse(StoredResponse& out) {
+bool FileSender::GetSettingsJSONResponse(StoredResponse& out) {
     if (!PrepareFilePacket(out)) {
         return false;
     }
@@ -182,14 +185,14 @@ bool BleNotificationClient::GetSettingsJSONResponse(StoredResponse& out) {
     return more;
 }
 
-bool BleNotificationClient::GetLarchResponse(StoredResponse& out) {
+bool FileSender::GetLarchResponse(StoredResponse& out) {
     if (!PrepareFilePacket(out)) {
         return false;
     }
     unsigned char packet[kPacketSize]{};
     size_t wanted = kPacketSize;
     LOG_INFO("Reading %d file bytes from offset %d", static_cast<int>(wanted), m_fileIndex);
-    if (m_deviceType == KZ_CALLER_MAPLE && m_bytesRemaining != 0) {
+    if (m_identity.m_deviceType == KZ_CALLER_MAPLE && m_bytesRemaining != 0) {
         wanted = std::min<size_t>(wanted, m_bytesRemaining);
     }
     const size_t bytesRead = fread(packet, 1, wanted, m_file.get());
@@ -197,7 +200,7 @@ bool BleNotificationClient::GetLarchResponse(StoredResponse& out) {
     if (!more) {
         LOG_DEBUG("moreData = false");
     }
-    if (m_deviceType == KZ_CALLER_MAPLE) {
+    if (m_identity.m_deviceType == KZ_CALLER_MAPLE) {
         m_bytesRemaining = static_cast<uint16_t>(m_bytesRemaining - bytesRead);
         LOG_DEBUG("Maple m_bytesRemaining = %d  bytesRead = %d offset= %d", m_bytesRemaining,
                   static_cast<int>(bytesRead), 0);
@@ -211,7 +214,7 @@ bool BleNotificationClient::GetLarchResponse(StoredResponse& out) {
     return more;
 }
 
-uint8_t BleNotificationClient::GetPercentDone() const {
+uint8_t FileSender::GetPercentDone() const {
     const uint8_t percent = PercentDone(m_fileIndex, m_fileSize);
     LOG_DEBUG("percent %u m_fileIndex %d m_fileSize %d", percent, m_fileIndex, m_fileSize - kImageHeaderSize);
     return percent;

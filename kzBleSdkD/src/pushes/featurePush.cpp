@@ -4,9 +4,10 @@
 #include <iterator>
 
 #include "MemStream.h"
+#include "cameraStatus.h"
 #include "csi/csiKeys.h"
+#include "csiKeyTable.h"
 #include "featureStatus.h"
-#include "kzBleServer.h"
 #include "kzControlCommands.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "presetStatus.h"
@@ -19,25 +20,16 @@ namespace {
 
 constexpr const char* kLogTag = "bleDevice.cpp";
 
-// What a notification is built from.
-struct Change {
-    uint32_t key;
-    uint32_t field;
-    const std::vector<int>& interest;
-    const SettingsStatusMapping& model;
-    const KzBleServer& server;
-};
-
 // ---------------------------------------------------------------- cloud upload
 
-void FillDeviceManager(const KzBleServer& server, CahStatus& status) {
-    const uint32_t word = server.GetCsiValue(CSI_DEVICE_MGR_STATE);
+void FillDeviceManager(const CameraStatus& camera, CahStatus& status) {
+    const uint32_t word = camera.GetCsiValue(CSI_DEVICE_MGR_STATE);
     status.deviceManager = word;
     LOG_INFO("dev %d:%d:%d:%d", StateByte(word, 0), StateByte(word, 1), StateByte(word, 2), StateByte(word, 3));
 }
 
-void FillWom(const KzBleServer& server, CahStatus& status) {
-    const uint32_t word = server.GetCsiValue(CSI_WOM_STATE);
+void FillWom(const CameraStatus& camera, CahStatus& status) {
+    const uint32_t word = camera.GetCsiValue(CSI_WOM_STATE);
     status.wom = word;
     status.busy = StateByte(word, 0) != kWomNotTriggered;
     if (*status.busy) {
@@ -48,29 +40,29 @@ void FillWom(const KzBleServer& server, CahStatus& status) {
     LOG_INFO("wom %d:%d:%d:%d", StateByte(word, 0), StateByte(word, 1), StateByte(word, 2), StateByte(word, 3));
 }
 
-void FillCaha(const KzBleServer& server, CahStatus& status) {
-    const uint32_t word = server.GetCsiValue(CSI_CAHA_STATE);
+void FillCaha(const CameraStatus& camera, CahStatus& status) {
+    const uint32_t word = camera.GetCsiValue(CSI_CAHA_STATE);
     status.caha = word;
     LOG_INFO("dev %d:%d:%d:%d", StateByte(word, 0), StateByte(word, 1), StateByte(word, 2), StateByte(word, 3));
 }
 
-void FillActive(const KzBleServer& server, CahStatus& status) {
-    status.active = server.GetCsiValue(CSI_CAH_ACTIVE) != 0;
+void FillActive(const CameraStatus& camera, CahStatus& status) {
+    status.active = camera.GetCsiValue(CSI_CAH_ACTIVE) != 0;
     LOG_INFO("cah active: %d", *status.active);
 }
 
-void FillFeatureEnabled(const KzBleServer& server, CahStatus& status) {
-    status.featureEnabled = server.GetCsiValue(CSI_CAH_FEATURE_ENABLE) != 0;
+void FillFeatureEnabled(const CameraStatus& camera, CahStatus& status) {
+    status.featureEnabled = camera.GetCsiValue(CSI_CAH_FEATURE_ENABLE) != 0;
     LOG_INFO("feat enable: %d", *status.featureEnabled);
 }
 
-void FillAuthState(const KzBleServer& server, CahStatus& status) {
-    status.authState = server.GetCsiValue(CSI_CAH_AUTH_STATE);
+void FillAuthState(const CameraStatus& camera, CahStatus& status) {
+    status.authState = camera.GetCsiValue(CSI_CAH_AUTH_STATE);
     LOG_INFO("cah auth_state: %d", static_cast<int>(*status.authState));
 }
 
-void FillUpload(const KzBleServer& server, CahStatus& status) {
-    const KzBleServer::CahUploadProgress& progress = server.GetCahUploadProgress();
+void FillUpload(const CameraStatus& camera, CahStatus& status) {
+    const CameraStatus::CahUploadProgress& progress = camera.GetCahUploadProgress();
     status.upload = CahUpload{static_cast<uint32_t>(progress.currentFile), static_cast<uint32_t>(progress.totalFiles),
                               static_cast<uint32_t>(progress.percentage)};
     LOG_DEBUG("cah current %lu", static_cast<unsigned long>(status.upload->currentFile));
@@ -79,26 +71,26 @@ void FillUpload(const KzBleServer& server, CahStatus& status) {
     LOG_INFO("cah percentage: %d", progress.percentage);
 }
 
-void FillAutoClear(const KzBleServer& server, CahStatus& status) {
-    status.autoClear = server.GetCsiValue(CSI_CAH_AUTO_CLEAR) != 0;
+void FillAutoClear(const CameraStatus& camera, CahStatus& status) {
+    status.autoClear = camera.GetCsiValue(CSI_CAH_AUTO_CLEAR) != 0;
     LOG_INFO("cah auto clear: %d", *status.autoClear);
 }
 
 struct CahField {
     uint32_t field;
-    void (*fill)(const KzBleServer& server, CahStatus& status);
+    void (*fill)(const CameraStatus& camera, CahStatus& status);
 };
 constexpr CahField kCahFields[] = {
     {1, FillDeviceManager},   {5, FillWom},        {9, FillCaha},    {13, FillActive},
     {14, FillFeatureEnabled}, {15, FillAuthState}, {19, FillUpload}, {20, FillAutoClear},
 };
 
-bool BuildCah(const Change& change, MemoryStream& stream) {
+bool BuildCah(const FeatureChange& change, MemoryStream& stream) {
     LOG_INFO("CSI causing notifyCAHStatus message");
     for (const CahField& row : kCahFields) {
         if (row.field == change.field) {
             CahStatus status;
-            row.fill(change.server, status);
+            row.fill(change.camera, status);
             stream << status;
             return true;
         }
@@ -110,21 +102,21 @@ bool BuildCah(const Change& change, MemoryStream& stream) {
 
 // ---------------------------------------------------------------- firmware update
 
-bool BuildOta(const Change& change, MemoryStream& stream) {
+bool BuildOta(const FeatureChange& change, MemoryStream& stream) {
     constexpr uint32_t kFieldState = 1;
     constexpr uint32_t kFieldPercentage = 2;
 
     LOG_INFO("CSI triggered NotifyOTAStatus");
     OtaStatus status;
     if (change.field == kFieldState) {
-        status.state = change.server.GetCsiValue(CSI_OTA_STATE);
-        const uint32_t error = change.server.GetCsiValue(CSI_OTA_ERROR);
+        status.state = change.camera.GetCsiValue(CSI_OTA_STATE);
+        const uint32_t error = change.camera.GetCsiValue(CSI_OTA_ERROR);
         if (OtaStateHasError(*status.state)) {
             status.error = error;
             LOG_ERROR("OTA_STATE=%d  OTA_ERROR=%d", *status.state, error);
         }
     } else if (change.field == kFieldPercentage) {
-        status.percentage = change.server.GetCsiValue(CSI_OTA_PERCENTAGE);
+        status.percentage = change.camera.GetCsiValue(CSI_OTA_PERCENTAGE);
     } else {
         LOG_ERROR("No valid OTA state field number");
         return false;
@@ -157,7 +149,7 @@ void LogSdCard(uint32_t sdCard) {
     }
 }
 
-bool BuildLiveStream(const Change& change, MemoryStream& stream) {
+bool BuildLiveStream(const FeatureChange& change, MemoryStream& stream) {
     constexpr uint32_t kFieldStatus = 1;
     constexpr uint32_t kFieldEncode = 3;
 
@@ -166,7 +158,7 @@ bool BuildLiveStream(const Change& change, MemoryStream& stream) {
         LOG_ERROR("No valid Live Stream Status field number");
         return false;
     }
-    const uint32_t wms = change.server.GetCsiValue(CSI_WMS_STATE);
+    const uint32_t wms = change.camera.GetCsiValue(CSI_WMS_STATE);
     const std::optional<int32_t> state = LiveStreamStatusOfWms(wms);
     if (!state) {
         LOG_INFO("csi_wms_state = %d, dont push status", wms);
@@ -176,11 +168,11 @@ bool BuildLiveStream(const Change& change, MemoryStream& stream) {
 
     LiveStreamStatus status;
     status.status = *state;
-    status.error = change.server.GetCsiValue(CSI_LIVE_STREAM_ERROR);
-    status.encode = change.server.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
-    status.bitrate = change.server.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
+    status.error = change.camera.GetCsiValue(CSI_LIVE_STREAM_ERROR);
+    status.encode = change.camera.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
+    status.bitrate = change.camera.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
     if (status.encode && wms != kWmsIdle) {
-        const uint32_t sdCard = change.server.GetCsiValue(CSI_SD_CARD_STATE);
+        const uint32_t sdCard = change.camera.GetCsiValue(CSI_SD_CARD_STATE);
         LogSdCard(sdCard);
         status.error = LiveStreamErrorWhileEncoding(wms, sdCard, status.error);
     }
@@ -228,16 +220,16 @@ bool AppendPresets(const wsdk_commands::WSDK_NotifyPresetStatus& presets, Preset
     }
 }
 
-bool BuildPresets(const Change& change, MemoryStream& stream) {
+bool BuildPresets(const FeatureChange& change, MemoryStream& stream) {
     if (std::find(change.interest.begin(), change.interest.end(), CSI_PRESETS_MODIFIED) == change.interest.end()) {
         return false;
     }
-    const uint32_t modified = change.server.GetCsiValue(CSI_PRESETS_MODIFIED);
+    const uint32_t modified = change.camera.GetCsiValue(CSI_PRESETS_MODIFIED);
     LOG_INFO("CSI_PRESETS_MODIFIED = %x", modified);
     if (modified == 0) {
         return false;
     }
-    const uint32_t modelNumber = change.server.GetCsiValue(CSI_MODEL_NUMBER);
+    const uint32_t modelNumber = change.camera.GetCsiValue(CSI_MODEL_NUMBER);
     LOG_INFO("Model Number = %d", modelNumber);
 
     uint8_t reply[kPresetReplySize];
@@ -259,49 +251,33 @@ bool BuildPresets(const Change& change, MemoryStream& stream) {
     return AppendPresets(presets, detail, stream);
 }
 
-// ---------------------------------------------------------------- which key tells what
+// ---------------------------------------------------------------- the features
 
 struct FeatureRow {
-    uint32_t key;
+    CsiFeature feature;
     uint8_t actionId;
-    bool (*build)(const Change& change, MemoryStream& stream);
+    bool (*build)(const FeatureChange& change, MemoryStream& stream);
 };
 
-constexpr uint8_t kActionPresets = 0x73 | kProtobufAnswerBit;
-constexpr uint8_t kActionLiveStream = 0x75 | kProtobufAnswerBit;
-constexpr uint8_t kActionOta = 0x77 | kProtobufAnswerBit;
-constexpr uint8_t kActionCah = 0x7F | kProtobufAnswerBit;
-
-constexpr FeatureRow kFeatureRows[] = {
-    {CSI_PRESETS_MODIFIED, kActionPresets, BuildPresets},
-    {CSI_OTA_PERCENTAGE, kActionOta, BuildOta},
-    {CSI_OTA_STATE, kActionOta, BuildOta},
-    {CSI_CAH_UPLOAD_PROGRESS, kActionCah, BuildCah},
-    {CSI_DEVICE_MGR_STATE, kActionCah, BuildCah},
-    {CSI_WOM_STATE, kActionCah, BuildCah},
-    {CSI_CAHA_STATE, kActionCah, BuildCah},
-    {CSI_CAH_FEATURE_ENABLE, kActionCah, BuildCah},
-    {CSI_CAH_ACTIVE, kActionCah, BuildCah},
-    {CSI_CAH_AUTH_STATE, kActionCah, BuildCah},
-    {CSI_CAH_AUTO_CLEAR, kActionCah, BuildCah},
-    {CSI_LIVE_STREAM_ENCODE, kActionLiveStream, BuildLiveStream},
-    {CSI_LIVE_STREAM_ERROR, kActionLiveStream, BuildLiveStream},
-    {CSI_LIVE_STREAM_BITRATE, kActionLiveStream, BuildLiveStream},
-    {CSI_SD_CARD_STATE, kActionLiveStream, BuildLiveStream},
-    {CSI_WMS_STATE, kActionLiveStream, BuildLiveStream},
+constexpr FeatureRow kFeatures[] = {
+    {CsiFeature::kPresets, 0x73 | kProtobufAnswerBit, BuildPresets},
+    {CsiFeature::kLiveStream, 0x75 | kProtobufAnswerBit, BuildLiveStream},
+    {CsiFeature::kOta, 0x77 | kProtobufAnswerBit, BuildOta},
+    {CsiFeature::kCah, 0x7F | kProtobufAnswerBit, BuildCah},
 };
 
 }  // namespace
 
-bool BuildFeaturePush(uint32_t key, uint32_t field, const std::vector<int>& interest,
-                      const SettingsStatusMapping& model, MemoryStream& stream) {
-    LOG_INFO("csi_key=%d", key);
-    const auto* row = std::find_if(std::begin(kFeatureRows), std::end(kFeatureRows),
-                                   [key](const FeatureRow& candidate) { return candidate.key == key; });
-    if (row == std::end(kFeatureRows)) {
-        LOG_ERROR("CSI notification not found key=%d field=%d ", key, field);
-        return false;
+bool BuildFeaturePush(const FeatureChange& change, MemoryStream& stream) {
+    LOG_INFO("csi_key=%d", change.key);
+    const CsiKeyRow* key = kCsiKeyTable.Find(change.key);
+    const CsiFeature feature = key != nullptr ? key->feature : CsiFeature::kNone;
+    for (const FeatureRow& row : kFeatures) {
+        if (row.feature == feature) {
+            stream << kQueryFeatureId << row.actionId;
+            return row.build(change, stream);
+        }
     }
-    stream << kQueryFeatureId << row->actionId;
-    return row->build(Change{key, field, interest, model, *KzBleServer::GetInstance()}, stream);
+    LOG_ERROR("CSI notification not found key=%d field=%d ", change.key, change.field);
+    return false;
 }

@@ -8,14 +8,21 @@
 
 #include "featureStatus.h"
 
+class CameraStatus;
 class MemoryStream;
 class SettingsStatusMapping;
 
 constexpr unsigned kMaxFeaturePush = 2 + kMaxFeatureStatus;  // of all but presets, which take what room there is
 
-// Builds the notification of a change of CSI key `key` from the server's CSI values. `field` is the field number of the
-// changed value within its message; `interest` are the client's CSI keys, not empty. False, after a log line, when
-// there is nothing to tell; the stream may then hold a part of a message. The stream must have room for
-// kMaxFeaturePush bytes.
-bool BuildFeaturePush(uint32_t key, uint32_t field, const std::vector<int>& interest,
-                      const SettingsStatusMapping& model, MemoryStream& stream);
+// What a notification is built from.
+struct FeatureChange {
+    const CameraStatus& camera;
+    const SettingsStatusMapping& model;
+    const std::vector<int>& interest;  // the client's CSI keys, not empty
+    uint32_t key;                      // the CSI key that changed
+    uint32_t field;                    // the field number of its value within the message
+};
+
+// Builds the notification of a change. False, after a line in the log, when there is nothing to notify of; the stream
+// may then hold a part of a message. The stream must have room for kMaxFeaturePush bytes.
+bool BuildFeaturePush(const FeatureChange& change, MemoryStream& stream);

@@ -2,11 +2,14 @@
 #include <algorithm>
 #include <string>
 
-#include "bleDevice.h"
+#include "accessoryState.h"
 #include "cameraCalls.h"
+#include "cameraStatus.h"
 #include "commandMessage.h"
 #include "commandTable.h"
-#include "kzBleServer.h"
+#include "firmwareImages.h"
+#include "peer.h"
+#include "skylark/bleMessage.h"
 #include "utils.h"
 
 namespace {
@@ -41,9 +44,6 @@ enum : uint8_t {
 
 constexpr uint8_t kMinUpdateBattery = 10;  // percent; below it an update could strand the accessory
 
-constexpr uint32_t kAccessoryUpdateDone = 3;  // phase of CSI_ACCESSORY_UPDATE: back after its update
-constexpr uint32_t kAccessoryUpdateIdle = 0;
-
 // `bytes` holds at least kMinClientInfoSize.
 ClientInfo ReadClientInfo(const uint8_t* bytes, int length) {
     ClientInfo info = {};
@@ -62,8 +62,7 @@ bool IsQuickCapture(uint8_t reason) {
 }
 
 // Whether the accessory is to be updated now.
-bool WantsUpdate(const ClientInfo& info, uint8_t callerId) {
-    KzBleServer* server = KzBleServer::GetInstance();
+bool WantsUpdate(const ClientInfo& info, uint8_t callerId, const CameraStatus& camera) {
     if (info.batteryLevel < kMinUpdateBattery) {
         if (callerId == KZ_CALLER_MAPLE) {
             LOG_DEBUG("accessory battery low = %u, skip accessory update check", unsigned{info.batteryLevel});
@@ -72,7 +71,7 @@ bool WantsUpdate(const ClientInfo& info, uint8_t callerId) {
         }
         return false;
     }
-    if (server->IsForcedUpdate()) {
+    if (camera.IsForcedUpdate()) {
         LOG_DEBUG("Forced Update, skip accessory update check");
         return false;
     }
@@ -81,68 +80,67 @@ bool WantsUpdate(const ClientInfo& info, uint8_t callerId) {
         return false;
     }
     std::string path;
-    return server->LarchUpdateCheck(callerId, &path, info.firmwareMajor, info.firmwareMinor, info.firmwareBuild);
+    return LarchUpdateCheck(callerId, &path, info.firmwareMajor, info.firmwareMinor, info.firmwareBuild);
 }
 
 // The accessory is back from its update: tells the camera so and ends the wait.
-void EndReconnectWait(uint32_t callerId) {
-    KzBleServer::GetInstance()->SetWaitingAccReconnect(false);
-    SetCsi(CSI_ACCESSORY_UPDATE, callerId << 16 | kAccessoryUpdateDone);
-    SetCsi(CSI_ACCESSORY_UPDATE, kAccessoryUpdateIdle);
+void EndReconnectWait(uint8_t callerId, CameraStatus& camera) {
+    camera.SetWaitingAccReconnect(false);
+    EndAccessoryUpdate(callerId, eAccessoryUpdateReconnected);
 }
 
 void ReportConnectedAccessory(uint32_t deviceType) {
     SetCsi(CSI_CONNECTED_ACCESSORY, deviceType);
 }
 
-void BirchConnected(BleNotificationClient& client) {
+void BirchConnected(Peer& client) {
     LOG_DEBUG("BIRCH DEVICE CONNECTED");
-    client.m_deviceType = KZ_CALLER_BIRCH;
+    client.m_identity.m_deviceType = KZ_CALLER_BIRCH;
     ReportConnectedAccessory(kDeviceTypeBirch);
 }
 
-void MapleConnected(BleNotificationClient& client, ClientInfo& info) {
+void MapleConnected(Peer& client, CameraStatus& camera, ClientInfo& info) {
     LOG_DEBUG("MAPLE DEVICE CONNECTED");
-    client.m_deviceType = KZ_CALLER_MAPLE;
-    if (KzBleServer::GetInstance()->GetWaitingAccReconnect()) {
+    client.m_identity.m_deviceType = KZ_CALLER_MAPLE;
+    if (camera.GetWaitingAccReconnect()) {
         LOG_DEBUG("Accessory Connected in Waiting to Connect State");
-        EndReconnectWait(KZ_CALLER_MAPLE);
+        EndReconnectWait(KZ_CALLER_MAPLE, camera);
     }
-    if (WantsUpdate(info, KZ_CALLER_MAPLE)) {
+    if (WantsUpdate(info, KZ_CALLER_MAPLE, camera)) {
         LOG_DEBUG("Send Maple ota update request");
         info.connectReason = kReasonNone;
-        client.m_accessoryUpdatePending = true;
+        client.m_identity.m_accessoryUpdatePending = true;
     }
     ReportConnectedAccessory(kDeviceTypeMaple);
 }
 
-void AlderConnected(BleNotificationClient& client, ClientInfo& info) {
+void AlderConnected(Peer& client, CameraStatus& camera, ClientInfo& info) {
     LOG_DEBUG("ALDER DEVICE CONNECTED");
-    if (KzBleServer::GetInstance()->GetWaitingAccReconnect()) {
+    if (camera.GetWaitingAccReconnect()) {
         LOG_DEBUG("Larch Connected in Waiting to Connect State");
-        EndReconnectWait(KZ_CALLER_ALDER);
+        EndReconnectWait(KZ_CALLER_ALDER, camera);
     }
-    client.m_deviceType = KZ_CALLER_ALDER;
-    if (WantsUpdate(info, KZ_CALLER_ALDER)) {
+    client.m_identity.m_deviceType = KZ_CALLER_ALDER;
+    if (WantsUpdate(info, KZ_CALLER_ALDER, camera)) {
         LOG_DEBUG("SEND LARCH REBOOT OTA MODE REQUEST");
-        client.RemoveInterest(NotificationClient::eNotifyLcd, static_cast<int>(client.m_connectionId));
+        client.m_interests.Remove(NotificationClient::eNotifyLcd, static_cast<int>(client.m_identity.m_connectionId));
         info.connectReason = kReasonNone;
-        client.m_accessoryUpdatePending = true;
+        client.m_identity.m_accessoryUpdatePending = true;
         return;
     }
-    if (!client.m_accessoryUpdatePending) {
+    if (!client.m_identity.m_accessoryUpdatePending) {
         ReportConnectedAccessory(kDeviceTypeAlder);
     }
 }
 
-void AccessoryConnected(BleNotificationClient& client, ClientInfo& info) {
+void AccessoryConnected(Peer& client, CameraStatus& camera, ClientInfo& info) {
     switch (info.deviceType) {
         case kDeviceTypeBirch:
             return BirchConnected(client);
         case kDeviceTypeMaple:
-            return MapleConnected(client, info);
+            return MapleConnected(client, camera, info);
         case kDeviceTypeAlder:
-            return AlderConnected(client, info);
+            return AlderConnected(client, camera, info);
         default:
             LOG_DEBUG("UNKNOWN DEVICE TYPE");
     }
@@ -193,9 +191,9 @@ int TakeClientInfo(CommandCall& call) {
     LOG_DEBUG("fw build %u", unsigned{info.firmwareBuild});
     LOG_DEBUG("batt lev = %u", unsigned{info.batteryLevel});
 
-    AccessoryConnected(call.client, info);
+    AccessoryConnected(call.client, call.services.camera, info);
 
-    const uint8_t battery[4] = {info.batteryLevel, call.client.m_deviceType, 0, 0};
+    const uint8_t battery[4] = {info.batteryLevel, call.client.m_identity.m_deviceType, 0, 0};
     SetCsi(CSI_ACCESSORY_BATTERY, battery);
     return ActOnConnectReason(info.connectReason);
 }

@@ -4,15 +4,17 @@
 #include <string>
 #include <string_view>
 
-#include "bleDevice.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
+#include "cameraStatus.h"
 #include "commandMessage.h"
 #include "commandTable.h"
 #include "dispatchTable.h"
-#include "kzBleServer.h"
 #include "kzControlCommands/kzControl_presets.pb.h"
+#include "peer.h"
 #include "settingsStatusMapping.h"
+#include "skylark/bleMessage.h"
+#include "transferSlot.h"
 #include "utils.h"
 
 namespace {
@@ -66,7 +68,7 @@ int ForwardNumber(CommandCall& call) {
 // ---------------------------------------------------------------- modes
 
 bool IsVoiceClient(const CommandCall& call) {
-    return call.client.m_deviceType == KZ_CALLER_VOICE;
+    return call.client.m_identity.m_deviceType == KZ_CALLER_VOICE;
 }
 
 int SetModeAlone(CommandCall& call) {
@@ -137,11 +139,11 @@ int SetFlatMode(CommandCall& call) {
 // The button counts for the client itself, whatever it is reported as elsewhere. While its own firmware is being
 // replaced, an accessory's button does not drive the camera.
 int AcceptButton(CommandCall& call) {
-    const int status = SetCsi(CSI_ANALYTICS_SOURCE, call.client.m_deviceType);
+    const int status = SetCsi(CSI_ANALYTICS_SOURCE, call.client.m_identity.m_deviceType);
     if (status != CSI_OK) {
         LOG_ERROR("csi_set CSI_ANALYTICS_SOURCE failed for KZ_CALLER_BLE_RC - status %d", status);
     }
-    if (call.client.m_accessoryUpdatePending) {
+    if (call.client.m_identity.m_accessoryUpdatePending) {
         LOG_ERROR("Accessory updateing, ignore button press");
         return KZ_ERR;
     }
@@ -193,8 +195,8 @@ bool HasSecondForm(uint32_t modelNumber) {
 }
 
 // A camera that is still waking up does not know itself yet.
-int RefuseWhileResuming(CommandCall&) {
-    if (KzBleServer::GetInstance()->IsSuspended()) {
+int RefuseWhileResuming(CommandCall& call) {
+    if (call.services.camera.IsSuspended()) {
         LOG_ERROR("Camera Info command while still resuming, return error, mobile should retry");
         return KZ_ERR_ACCESS_DENIED;
     }
@@ -202,8 +204,8 @@ int RefuseWhileResuming(CommandCall&) {
 }
 
 int GetCameraInfo(CommandCall& call) {
-    if (call.client.m_deviceType == KZ_CALLER_UNKNOWN) {
-        call.client.m_deviceType = KZ_CALLER_BLE_RC;
+    if (call.client.m_identity.m_deviceType == KZ_CALLER_UNKNOWN) {
+        call.client.m_identity.m_deviceType = KZ_CALLER_BLE_RC;
     }
     CameraInfoRecord info = {};
     const int code = kzcontrol_get_camera_info(&info);
@@ -220,7 +222,7 @@ int GetCameraInfo(CommandCall& call) {
     AnswerText(call, FieldText(info.apMac));
     AnswerByte(call, info.extraByte1);
     AnswerByte(call, HasSecondForm(info.modelNumber) ? 2 : 1);
-    AnswerByte(call, KzBleServer::GetInstance()->IsForcedUpdate() ? 1 : 0);
+    AnswerByte(call, call.services.camera.IsForcedUpdate() ? 1 : 0);
     AnswerText(call, FieldText(info.extraText));
     AnswerByte(call, info.extraByte2);
 
@@ -247,13 +249,12 @@ int GetSettingsVersion(CommandCall& call) {
 
 // The transfer itself talks to the client; the command has no answer.
 int StartSettingsTransfer(CommandCall& call) {
-    KzBleServer* server = KzBleServer::GetInstance();
-    if (!server->IsFileTransferSlotAvailable()) {
+    if (!call.services.transferSlot.IsFileTransferSlotAvailable()) {
         LOG_ERROR("No File transfer slot available");
         return KZ_ERR;
     }
     LOG_ERROR("Starting file transfer");
-    server->StartSettingsJSONFileTransfer(&call.client);
+    call.services.transferSlot.StartSettingsJSONFileTransfer(call.client.m_file);
     *call.responseLength = 0;
     call.answered = true;
     return KZ_OK;
@@ -290,7 +291,7 @@ constexpr uint8_t kThirdPartyApiMajor = 2;
 constexpr uint8_t kThirdPartyApiMinor = 0;
 
 int BecomeThirdParty(CommandCall& call) {
-    call.client.m_deviceType = KZ_CALLER_THIRD_PARTY;
+    call.client.m_identity.m_deviceType = KZ_CALLER_THIRD_PARTY;
     return KZ_OK;
 }
 

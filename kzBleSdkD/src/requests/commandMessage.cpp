@@ -2,10 +2,10 @@
 #include "commandMessage.h"
 
 #include "MemStream.h"
-#include "bleDevice.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
 #include "commandTable.h"
+#include "peer.h"
 #include "protobufAnswer.h"
 #include "utils.h"
 
@@ -107,9 +107,9 @@ int BleCommandMessage::Deserialize() {
     return 0;
 }
 
-int BleCommandMessage::Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength) {
+int BleCommandMessage::Execute(Peer* client, uint8_t* response, uint16_t* responseLength) {
     LOG_INFO("Executing Command:%d", static_cast<int>(m_commandId));
-    const int status = ReportAnalyticsSource(client->m_deviceType);
+    const int status = ReportAnalyticsSource(client->m_identity.m_deviceType);
     if (status != CSI_OK) {
         LOG_ERROR("csi_set CSI_ANALYTICS_SOURCE failed - status %d", status);
     }
@@ -120,7 +120,7 @@ int BleCommandMessage::Execute(BleNotificationClient* client, uint8_t* response,
         m_answer.m_commandId = m_commandId;
         m_answer.m_result = static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK));
         m_answer.m_params.clear();
-        CommandCall call{*this, *client, response, responseLength, m_answer};
+        CommandCall call{*this, *client, services(), response, responseLength, m_answer};
         code = RunCommand(call, *row);
         if (code == KZ_OK && !call.answered) {
             code = WriteAnswer(call);

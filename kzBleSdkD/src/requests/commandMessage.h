@@ -7,8 +7,8 @@
 // One object serves all messages of one client, one after the other. Command thread only; calls block while the camera
 // answers.
 //
-// Sources: bleCommandMessage.cpp (parsing and dispatch), bleCommandHandlers.cpp (the table and most plain commands),
-// bleCommandDateTime.cpp, bleCommandClientInfo.cpp, bleCommandProtobuf.cpp and bleLiveStream.cpp (protobuf commands).
+// Sources: commandMessage.cpp (parsing and dispatch), commandHandlers.cpp (the table and most plain commands),
+// commandDateTime.cpp, commandClientInfo.cpp, commandProtobuf.cpp and liveStream.cpp (protobuf commands).
 #pragma once
 
 #include <cstdint>
@@ -16,9 +16,9 @@
 
 #include "FlexValue.h"
 #include "bleResponses.h"
-#include "messageBuilders.h"
+#include "services.h"
 
-class BleNotificationClient;
+struct Peer;
 
 enum eBleCommand : uint8_t {
     eBleCommandShutter = 1,
@@ -64,9 +64,9 @@ enum eBleCommand : uint8_t {
     eBleCommandProtobufCmdHigh = 241,
 };
 
-class BleCommandMessage : public FragmentedMessageBuilder {
+class BleCommandMessage : public ServedMessage {
   public:
-    explicit BleCommandMessage(int length = 0) : FragmentedMessageBuilder(length) {}
+    explicit BleCommandMessage(int length = 0) : ServedMessage(length) {}
 
     // 0, or 1 when the message is empty, its id is none of the above, or a parameter or the action id does not fit.
     int Deserialize() override;
@@ -75,7 +75,7 @@ class BleCommandMessage : public FragmentedMessageBuilder {
     // length on return; length 0 with KZ_OK means that there is nothing to send. Returns KZ_OK, or the code whose
     // answer the caller gets from HandleError: KZ_ERR_INVALID_PARAM for a command that is unknown or malformed, KZ_ERR,
     // KZ_ERR_ACCESS_DENIED, or what the control daemon returned.
-    int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
+    int Execute(Peer* client, uint8_t* response, uint16_t* responseLength);
     // Writes command id and result byte, as far as *responseLength allows. Returns 0.
     int HandleError(int error, uint8_t* response, uint16_t* responseLength);
     void Dump() const;

@@ -1,12 +1,13 @@
 // The protobuf commands: feature 240, the shutter, and feature 241, the actions of cloud upload, presets, live stream,
 // firmware update and camera state. Each action parses its request, does its work and answers; what it answers says how
 // it went.
-#include "bleDevice.h"
+#include <type_traits>
+
 #include "cameraCalls.h"
+#include "cameraStatus.h"
 #include "commandMessage.h"
 #include "commandTable.h"
 #include "dispatchTable.h"
-#include "kzBleServer.h"
 #include "kzControlCommands/kzControl_presets.pb.h"
 #include "liveStream.h"
 #include "protobufAnswer.h"
@@ -137,11 +138,11 @@ EnumResultGeneric ClearNewMediaFlag(const Payload&) {
     return RESULT_SUCCESS;
 }
 
-EnumResultGeneric SetSystemNotifyEvent(const Payload& payload) {
+EnumResultGeneric SetSystemNotifyEvent(const Payload& payload, CameraStatus& camera) {
     const auto request = ParseRequest<WSDK_RequestSetSystemNotifyEvent>(payload);
     const auto event = static_cast<uint32_t>(request.notify_event());
     SetCsi(CSI_SYSTEM_NOTIFY_EVENT, event);
-    KzBleServer::GetInstance()->SetLastSystemNotifyEvent(event);
+    camera.SetLastSystemNotifyEvent(event);
     return RESULT_SUCCESS;
 }
 
@@ -224,7 +225,7 @@ int RefusePresetCreation(const ProtobufAnswer& answer) {
 }
 
 // The control daemon's reply is the answer, byte for byte.
-int CreatePreset(const Payload& payload, const ProtobufAnswer& answer) {
+int CreatePreset(const Payload& payload, CameraStatus&, const ProtobufAnswer& answer) {
     const auto request = ParseRequest<WSDK_RequestCreateCustomPreset>(payload);
     KZC_Preset_Custom_Create_Req create;
     create.set_group_id(static_cast<uint32_t>(request.group_id()));
@@ -252,19 +253,23 @@ int CreatePreset(const Payload& payload, const ProtobufAnswer& answer) {
 
 // ---------------------------------------------------------------- the table of feature 241
 
-using Work = EnumResultGeneric (*)(const Payload& payload);
-using WorkAndAnswer = int (*)(const Payload& payload, const ProtobufAnswer& answer);
+using Action = int (*)(const Payload& payload, CameraStatus& camera, const ProtobufAnswer& answer);
 
-// Does the work and answers a ResponseGeneric with its result.
-template <Work DoWork>
-int Generic(const Payload& payload, const ProtobufAnswer& answer) {
-    return answer.SendResult(DoWork(payload));
+// Does the work, with what the daemon knows of the camera where the work needs it, and answers a ResponseGeneric with
+// its result.
+template <auto DoWork>
+int Generic(const Payload& payload, CameraStatus& camera, const ProtobufAnswer& answer) {
+    if constexpr (std::is_invocable_v<decltype(DoWork), const Payload&>) {
+        return answer.SendResult(DoWork(payload));
+    } else {
+        return answer.SendResult(DoWork(payload, camera));
+    }
 }
 
 struct ActionRow {
     uint8_t id;
-    const char* name;  // logged; null where it is logged with what was asked for
-    WorkAndAnswer handler;
+    const char* name;  // logged; null for an action whose handler logs it with its argument
+    Action handler;
 };
 
 // clang-format off
@@ -341,5 +346,5 @@ int ExecuteProtobufHigh(CommandCall& call) {
     if (row->name != nullptr) {
         LOG_DEBUG("%s", row->name);
     }
-    return row->handler(payload, AnswerTo(call));
+    return row->handler(payload, call.services.camera, AnswerTo(call));
 }

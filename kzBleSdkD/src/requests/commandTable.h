@@ -9,7 +9,8 @@
 // One command while it is carried out.
 struct CommandCall {
     const BleCommandMessage& message;
-    BleNotificationClient& client;
+    Peer& client;
+    const Services& services;
     uint8_t* response;
     uint16_t* responseLength;    // capacity; the answer's length once `answered`
     BleCommandResponse& answer;  // written when the handler succeeds, unless `answered`
@@ -22,7 +23,7 @@ using CommandHandler = int (*)(CommandCall& call);
 // How many parameters a command takes. `complain` logs another number, which refuses the command unless `optional`.
 struct ParameterRule {
     size_t count = 0;
-    void (*complain)(int provided) = nullptr;  // null: any number goes
+    void (*complain)(int provided) = nullptr;  // null: any number is accepted
     bool optional = false;
 };
 
@@ -38,10 +39,10 @@ struct CommandRow {
 const CommandRow* FindCommand(uint32_t commandId);
 
 // Handlers with a source file of their own.
-int SetDateAndTime(CommandCall& call);       // bleCommandDateTime.cpp
+int SetDateAndTime(CommandCall& call);       // commandDateTime.cpp
 int GetDateAndTime(CommandCall& call);       // likewise
 int SetDateAndTimeDST(CommandCall& call);    // likewise
 int GetDateAndTimeDST(CommandCall& call);    // likewise
-int TakeClientInfo(CommandCall& call);       // bleCommandClientInfo.cpp
-int ExecuteProtobufLow(CommandCall& call);   // bleCommandProtobuf.cpp
+int TakeClientInfo(CommandCall& call);       // commandClientInfo.cpp
+int ExecuteProtobufLow(CommandCall& call);   // commandProtobuf.cpp
 int ExecuteProtobufHigh(CommandCall& call);  // likewise

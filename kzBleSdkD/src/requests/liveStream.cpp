@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "cameraCalls.h"
+#include "cameraStatus.h"
 #include "kzControlCommands/kzControl_presets.pb.h"
 #include "posixHandle.h"
 #include "protobufAnswer.h"
@@ -43,17 +44,14 @@ constexpr BitrateRow kBitrates[] = {
 };
 constexpr StreamBitrates kOtherBitrates{800, 2500, 10000};
 
-// The preset active before streaming. Command thread only.
-uint32_t s_savedPreset = 0;
-
-// Presets made for streaming are told by the high half of their id.
+// The high half of a preset's id says what kind of preset it is; two kinds are made for streaming.
 bool IsStreamPreset(uint32_t presetId) {
     const uint32_t kind = presetId >> 16;
     return kind == 6 || kind == 7;
 }
 
-// Remembers the active preset unless it is a streaming one. Whether the camera is in a streaming preset.
-bool SaveActivePreset() {
+// Remembers the active preset unless it is a streaming one. Returns whether it is one.
+bool SaveActivePreset(CameraStatus& camera) {
     uint32_t presetId = 0;
     const int error = kzcontrol_send_command_param_response(KZCONTROL_PRESET_GET_ACTIVE_PRESET, nullptr, 0, &presetId,
                                                             sizeof(presetId));
@@ -61,7 +59,7 @@ bool SaveActivePreset() {
         return true;
     }
     if (error == KZ_OK) {
-        s_savedPreset = presetId;
+        camera.SetPresetBeforeStream(presetId);
     }
     return false;
 }
@@ -98,7 +96,8 @@ bool AppendCertificate(const std::string& certificate) {
     if (WriteAll(file, certificate) && WriteAll(file, "\n")) {
         return true;
     }
-    // Half a certificate would spoil those behind it. If even this fails there is nothing left to try.
+    // A half-written certificate would make the file unreadable from there on. If even this fails there is nothing left
+    // to try.
     static_cast<void>(!ftruncate(file, before.st_size));
     return false;
 }
@@ -108,8 +107,8 @@ bool AppendCertificate(const std::string& certificate) {
 // One request on its way; each step may find a failure, and none stops the others.
 class LiveStreamRequest {
   public:
-    LiveStreamRequest(const WSDK_RequestSetLiveStreamMode& request, bool inStreamPreset)
-        : m_request(request), m_inStreamPreset(inStreamPreset) {}
+    LiveStreamRequest(const WSDK_RequestSetLiveStreamMode& request, bool inStreamPreset, uint32_t presetBefore)
+        : m_request(request), m_inStreamPreset(inStreamPreset), m_presetBefore(presetBefore) {}
 
     EnumResultGeneric Run() {
         if (SetCsi(CSI_WMS_REQUEST, kWmsLiveStream) == CSI_OK) {
@@ -154,7 +153,7 @@ class LiveStreamRequest {
         if (url.empty()) {
             unlink(kCertificatePath);
             LOG_INFO("url empty remote cert");
-            m_presetToLoad = s_savedPreset;
+            m_presetToLoad = m_presetBefore;
         }
     }
 
@@ -219,6 +218,7 @@ class LiveStreamRequest {
 
     const WSDK_RequestSetLiveStreamMode& m_request;
     bool m_inStreamPreset;
+    uint32_t m_presetBefore;  // active before streaming
     int m_windowSize = kDefaultWindowSize;
     std::optional<uint32_t> m_presetToLoad;
     EnumResultGeneric m_result = RESULT_SUCCESS;
@@ -235,8 +235,8 @@ StreamBitrates BitratesOfWindowSize(int windowSize) {
     return kOtherBitrates;
 }
 
-EnumResultGeneric SetLiveStream(const std::vector<uint8_t>& payload) {
-    const bool inStreamPreset = SaveActivePreset();
+EnumResultGeneric SetLiveStream(const std::vector<uint8_t>& payload, CameraStatus& camera) {
+    const bool inStreamPreset = SaveActivePreset(camera);
     const auto request = ParseRequest<WSDK_RequestSetLiveStreamMode>(payload);
-    return LiveStreamRequest(request, inStreamPreset).Run();
+    return LiveStreamRequest(request, inStreamPreset, camera.GetPresetBeforeStream()).Run();
 }

@@ -6,6 +6,8 @@
 
 #include "generic/EnumResultGeneric.pb.h"
 
+class CameraStatus;
+
 // Kilobits per second.
 struct StreamBitrates {
     uint32_t minimum;
@@ -18,6 +20,6 @@ struct StreamBitrates {
 StreamBitrates BitratesOfWindowSize(int windowSize);
 
 // Carries out a serialised WSDK_RequestSetLiveStreamMode. A url starts or changes the stream, an empty one ends it and
-// brings back the preset that was active before. The work goes on after a failed step; RESULT_UNKNOWN tells of one.
-// Keeps the preset to bring back for the life of the process.
-EnumResultGeneric SetLiveStream(const std::vector<uint8_t>& payload);
+// brings back the preset that was active before, which `camera` remembers. The work goes on after a failed step;
+// RESULT_UNKNOWN says that there was one.
+EnumResultGeneric SetLiveStream(const std::vector<uint8_t>& payload, CameraStatus& camera);

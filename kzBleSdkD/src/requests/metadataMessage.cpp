@@ -3,11 +3,11 @@
 #include <algorithm>
 
 #include "MemStream.h"
-#include "bleDevice.h"
 #include "bleSDK.h"
 #include "dispatchTable.h"
-#include "kzBleServer.h"
 #include "kzmfWriter.h"
+#include "peer.h"
+#include "sensorHandOver.h"
 #include "utils.h"
 
 namespace {
@@ -31,14 +31,14 @@ constexpr uint32_t kMetadataDeviceIdBase = 1024;  // below are the camera's own 
 constexpr uint8_t kInterestOn = 1;
 constexpr uint8_t kInterestOff = 2;
 
-bool ChangeInterest(BleNotificationClient& client, NotificationClient::eNotificationType_t type, uint32_t parameter) {
-    const int id = static_cast<int>(client.m_connectionId);
+bool ChangeInterest(Peer& client, NotificationClient::eNotificationType_t type, uint32_t parameter) {
+    const int id = static_cast<int>(client.m_identity.m_connectionId);
     switch (parameter) {
         case kInterestOn:
-            client.AddInterest(type, id);
+            client.m_interests.Add(type, id);
             return true;
         case kInterestOff:
-            client.RemoveInterest(type, id);
+            client.m_interests.Remove(type, id);
             return true;
         default:
             return false;
@@ -76,7 +76,7 @@ MemoryStream& operator<<(MemoryStream& stream, const BleMetadataResponse& respon
 struct BleMetadataMessage::CommandRow {
     uint8_t id;
     int (BleMetadataMessage::*deserialize)();
-    int (BleMetadataMessage::*execute)(BleNotificationClient&);
+    int (BleMetadataMessage::*execute)(Peer&);
 };
 
 const BleMetadataMessage::CommandRow* BleMetadataMessage::FindCommand(uint8_t commandId) {
@@ -172,8 +172,7 @@ int BleMetadataMessage::DeserializeParameter() {
 
 // ---------------------------------------------------------------- execution
 
-int BleMetadataMessage::Execute(BleNotificationClient* client, unsigned char* response,
-                                unsigned short* responseLength) {
+int BleMetadataMessage::Execute(Peer* client, unsigned char* response, unsigned short* responseLength) {
     const CommandRow* command = FindCommand(m_commandId);
     int code = eUnknownCommand;
     if (command != nullptr) {
@@ -200,37 +199,37 @@ int BleMetadataMessage::HandleError(int error, unsigned char* response, unsigned
     return 0;
 }
 
-int BleMetadataMessage::RegisterDevice(BleNotificationClient& client) {
-    if (client.m_metadataStreamCount != 0) {
-        LOG_ERROR("This device already registered %d streams", client.m_metadataStreamCount);
+int BleMetadataMessage::RegisterDevice(Peer& client) {
+    if (client.m_streams.m_metadataStreamCount != 0) {
+        LOG_ERROR("This device already registered %d streams", client.m_streams.m_metadataStreamCount);
         return eAlreadyRegistered;
     }
     if (m_streamCount == 0) {
         LOG_ERROR("Need at least one stream");
         return eNoStreamRequested;
     }
-    if (m_streamCount > client.m_metadataStreams.size()) {
+    if (m_streamCount > SensorStreams::kMaxMetadataStreams) {
         LOG_ERROR("Too many streams");
         return eTooManyStreams;
     }
-    client.m_metadataStreamCount = m_streamCount;
-    client.StoreMetadataDeviceName(m_name.data());
+    client.m_streams.m_metadataStreamCount = m_streamCount;
+    client.m_streams.m_metadataDeviceName = m_name.data();
     LOG_INFO("Metadata Register no. streams = %d", m_streamCount);
     return OpenStreams(client);
 }
 
-int BleMetadataMessage::OpenStreams(BleNotificationClient& client) const {
+int BleMetadataMessage::OpenStreams(Peer& client) const {
     const char* name = m_name.data();
     for (uint8_t i = 0; i < m_streamCount; ++i) {
-        void* buffer = client.AddStreamBuffer(i);
-        const void* handle = MetadataStreamOpen(client.m_deviceId + kMetadataDeviceIdBase, name, buffer,
-                                                BleNotificationClient::kMetadataStreamBufferSize);
-        LOG_INFO("STREAM OPEN deviceId=%d len=%d name=%s bufferHdl=%d bufferSize=%d", client.m_deviceId,
-                 static_cast<int>(client.m_metadataDeviceName.size()), name, HandleNumber(buffer),
-                 static_cast<int>(BleNotificationClient::kMetadataStreamBufferSize));
+        void* buffer = client.m_streams.AddStreamBuffer(i);
+        const void* handle = MetadataStreamOpen(client.m_identity.m_deviceId + kMetadataDeviceIdBase, name, buffer,
+                                                SensorStreams::kMetadataStreamBufferSize);
+        LOG_INFO("STREAM OPEN deviceId=%d len=%d name=%s bufferHdl=%d bufferSize=%d", client.m_identity.m_deviceId,
+                 static_cast<int>(client.m_streams.m_metadataDeviceName.size()), name, HandleNumber(buffer),
+                 static_cast<int>(SensorStreams::kMetadataStreamBufferSize));
         if (handle == nullptr) {
             LOG_ERROR("Error Openening metadata stream");
-            client.m_metadataStreams[i].reset();  // a buffer that is no stream is no handle
+            client.m_streams.DropStreamBuffer(i);  // a buffer that is no stream is no handle
             return eStreamNotOpened;
         }
     }
@@ -238,16 +237,16 @@ int BleMetadataMessage::OpenStreams(BleNotificationClient& client) const {
     return eOk;
 }
 
-int BleMetadataMessage::RegisterKey(BleNotificationClient& client) {
-    if (m_key.keyIndex >= client.m_metadataKeys.size()) {
+int BleMetadataMessage::RegisterKey(Peer& client) {
+    if (m_key.keyIndex >= client.m_streams.m_metadataKeys.size()) {
         LOG_ERROR("Register 4CC failed, greater than no of 4CC for device");
         return eKeyIndexTooHigh;
     }
-    if (m_key.streamIndex >= client.m_metadataStreamCount) {
+    if (m_key.streamIndex >= client.m_streams.m_metadataStreamCount) {
         LOG_ERROR("Register 4CC failed, greater than no of streams for device");
         return eKeyStreamTooHigh;
     }
-    BleNotificationClient::MetadataKey& key = client.m_metadataKeys[m_key.keyIndex];
+    SensorStreams::MetadataKey& key = client.m_streams.m_metadataKeys[m_key.keyIndex];
     if (key.structureSize != 0) {
         LOG_ERROR("Register 4CC failed, this 4CC already present");
         return eKeyInUse;
@@ -259,24 +258,25 @@ int BleMetadataMessage::RegisterKey(BleNotificationClient& client) {
     key.structureSize = m_key.structureSize;
     key.repeat = m_key.repeat;
     key.flags = m_key.flags;
-    LOG_INFO("Register 4CC DeviceID: %d", client.m_deviceId);
+    LOG_INFO("Register 4CC DeviceID: %d", client.m_identity.m_deviceId);
     LOG_INFO("Index=%d", m_key.keyIndex);
     LOG_INFO("4CC=<%c%c%c%c>", m_key.fourCC[0], m_key.fourCC[1], m_key.fourCC[2], m_key.fourCC[3]);
     return eOk;
 }
 
-int BleMetadataMessage::WriteSample(BleNotificationClient& client) {
-    static const BleNotificationClient::MetadataKey kFreeKey;
-    const auto& key = m_keyIndex < client.m_metadataKeys.size() ? client.m_metadataKeys[m_keyIndex] : kFreeKey;
+int BleMetadataMessage::WriteSample(Peer& client) {
+    static const SensorStreams::MetadataKey kFreeKey;
+    const auto& key =
+        m_keyIndex < client.m_streams.m_metadataKeys.size() ? client.m_streams.m_metadataKeys[m_keyIndex] : kFreeKey;
     if (key.structureSize == 0) {
         LOG_ERROR("Error - Metadata 4CC lookup");
         return eUnknownKey;
     }
-    if (key.streamIndex >= client.m_metadataStreamCount) {
+    if (key.streamIndex >= client.m_streams.m_metadataStreamCount) {
         LOG_ERROR("stream handle invalid\n");
         return eBadStreamIndex;
     }
-    void* handle = client.MetadataStream(key.streamIndex);
+    void* handle = client.m_streams.MetadataStream(key.streamIndex);
     if (handle == nullptr) {
         LOG_ERROR("Error - Metadata stream write");
         return eNoStreamHandle;
@@ -292,7 +292,7 @@ int BleMetadataMessage::WriteSample(BleNotificationClient& client) {
     const uint32_t result = MetadataStreamWrite(handle, FourCharacterKey(key.fourCC), key.type, key.structureSize,
                                                 key.repeat, m_sample.data(), key.flags, 0.0F);
     ReportLoss(key.streamIndex, result != kKzmfDone);
-    KzBleServer::GetInstance()->HandOverMetadataIfNearLimit();
+    services().sensorHandOver.HandOverIfNearLimit();
     return eOk;
 }
 
@@ -303,7 +303,7 @@ void BleMetadataMessage::ReportLoss(size_t streamIndex, bool lost) {
     m_lossReported[streamIndex] = lost;
 }
 
-int BleMetadataMessage::SetDisplayInterest(BleNotificationClient& client) {
+int BleMetadataMessage::SetDisplayInterest(Peer& client) {
     LOG_DEBUG("Command: eBleMultekDisip");
     const uint32_t parameter = m_params.front().GetUI8Value();
     if (!ChangeInterest(client, NotificationClient::eNotifyLcd, parameter)) {
@@ -313,7 +313,7 @@ int BleMetadataMessage::SetDisplayInterest(BleNotificationClient& client) {
     return eOk;
 }
 
-int BleMetadataMessage::SetLedInterest(BleNotificationClient& client) {
+int BleMetadataMessage::SetLedInterest(Peer& client) {
     LOG_DEBUG("Command: eBleLedRegister");
     const uint32_t parameter = m_params.front().GetUI8Value();
     if (!ChangeInterest(client, NotificationClient::eNotifyLed, parameter)) {

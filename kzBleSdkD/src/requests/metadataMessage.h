@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "FlexValue.h"
-#include "messageBuilders.h"
+#include "services.h"
 
-class BleNotificationClient;
+struct Peer;
 class MemoryStream;
 
 enum eBleMetadataCommand : uint8_t {
@@ -42,7 +42,7 @@ class BleMetadataResponse {
 };
 MemoryStream& operator<<(MemoryStream& stream, const BleMetadataResponse& response);
 
-class BleMetadataMessage : public FragmentedMessageBuilder {
+class BleMetadataMessage : public ServedMessage {
   public:
     static constexpr unsigned kMaxSampleSize = 35;
     static constexpr unsigned kMaxNameSize = 17;
@@ -66,7 +66,7 @@ class BleMetadataMessage : public FragmentedMessageBuilder {
         eBadDisplayParameter = 13,
     };
 
-    explicit BleMetadataMessage(int length) : FragmentedMessageBuilder(length) {}
+    explicit BleMetadataMessage(int length) : ServedMessage(length) {}
     BleMetadataMessage() : BleMetadataMessage(0) {}
 
     // 0, or 1 for a message whose length does not fit its command.
@@ -76,7 +76,7 @@ class BleMetadataMessage : public FragmentedMessageBuilder {
     // Carries the request out on `client` and writes the answer into `response`: *responseLength is its size on entry
     // and the answer's length on return, 0 for a stored sample. Returns a code of eCode, or KZ_ERR_INVALID_PARAM for a
     // sample that is shorter than its key's structure size times repeat count.
-    int Execute(BleNotificationClient* client, unsigned char* response, unsigned short* responseLength);
+    int Execute(Peer* client, unsigned char* response, unsigned short* responseLength);
     // Writes the error answer; *responseLength as above. Always 0.
     int HandleError(int error, unsigned char* response, unsigned short* responseLength);
     void Dump() const;
@@ -104,13 +104,13 @@ class BleMetadataMessage : public FragmentedMessageBuilder {
     int DeserializeParameter();
 
     // An eCode.
-    int WriteSample(BleNotificationClient& client);
-    int RegisterDevice(BleNotificationClient& client);
-    int RegisterKey(BleNotificationClient& client);
-    int SetDisplayInterest(BleNotificationClient& client);
-    int SetLedInterest(BleNotificationClient& client);
+    int WriteSample(Peer& client);
+    int RegisterDevice(Peer& client);
+    int RegisterKey(Peer& client);
+    int SetDisplayInterest(Peer& client);
+    int SetLedInterest(Peer& client);
 
-    int OpenStreams(BleNotificationClient& client) const;
+    int OpenStreams(Peer& client) const;
     // Says a loss once, until a sample of the stream is stored again.
     void ReportLoss(size_t streamIndex, bool lost);
 

@@ -6,11 +6,10 @@
 #include <iterator>
 #include <string>
 
-#include "bleDevice.h"
 #include "bleResponses.h"
 #include "bleSDK.h"
 #include "featureStatus.h"
-#include "kzBleServer.h"
+#include "peer.h"
 #include "queryEntries.h"
 #include "utils.h"
 
@@ -219,27 +218,27 @@ const PlainQuery* FindPlainQuery(uint32_t category, uint32_t type) {
     return row != std::end(kPlainQueries) ? row : nullptr;
 }
 
-void Register(BleNotificationClient& client, const PlainQuery& row, const BleQueryMessage& query) {
+void Register(Peer& client, const PlainQuery& row, const BleQueryMessage& query) {
     if (!query.m_idsGiven) {
         if (row.notification == NotificationClient::eNotifySettings) {
             LOG_INFO("Registering interest in all settings as no ids specified in command");
         } else if (row.notification == NotificationClient::eNotifyStatus) {
             LOG_INFO("Adding interest in all as no id's specified");
         }
-        client.AddInterestAll(row.notification);
+        client.m_interests.AddAll(row.notification);
         return;
     }
     if (row.notification == NotificationClient::eNotifyStatus) {
         LOG_INFO("Registering interest in %d ids", static_cast<int>(query.m_ids.size()));
     }
-    client.AddInterest(row.notification, query.m_ids);
+    client.m_interests.Add(row.notification, query.m_ids);
 }
 
-void Unregister(BleNotificationClient& client, const PlainQuery& row, const BleQueryMessage& query) {
+void Unregister(Peer& client, const PlainQuery& row, const BleQueryMessage& query) {
     if (query.m_idsGiven) {
-        client.RemoveInterest(row.notification, query.m_ids);
+        client.m_interests.Remove(row.notification, query.m_ids);
     } else {
-        client.RemoveInterestAll(row.notification);
+        client.m_interests.RemoveAll(row.notification);
     }
 }
 
@@ -313,16 +312,16 @@ int BleQueryMessage::DeserializeIds() {
 
 // ---------------------------------------------------------------- execution
 
-int BleQueryMessage::Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength) {
+int BleQueryMessage::Execute(Peer* client, uint8_t* response, uint16_t* responseLength) {
     // An answer that the radio could never take would leave the client without any, and hold up what is stored behind
     // it.
-    MemoryStream stream(response, std::min(*responseLength, KzBleServer::GetInstance()->GetLongestResponse()));
+    MemoryStream stream(response, std::min(*responseLength, services().longestResponse));
     const int error = m_category == kQueryFeatureId ? ExecuteProtobuf(*client, stream) : ExecutePlain(*client, stream);
     *responseLength = error == KZ_OK ? stream.getLength() : uint16_t{0};
     return error;
 }
 
-int BleQueryMessage::ExecutePlain(BleNotificationClient& client, MemoryStream& stream) {
+int BleQueryMessage::ExecutePlain(Peer& client, MemoryStream& stream) {
     LOG_INFO("Executing Query Category:%d type:%d", m_category, m_type);
     if (m_category != kCategorySettings && m_category != kCategoryStatus) {
         LOG_ERROR("Unsupported query category:%d", m_category);

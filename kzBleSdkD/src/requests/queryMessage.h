@@ -4,7 +4,7 @@
 //   plain     byte 0: category in bits 3..0, type in bits 7..4; then ids, one byte each
 //   protobuf  byte 0: 245; byte 1: action id; then the serialised request
 //
-// The sources hold the tables of both: bleQueryMessage.cpp the categories and types, bleQueryProtobuf.cpp the actions.
+// The sources hold the tables of both: queryMessage.cpp the categories and types, queryProtobuf.cpp the actions.
 //
 // Ids that the catalogue does not have are dropped. A query without ids means all of them; one whose ids were all
 // dropped reads, registers and removes nothing.
@@ -17,13 +17,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "messageBuilders.h"
+#include "services.h"
 
-class BleNotificationClient;
+struct Peer;
 
-class BleQueryMessage : public FragmentedMessageBuilder {
+class BleQueryMessage : public ServedMessage {
   public:
-    explicit BleQueryMessage(int length = 0) : FragmentedMessageBuilder(length) {}
+    explicit BleQueryMessage(int length = 0) : ServedMessage(length) {}
 
     // 1, a parse error, for a message without its first byte, for a protobuf query without action id, and for more ids
     // than the model's tables have.
@@ -32,7 +32,7 @@ class BleQueryMessage : public FragmentedMessageBuilder {
     // Carries the query out and writes its answer; *responseLength is the capacity on entry and the answer's length on
     // return, 0 after an error. Returns KZ_OK or the error whose answer the caller gets from HandleError; KZ_ERR also
     // for a capacity below the two bytes of a header, and for a protobuf answer that does not fit.
-    int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
+    int Execute(Peer* client, uint8_t* response, uint16_t* responseLength);
     // Writes the two bytes of an error answer, none into a smaller buffer. 0.
     int HandleError(int error, uint8_t* response, uint16_t* responseLength);
     void Dump() const;
@@ -47,6 +47,6 @@ class BleQueryMessage : public FragmentedMessageBuilder {
   private:
     int DeserializeProtobuf();
     int DeserializeIds();
-    int ExecutePlain(BleNotificationClient& client, MemoryStream& stream);
-    int ExecuteProtobuf(BleNotificationClient& client, MemoryStream& stream);
+    int ExecutePlain(Peer& client, MemoryStream& stream);
+    int ExecuteProtobuf(Peer& client, MemoryStream& stream);
 };

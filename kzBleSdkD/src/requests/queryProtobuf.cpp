@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include "bleDevice.h"
 #include "cameraCalls.h"
+#include "cameraStatus.h"
 #include "dispatchTable.h"
 #include "featureStatus.h"
 #include "generic/ResponseGeneric.pb.h"
-#include "kzBleServer.h"
+#include "peer.h"
 #include "presetStatus.h"
 #include "protoFields.h"
 #include "protobufAnswer.h"
@@ -42,8 +42,8 @@ constexpr int kAnswerSizeLimit = 2400;
 // What a handler gets. It writes its answer message to the stream, behind the two header bytes.
 struct Query {
     const std::vector<uint8_t>& payload;
-    BleNotificationClient& client;
-    KzBleServer& server;
+    Peer& client;
+    const CameraStatus& camera;
     MemoryStream& stream;
 };
 
@@ -56,8 +56,7 @@ struct RegisterKey {
 
 // Adds, then removes interest in the CSI keys of the lists' entries; entries outside `keys` are ignored.
 template <typename Entries>
-void ChangeInterest(BleNotificationClient& client, std::span<const RegisterKey> keys, const Entries& added,
-                    const Entries& removed) {
+void ChangeInterest(Peer& client, std::span<const RegisterKey> keys, const Entries& added, const Entries& removed) {
     const auto forEachKey = [keys](const Entries& entries, auto&& change) {
         for (int entry : entries) {
             const auto key = std::find_if(keys.begin(), keys.end(),
@@ -72,14 +71,14 @@ void ChangeInterest(BleNotificationClient& client, std::span<const RegisterKey> 
     }
     forEachKey(added, [&client](int entry, int key) {
         LOG_INFO("register for ID = %d", entry);
-        client.AddInterest(NotificationClient::eNotifyCSI, key);
+        client.m_interests.Add(NotificationClient::eNotifyCSI, key);
     });
     if (!removed.empty()) {
         LOG_INFO("UnRegister for Status Notifications");
     }
     forEachKey(removed, [&client](int entry, int key) {
         LOG_INFO("unregister for ID = %d", entry);
-        client.RemoveInterest(NotificationClient::eNotifyCSI, key);
+        client.m_interests.Remove(NotificationClient::eNotifyCSI, key);
     });
 }
 
@@ -122,12 +121,12 @@ int GetPresetStatus(const Query& query) {
     const auto request = ParseRequest<WSDK_RequestGetPresetStatus>(query.payload);
     if (request.register_preset_status_size() > 0) {
         LOG_INFO("register for PRESET_STATUS");
-        query.client.AddInterest(NotificationClient::eNotifyCSI, CSI_PRESETS_MODIFIED);
+        query.client.m_interests.Add(NotificationClient::eNotifyCSI, CSI_PRESETS_MODIFIED);
     }
     int error = KZ_OK;
     if (request.unregister_preset_status_size() > 0) {
         LOG_INFO("UnRegister for PRESET_STATUS");
-        query.client.RemoveInterest(NotificationClient::eNotifyCSI, CSI_PRESETS_MODIFIED);
+        query.client.m_interests.Remove(NotificationClient::eNotifyCSI, CSI_PRESETS_MODIFIED);
     } else {
         uint8_t reply[kPresetReplySize];
         uint32_t replyLength = 0;
@@ -152,21 +151,21 @@ int GetLiveStreamStatus(const Query& query) {
     ChangeInterest(query.client, kLiveStreamKeys, request.register_live_stream_status(),
                    request.unregister_live_stream_status());
 
-    const KzBleServer& server = query.server;
-    const uint32_t wms = server.GetCsiValue(CSI_WMS_STATE);
+    const CameraStatus& camera = query.camera;
+    const uint32_t wms = camera.GetCsiValue(CSI_WMS_STATE);
     const std::optional<int32_t> state = LiveStreamStatusOfWms(wms);
     if (!state) {
         LOG_ERROR("WMS_STATE changed but no valid live stream state-setting idle");
     }
     LiveStreamStatus status;
     status.status = state.value_or(WSDK_LIVE_STREAM_STATE_IDLE);
-    status.error = server.GetCsiValue(CSI_LIVE_STREAM_ERROR);
-    status.encode = server.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
+    status.error = camera.GetCsiValue(CSI_LIVE_STREAM_ERROR);
+    status.encode = camera.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
     if (status.encode) {
-        status.error = LiveStreamErrorWhileEncoding(wms, server.GetCsiValue(CSI_SD_CARD_STATE), status.error);
+        status.error = LiveStreamErrorWhileEncoding(wms, camera.GetCsiValue(CSI_SD_CARD_STATE), status.error);
     }
-    status.bitrate = server.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
-    status.abilities = LiveStreamAbilitiesOf(server.GetModelNumber());
+    status.bitrate = camera.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
+    status.abilities = LiveStreamAbilitiesOf(camera.GetModelNumber());
     LOG_INFO("Notify Live Stream state=%d error=%d encode=%d", status.status, status.error, status.encode);
     query.stream << status;
     return KZ_OK;
@@ -179,11 +178,11 @@ int GetOtaStatus(const Query& query) {
     ChangeInterest(query.client, kOtaKeys, request.register_ota_status(), request.unregister_ota_status());
 
     OtaStatus status;
-    status.percentage = query.server.GetCsiValue(CSI_OTA_PERCENTAGE);
+    status.percentage = query.camera.GetCsiValue(CSI_OTA_PERCENTAGE);
     LOG_INFO("OTA Percentage %d", *status.percentage);
-    status.state = query.server.GetCsiValue(CSI_OTA_STATE);
+    status.state = query.camera.GetCsiValue(CSI_OTA_STATE);
     LOG_INFO("OTA State %d", *status.state);
-    status.error = query.server.GetCsiValue(CSI_OTA_ERROR);
+    status.error = query.camera.GetCsiValue(CSI_OTA_ERROR);
     LOG_INFO("OTA Error %d", *status.error);
     query.stream << status;
     return KZ_OK;
@@ -193,16 +192,16 @@ int GetOtaStatus(const Query& query) {
 
 int GetMobileOffloadState(const Query& query) {
     using Response = WSDK_ResponseGetMobileOffloadState;
-    const KzBleServer& server = query.server;
-    const uint32_t word = server.GetCsiValue(CSI_ST_STATE);
+    const CameraStatus& camera = query.camera;
+    const uint32_t word = camera.GetCsiValue(CSI_ST_STATE);
     const auto bit = [word](unsigned index) { return (word >> index & 1) != 0; };
-    const bool cameraBusy = bit(4) || server.IsBusy();
-    const auto bootCount = [&server](uint8_t key) { return static_cast<int32_t>(server.GetCsiValue(key)); };
+    const bool cameraBusy = bit(4) || camera.IsBusy();
+    const auto bootCount = [&camera](uint8_t key) { return static_cast<int32_t>(camera.GetCsiValue(key)); };
     const int32_t bluetooth = bootCount(CSI_BOOT_COUNT_BT);
     const int32_t remotes = bootCount(CSI_BOOT_COUNT_RC);
     const int32_t accessPoint = bootCount(CSI_BOOT_COUNT_AP);
-    const auto wakeupReason = static_cast<int32_t>(server.GetCsiValue(CSI_WAKEUP_REASON));
-    const auto activity = static_cast<int32_t>(server.GetLastSystemNotifyEvent());
+    const auto wakeupReason = static_cast<int32_t>(camera.GetCsiValue(CSI_WAKEUP_REASON));
+    const auto activity = static_cast<int32_t>(camera.GetLastSystemNotifyEvent());
 
     ProtoFieldWriter(query.stream)
         .Int(Response::kResultFieldNumber, RESULT_SUCCESS)
@@ -268,7 +267,7 @@ int GetCahStatus(const Query& query) {
     status.active = ReadCsiWord(CSI_CAH_ACTIVE).value_or(0) != 0;
     status.authState = ReadCsiWord(CSI_CAH_AUTH_STATE).value_or(0);
     status.autoClear = ReadCsiWord(CSI_CAH_AUTO_CLEAR).value_or(0) != 0;
-    const KzBleServer::CahUploadProgress& progress = query.server.GetCahUploadProgress();
+    const CameraStatus::CahUploadProgress& progress = query.camera.GetCahUploadProgress();
     status.upload = CahUpload{static_cast<uint32_t>(progress.currentFile), static_cast<uint32_t>(progress.totalFiles),
                               static_cast<uint32_t>(progress.percentage)};
 
@@ -393,7 +392,7 @@ constexpr DispatchTable kTable(kRows);
 
 }  // namespace
 
-int BleQueryMessage::ExecuteProtobuf(BleNotificationClient& client, MemoryStream& stream) {
+int BleQueryMessage::ExecuteProtobuf(Peer& client, MemoryStream& stream) {
     LOG_INFO("execute pb={%02x %02x %02x %02x %02x}", PayloadByte(m_payload, 0), PayloadByte(m_payload, 1),
              PayloadByte(m_payload, 2), PayloadByte(m_payload, 3), PayloadByte(m_payload, 4));
     const ProtobufQuery* row = kTable.Find(m_actionId);
@@ -406,7 +405,7 @@ int BleQueryMessage::ExecuteProtobuf(BleNotificationClient& client, MemoryStream
     unsigned char bytes[kHeaderSize + kAnswerSizeLimit];
     MemoryStream answer(bytes, sizeof(bytes));
     answer << kQueryFeatureId << static_cast<unsigned char>(m_actionId | kProtobufAnswerBit);
-    const int error = row->handle(Query{m_payload, client, *KzBleServer::GetInstance(), answer});
+    const int error = row->handle(Query{m_payload, client, services().camera, answer});
     if (error != KZ_OK) {
         return error;
     }

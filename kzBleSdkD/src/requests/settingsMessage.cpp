@@ -8,11 +8,11 @@
 
 #include "FlexValue.h"
 #include "MemStream.h"
-#include "bleDevice.h"
 #include "bleResponses.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
 #include "dispatchTable.h"
+#include "peer.h"
 #include "protobufAnswer.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
@@ -216,11 +216,11 @@ int BleSettingsMessage::Deserialize() {
     return 0;
 }
 
-int BleSettingsMessage::Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength) {
+int BleSettingsMessage::Execute(Peer* client, uint8_t* response, uint16_t* responseLength) {
     if (m_settingId != kUncheckedSetting) {
         LOG_DEBUG("Executing Setting: id:%d value:%d", static_cast<int>(m_settingId), static_cast<int>(m_value));
     }
-    const int status = ReportAnalyticsSource(client->m_deviceType);
+    const int status = ReportAnalyticsSource(client->m_identity.m_deviceType);
     if (status != CSI_OK) {
         LOG_ERROR("csi_set CSI_ANALYTICS_SOURCE failed - status %d", status);
     }

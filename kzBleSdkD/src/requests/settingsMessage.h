@@ -11,13 +11,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "messageBuilders.h"
+#include "services.h"
 
-class BleNotificationClient;
+struct Peer;
 
-class BleSettingsMessage : public FragmentedMessageBuilder {
+class BleSettingsMessage : public ServedMessage {
   public:
-    explicit BleSettingsMessage(int length = 0) : FragmentedMessageBuilder(length) {}
+    explicit BleSettingsMessage(int length = 0) : ServedMessage(length) {}
 
     // 0, or 1 when the message is empty or its value or action id does not fit.
     int Deserialize() override;
@@ -26,7 +26,7 @@ class BleSettingsMessage : public FragmentedMessageBuilder {
     // length on return. Returns KZ_OK, or the code whose answer the caller gets from HandleError: KZ_ERR_INVALID_PARAM
     // for a setting or option that is not allowed now, KZ_ERR for an unknown action, or what the control daemon
     // returned.
-    int Execute(BleNotificationClient* client, uint8_t* response, uint16_t* responseLength);
+    int Execute(Peer* client, uint8_t* response, uint16_t* responseLength);
     // Writes setting id and result byte, as far as *responseLength allows. Returns 0.
     int HandleError(int error, uint8_t* response, uint16_t* responseLength);
     void Dump() const;

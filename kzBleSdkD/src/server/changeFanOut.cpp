@@ -1,8 +1,11 @@
-// The fan-out of changes: every client gets the chance to build a push, which leaves on the query response stream.
-#include "MemStream.h"
+#include "changeFanOut.h"
+
+#include <algorithm>
+
 #include "bleSDK.h"
+#include "clientTable.h"
 #include "featurePush.h"
-#include "kzBleServer.h"
+#include "radioPort.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
@@ -21,7 +24,13 @@ void LogStatusDropped(const ble_message_t& record) {
 
 }  // namespace
 
-struct KzBleServer::PushKind {
+unsigned short PushRoom(const RadioPort& radio, unsigned least) {
+    return static_cast<unsigned short>(std::clamp<unsigned>(radio.GetLongestResponse(), least, kPushBufferSize));
+}
+
+// ---------------------------------------------------------------- the kinds of pushes
+
+struct ChangeFanOut::PushKind {
     NotificationClient::eNotificationType_t type;
     NotificationClient::eNotificationType_t storedAs;
     unsigned leastRoom;                                                      // bytes that one push must be given
@@ -36,7 +45,7 @@ struct KzBleServer::PushKind {
     static const PushKind kCsi;
 };
 
-const KzBleServer::PushKind KzBleServer::PushKind::kSettings = {
+const ChangeFanOut::PushKind ChangeFanOut::PushKind::kSettings = {
     NotificationClient::eNotifySettings,
     NotificationClient::eNotifySettings,
     kMaxSimpleLength,
@@ -49,7 +58,7 @@ const KzBleServer::PushKind KzBleServer::PushKind::kSettings = {
     },
 };
 
-const KzBleServer::PushKind KzBleServer::PushKind::kStatus = {
+const ChangeFanOut::PushKind ChangeFanOut::PushKind::kStatus = {
     NotificationClient::eNotifyStatus,
     NotificationClient::eNotifyStatus,
     kMaxSimpleLength,
@@ -59,7 +68,7 @@ const KzBleServer::PushKind KzBleServer::PushKind::kStatus = {
     LogStatusDropped,
 };
 
-const KzBleServer::PushKind KzBleServer::PushKind::kCapabilities = {
+const ChangeFanOut::PushKind ChangeFanOut::PushKind::kCapabilities = {
     NotificationClient::eNotifyCapabilities,
     NotificationClient::eNotifyCapabilities,
     kMaxSimpleLength,
@@ -73,7 +82,7 @@ const KzBleServer::PushKind KzBleServer::PushKind::kCapabilities = {
 };
 
 // A feature notification waits in the entry of the status pushes.
-const KzBleServer::PushKind KzBleServer::PushKind::kCsi = {
+const ChangeFanOut::PushKind ChangeFanOut::PushKind::kCsi = {
     NotificationClient::eNotifyCSI,
     NotificationClient::eNotifyStatus,
     kMaxFeaturePush,
@@ -85,87 +94,95 @@ const KzBleServer::PushKind KzBleServer::PushKind::kCsi = {
 
 // ---------------------------------------------------------------- one push
 
-// Sends what waits of this type, if the queue has room for it now: a client hears of changes in their order.
-void KzBleServer::SendWaitingPush(const PushKind& kind, BleNotificationClient& client) {
-    BleNotificationClient::StoredResponse& waiting = *client.StoredPush(kind.storedAs);
-    if (waiting.m_length == 0 || PacketsNeeded(static_cast<unsigned>(waiting.m_length)) > GetBleTxQueueAvailability()) {
+// Sends the push of this type that waits, if the queue has room for it now: a client is notified of changes in their
+// order.
+void ChangeFanOut::SendWaitingPush(const PushKind& kind, BleNotificationClient& client) {
+    StoredResponse& waiting = *client.m_pushes.StoredPush(kind.storedAs);
+    if (waiting.m_length == 0 ||
+        PacketsNeeded(static_cast<unsigned>(waiting.m_length)) > m_radio.GetBleTxQueueAvailability()) {
         return;
     }
-    ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
-    if (PostResponse(record, waiting.m_data.get(), static_cast<unsigned short>(waiting.m_length))) {
+    const ble_message_t record = NewDataRecord(client.m_identity.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
+    if (m_radio.PostResponse(record, waiting.m_data.get(), static_cast<unsigned short>(waiting.m_length))) {
         waiting.Clear();
     }
 }
 
-// Sends the push in m_msgBuffer.
-KzBleServer::PushResult KzBleServer::SendPush(const PushKind& kind, BleNotificationClient& client,
-                                              unsigned short length) {
-    ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
+// Sends the push of `length` bytes in the buffer.
+ChangeFanOut::PushResult ChangeFanOut::SendPush(const PushKind& kind, BleNotificationClient& client,
+                                                unsigned short length) {
+    const ble_message_t record = NewDataRecord(client.m_identity.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
     if (!client.GetEnabledByStreamId(KZ_STR_ID_QUERY)) {
         kind.logDropped(record);
         return PushResult::kDropped;
     }
     SendWaitingPush(kind, client);
-    if (!PostResponse(record, m_msgBuffer.get(), length)) {
+    if (!m_radio.PostResponse(record, m_msgBuffer.data(), length)) {
         LOG_ERROR("Failed to send a response of length %d to connection_id:%d, will buffer.", length,
-                  client.m_connectionId);
+                  record.connectionId);
         return PushResult::kNoRoom;
     }
-    LOG_INFO("Response sent to client %d stream_id:%d", client.m_connectionId, record.streamId);
+    LOG_INFO("Response sent to client %d stream_id:%d", record.connectionId, record.streamId);
     return PushResult::kSent;
 }
 
 // ---------------------------------------------------------------- one client
 
-bool KzBleServer::PushToClient(const PushKind& kind, BleNotificationClient& client, std::vector<int>& ids) {
-    kind.logAttempt(client.m_connectionId);
-    std::vector<int>* offered = &ids;
+bool ChangeFanOut::PushToClient(const PushKind& kind, BleNotificationClient& client) {
+    kind.logAttempt(client.m_identity.m_connectionId);
+    ClientPushes& pushes = client.m_pushes;
+    std::vector<int>* offered = &m_changedIds;
     bool several = false;
     bool produced = false;
     for (;;) {
-        unsigned short length = GetPushRoom(kind.leastRoom);
+        unsigned short length = PushRoom(m_radio, kind.leastRoom);
         int kzErrno = KZ_OK;
-        if (!client.ExecutePush(kind.type, *offered, m_msgBuffer.get(), &length, &kzErrno)) {
+        if (!pushes.ExecutePush(kind.type, *offered, m_msgBuffer.data(), &length, &kzErrno)) {
             return produced;
         }
         produced = true;
-        several = several || !client.PushRemainder().empty();
+        several = several || !pushes.PushRemainder().empty();
         kind.logBuilt(length);
         const PushResult result = SendPush(kind, client, length);
-        ++client.m_pushCount;
+        ++client.m_identity.m_pushCount;
         if (result == PushResult::kNoRoom && several) {
-            client.DeferPush(kind.type, *offered);
+            pushes.DeferPush(kind.type, *offered);
             return true;
         }
         if (result == PushResult::kNoRoom) {
-            client.StorePushResponse(kind.storedAs, m_msgBuffer.get(), length);
+            pushes.StorePushResponse(kind.storedAs, m_msgBuffer.data(), length);
         } else if (result == PushResult::kSent && kind.type == kind.storedAs) {
-            client.DeferStoredPush(kind.storedAs);  // it was too long to leave before this one
+            // A push that still waits needs more room than the one just sent, so its values are older: build it anew.
+            pushes.DeferStoredPush(kind.storedAs);
         }
-        if (client.PushRemainder().empty()) {
+        if (pushes.PushRemainder().empty()) {
             return true;
         }
-        m_remainingIds = client.PushRemainder();
+        m_remainingIds = pushes.PushRemainder();
         offered = &m_remainingIds;
     }
 }
 
 // ---------------------------------------------------------------- all clients
 
-// The caller holds the lock.
-bool KzBleServer::FanOut(const PushKind& kind, std::vector<int>& ids) {
+// Offers m_changedIds to every client. The caller holds the lock.
+bool ChangeFanOut::FanOut(const PushKind& kind) {
     bool produced = false;
-    for (const auto& client : m_clients) {
-        produced = PushToClient(kind, *client, ids) || produced;
+    for (const auto& client : m_clients.Clients()) {
+        produced = PushToClient(kind, *client) || produced;
     }
     return produced;
 }
 
-bool KzBleServer::FanOutCsiChange() {
-    return FanOut(PushKind::kCsi, m_changedIds);
+bool ChangeFanOut::NotifyOfCsiChange(std::optional<int> field) {
+    m_changedIds.clear();
+    if (field) {
+        m_changedIds.push_back(*field);
+    }
+    return FanOut(PushKind::kCsi);
 }
 
-bool KzBleServer::NotifyOfModelChanges(const PushKind& kind) {
+bool ChangeFanOut::NotifyOfModelChanges(const PushKind& kind) {
     const SettingsStatusMapping* model = BleSDK::LoadedMapping();
     if (model == nullptr) {
         LOG_ERROR("No Database!!");
@@ -173,18 +190,18 @@ bool KzBleServer::NotifyOfModelChanges(const PushKind& kind) {
     }
     m_changedIds.clear();
     (model->*kind.changedIds)(m_changedIds);
-    const Lock lock(&m_clientMutex);
-    return FanOut(kind, m_changedIds);
+    const ClientLock lock(m_clients.Mutex());
+    return FanOut(kind);
 }
 
-bool KzBleServer::NotifyClientsOfSettingsChanges() {
+bool ChangeFanOut::NotifyClientsOfSettingsChanges() {
     return NotifyOfModelChanges(PushKind::kSettings);
 }
 
-bool KzBleServer::NotifyClientsOfStatusChanges() {
+bool ChangeFanOut::NotifyClientsOfStatusChanges() {
     return NotifyOfModelChanges(PushKind::kStatus);
 }
 
-bool KzBleServer::NotifyClientsOfSettingsCapabilitiesChanges() {
+bool ChangeFanOut::NotifyClientsOfSettingsCapabilitiesChanges() {
     return NotifyOfModelChanges(PushKind::kCapabilities);
 }

@@ -1,43 +1,42 @@
-// What the loop receives from the radio-stack daemon and the control daemon, and where it goes.
+#include "packetDispatch.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
-#include "bleSDK.h"
-#include "kzBleMessages.h"
-#include "kzBleServer.h"
+#include "accessoryUpdates.h"
+#include "cameraStatus.h"
+#include "clientTable.h"
+#include "connectionEvents.h"
+#include "delivery.h"
+#include "dispatchTable.h"
 #include "kzCtrlD/kzCtrlD.h"
-#include "kzTlv.h"
-#include "settingsStatusMapping.h"
+#include "radioPort.h"
 #include "utils.h"
 
-// One row per request interface: where its packets come from, who handles them, where the answers go.
+// One row per request interface: where its packets come from and who handles them.
 struct RequestInterface {
     using Process = bool (BleNotificationClient::*)(unsigned char*, unsigned char*, unsigned short*, int*);
-    using Store = void (BleNotificationClient::*)(const unsigned char*, int);
 
-    uint8_t requestStream;  // also the gate of its answers
-    uint8_t responseStream;
+    uint8_t id;            // request stream
     const char* received;  // logged for each packet
     Process process;
-    Store store;  // keeps an answer that the radio queue has no room for
 };
 
 namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
-constexpr RequestInterface kInterfaces[] = {
-    {KZ_STR_ID_COMMAND, KZ_STR_ID_COMMAND_RESPONSE, "Received message on Command Interface",
-     &BleNotificationClient::ProcessCommandMessage, &BleNotificationClient::StoreCommandResponse},
-    {KZ_STR_ID_SETTINGS, KZ_STR_ID_SETTINGS_RESPONSE, "Received message on Settings Interface",
-     &BleNotificationClient::ProcessSettingMessage, &BleNotificationClient::StoreSettingsResponse},
-    {KZ_STR_ID_QUERY, KZ_STR_ID_QUERY_RESPONSE, "Received message on Query Interface",
-     &BleNotificationClient::ProcessQueryMessage, &BleNotificationClient::StoreQueryResponse},
-    {KZ_STR_ID_SENSOR, KZ_STR_ID_SENSOR_RESPONSE, "Received message on Sensor Interface 0714",
-     &BleNotificationClient::ProcessMetadataMessage, &BleNotificationClient::StoreSensorResponse},
+constexpr long kMaxRadioBacklog = 90;
+constexpr int kMaxShedAtOnce = 16;  // records, before the other queues are looked at
+
+constexpr RequestInterface kInterfaceRows[] = {
+    {KZ_STR_ID_COMMAND, "Received message on Command Interface", &BleNotificationClient::ProcessCommandMessage},
+    {KZ_STR_ID_SETTINGS, "Received message on Settings Interface", &BleNotificationClient::ProcessSettingMessage},
+    {KZ_STR_ID_QUERY, "Received message on Query Interface", &BleNotificationClient::ProcessQueryMessage},
+    {KZ_STR_ID_SENSOR, "Received message on Sensor Interface 0714", &BleNotificationClient::ProcessMetadataMessage},
 };
+constexpr DispatchTable kInterfaces(kInterfaceRows);
 
 // Attributes what the control daemon is asked for to one peer, for its own life.
 class CallerScope {
@@ -68,28 +67,19 @@ void LogReceivedPacket(const ble_message_t& record) {
 
 }  // namespace
 
-// ---------------------------------------------------------------- the radio-stack daemon's records
+// ---------------------------------------------------------------- records
 
-bool KzBleServer::ReceiveBLEMsg(ble_message_t& record) {
-    const ssize_t length = mq_receive(m_bleRxMq, reinterpret_cast<char*>(m_msgBuffer.get()), kBleRecordSize, nullptr);
-    if (length < 0) {
-        LOG_ERROR("Error receiving on daemon message queue");
-        return false;
+void PacketDispatch::HandleRecords() {
+    HandleBleMessage();
+    for (int i = 1; i < kMaxShedAtOnce && m_shedding; ++i) {
+        HandleBleMessage();
     }
-    LOG_INFO("received %d bytes at server from skylark\n", static_cast<int>(length));
-    if (length != kBleRecordSize) {
-        LOG_ERROR("A record of %d bytes from skylark is not %d bytes long, dropping", static_cast<int>(length),
-                  static_cast<int>(kBleRecordSize));
-        return false;
-    }
-    std::memcpy(&record, m_msgBuffer.get(), sizeof(record));
-    return true;
 }
 
-bool KzBleServer::HandleBleMessage() {
+bool PacketDispatch::HandleBleMessage() {
     m_shedding = false;
     ble_message_t record;
-    if (!ReceiveBLEMsg(record)) {
+    if (!m_parts.radio.ReceiveBLEMsg(record)) {
         return false;
     }
     // The handlers reuse the record; what is logged at the end is the event as it came.
@@ -100,12 +90,12 @@ bool KzBleServer::HandleBleMessage() {
         case KZBLE_SDK_EVENT_Conn:
             LOG_INFO("Received KZBLE_SDK_EVENT_Conn message for connection_id:%d", record.connectionId);
             UpdateDevice(record);
-            RegisterAfterConnection();
+            m_parts.connections.RegisterAfterConnection();
             break;
         case KZBLE_SDK_EVENT_Disconn:
             LOG_INFO("Received KZBLE_SDK_EVENT_Disconn message for connection_id:%d", record.connectionId);
             UpdateDevice(record);
-            UnregisterAfterLastDisconnection();
+            m_parts.connections.UnregisterAfterLastDisconnection();
             break;
         case KZBLE_SDK_EVENT_CCC:
         case KZBLE_SDK_EVENT_SensorCCC:
@@ -130,19 +120,18 @@ bool KzBleServer::HandleBleMessage() {
     return known;
 }
 
-void KzBleServer::UpdateDevice(ble_message_t& record) {
-    if (!UpdateBleDeviceStatus(record)) {
+void PacketDispatch::UpdateDevice(const ble_message_t& record) {
+    if (!m_parts.connections.UpdateBleDeviceStatus(record)) {
         LOG_ERROR("Unable to update SDK device state");
     }
 }
 
-void KzBleServer::HandleDataEvent(ble_message_t& record, int* kzErrno) {
+void PacketDispatch::HandleDataEvent(ble_message_t& record, int* kzErrno) {
     LOG_INFO("Received KZBLE_SDK_MESSAGE_Data");
-    if (IsSuspended()) {
+    if (m_parts.camera.IsSuspended()) {
         LOG_ERROR("ERROR - BLE message recieved while resuming");
     }
-    const std::optional<mq_attr> queue = QueueAttributes(m_bleRxMq);
-    const long waiting = queue ? queue->mq_curmsgs : 0;
+    const long waiting = m_parts.radio.Waiting();
     LOG_INFO("mq_curmsgs = %d", static_cast<int>(waiting));
     m_shedding = waiting > kMaxRadioBacklog;
     if (m_shedding) {
@@ -153,7 +142,7 @@ void KzBleServer::HandleDataEvent(ble_message_t& record, int* kzErrno) {
     }
 }
 
-void KzBleServer::HandleDebugEvent(const ble_message_t& record) {
+void PacketDispatch::HandleDebugEvent(const ble_message_t& record) {
     const uint32_t argument = ReadWord(record, kDebugArgumentOffset);
     switch (ReadWord(record, kDebugCommandOffset)) {
         case KZBLE_SET_LOG_LEVEL:
@@ -166,7 +155,7 @@ void KzBleServer::HandleDebugEvent(const ble_message_t& record) {
             break;
         case KZBLE_DEBUG_SHUTDOWN:
             LOG_INFO("Shutting down Server");
-            m_running = false;
+            m_parts.running = false;
             break;
         default:
             LOG_ERROR("Unrecognized command on debug event");
@@ -174,16 +163,16 @@ void KzBleServer::HandleDebugEvent(const ble_message_t& record) {
     }
 }
 
-bool KzBleServer::HandleSDKMessage(ble_message_t& record, int* kzErrno) {
+bool PacketDispatch::HandleSDKMessage(ble_message_t& record, int* kzErrno) {
     LogReceivedPacket(record);
-    const Lock lock(&m_clientMutex);
-    BleNotificationClient* client = FindBleDeviceByConnectionID(record.connectionId);
+    const ClientLock lock(m_parts.clients.Mutex());
+    BleNotificationClient* client = m_parts.clients.FindBleDeviceByConnectionID(record.connectionId);
     if (client == nullptr) {
         LOG_ERROR("Received SDK message for non tracked connection_id:%d", record.connectionId);
         return true;
     }
-    const CallerScope caller(client->m_deviceType);
-    ++client->m_inCount;
+    const CallerScope caller(client->m_identity.m_deviceType);
+    ++client->m_identity.m_inCount;
     if (record.dataLength > kBlePacketSize) {
         LOG_INFO("Connection id:%d stream_id:%d Received data packet with %d > %d bytes of data", record.connectionId,
                  record.streamId, record.dataLength, static_cast<int>(kBlePacketSize));
@@ -191,94 +180,32 @@ bool KzBleServer::HandleSDKMessage(ble_message_t& record, int* kzErrno) {
     return DispatchPacket(*client, record, kzErrno);
 }
 
-bool KzBleServer::DispatchPacket(BleNotificationClient& client, ble_message_t& record, int* kzErrno) {
-    for (const RequestInterface& row : kInterfaces) {
-        if (row.requestStream == record.streamId) {
-            return DispatchRequest(row, client, record, kzErrno);
-        }
+bool PacketDispatch::DispatchPacket(BleNotificationClient& client, ble_message_t& record, int* kzErrno) {
+    if (const RequestInterface* row = kInterfaces.Find(record.streamId); row != nullptr) {
+        return DispatchRequest(*row, client, record, kzErrno);
     }
     if (record.streamId == KZ_STR_ID_START_OTA) {
-        HandleAccessoryUpdateMessage(client, record);
+        m_parts.accessories.HandleAccessoryUpdateMessage(client, record);
     } else {
         LOG_ERROR("Unhandled stream type:%d in BLE SDK Message.", record.streamId);
     }
     return false;
 }
 
-bool KzBleServer::DispatchRequest(const RequestInterface& row, BleNotificationClient& client, ble_message_t& record,
-                                  int* kzErrno) {
+bool PacketDispatch::DispatchRequest(const RequestInterface& row, BleNotificationClient& client, ble_message_t& record,
+                                     int* kzErrno) {
     LOG_INFO("%s", row.received);
     unsigned short length = kMessageBufferSize;
-    if (!(client.*row.process)(record.data, m_msgBuffer.get(), &length, kzErrno)) {
+    if (!(client.*row.process)(record.data, m_parts.buffer.data(), &length, kzErrno)) {
         return false;
     }
-    if (!client.GetEnabledByStreamId(row.requestStream)) {
-        if (row.requestStream == KZ_STR_ID_COMMAND) {
-            LOG_INFO("Response dropped because notify disabled on conn_id %d stream_id:%d for response:%d",
-                     client.m_connectionId, row.requestStream, row.responseStream);
-        } else {
-            LOG_INFO("Response dropped because notify disabled on conn_id %d stream_id:%d", client.m_connectionId,
-                     row.requestStream);
-        }
-        return true;
-    }
-    record.streamId = row.responseStream;
-    if (!PostResponse(record, m_msgBuffer.get(), length)) {
-        LOG_ERROR("Failed to send a response of length %d to connection_id:%d", length, client.m_connectionId);
-        (client.*row.store)(m_msgBuffer.get(), length);
-        return true;
-    }
-    LOG_INFO("Response sent to client %d stream_id:%d", client.m_connectionId, row.responseStream);
-    if (row.requestStream == KZ_STR_ID_SENSOR) {
-        SendStoredBuffers(client);
-    }
+    m_parts.delivery.DeliverAnswer(client, record, {m_parts.buffer.data(), length});
     return true;
 }
 
-// ---------------------------------------------------------------- the control daemon's events
-
-bool KzBleServer::ReceiveEventMsg(Msg& message) {
-    const ssize_t length =
-        mq_receive(m_eventMq, reinterpret_cast<char*>(m_msgBuffer.get()), kEventMessageSize, nullptr);
-    if (length < 0) {
-        LOG_ERROR("Error receiving on daemon message queue");
-        return false;
-    }
-    MemoryStream stream(m_msgBuffer.get(), static_cast<unsigned short>(length));
-    const bool decoded = message.decode(stream);
-    if (message.getCategory() != CAT_KZCONTROL_EVENT) {
-        LOG_ERROR("Invalid command category received: %d", message.getCategory());
-        return false;
-    }
-    return decoded;
-}
-
-bool KzBleServer::HandleEvent() {
-    Msg message(0);
-    if (!ReceiveEventMsg(message)) {
-        return false;
-    }
-    const MsgElement* element = message.findElement(TLV_RSPARG);
-    if (element == nullptr) {
-        return true;
-    }
-    SettingsStatusMapping* model = BleSDK::LoadedMapping();
-    if (model == nullptr) {
-        LOG_ERROR("No Database!!");
-        return false;
-    }
-    m_eventText.assign(reinterpret_cast<const char*>(element->getData()), element->getDataLength());
-    LOG_TRACE("%s", m_eventText.c_str());
-    bool capabilitiesChanged = false;
-    const uint8_t changed = model->CurrentSettingsStatusFromJSON(m_eventText.c_str(), capabilitiesChanged);
-    if ((changed & SettingsStatusMapping::kSettingsChanged) != 0 && NotifyClientsOfSettingsChanges()) {
-        model->ResetSettingsHasChanged();
-    }
-    if ((changed & SettingsStatusMapping::kStatusChanged) != 0 && NotifyClientsOfStatusChanges()) {
-        model->ResetStatusHasChanged();
-    }
-    if (capabilitiesChanged) {
-        NotifyClientsOfSettingsCapabilitiesChanges();
-    }
+bool PacketDispatch::DumpBleDeviceStatus() {
+    m_parts.radio.ReportBleQStats();
+    const ClientLock lock(m_parts.clients.Mutex());
+    m_parts.clients.Dump();
     return true;
 }

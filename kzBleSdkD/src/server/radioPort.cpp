@@ -1,12 +1,15 @@
-// The radio queue: responses cut into packets, stored responses tried again, and how full the queue is.
+#include "radioPort.h"
+
+#include <fcntl.h>
 #include <sys/timerfd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "MemStream.h"
 #include "blePacketHeader.h"
-#include "kzBleServer.h"
 #include "utils.h"
 
 itimerspec g_timerspec;
@@ -21,19 +24,10 @@ constexpr unsigned kDumpedBytes = 24;  // the record's head and most of the pack
 constexpr unsigned kDumpedBytesPerLine = 8;
 constexpr uint32_t kStatsTicks = 3;  // statistics are reported on every third tick at most
 
-// Which stream carries the answers of a request stream; the pushes are answers of the query interface.
-uint8_t ResponseStream(int gateStream) {
-    switch (gateStream) {
-        case KZ_STR_ID_COMMAND:
-            return KZ_STR_ID_COMMAND_RESPONSE;
-        case KZ_STR_ID_SETTINGS:
-            return KZ_STR_ID_SETTINGS_RESPONSE;
-        case KZ_STR_ID_SENSOR:
-            return KZ_STR_ID_SENSOR_RESPONSE;
-        default:
-            return KZ_STR_ID_QUERY_RESPONSE;
-    }
-}
+constexpr mode_t kQueueMode = 0664;
+constexpr long kRadioQueueDepth = 100;
+constexpr int kOpenAttempts = 12;  // a second apart
+constexpr int kWriteSeconds = 2;   // a write that stays blocked longer has failed
 
 // At level 6 exactly: a higher level would be a caller's mistake, a lower one does not want it.
 bool DumpsRecords() {
@@ -67,15 +61,81 @@ bool TrackDepth(const QueueHandle& queue, int64_t& maxDepth) {
 
 }  // namespace
 
+// ---------------------------------------------------------------- opening
+
+bool RadioPort::Open() {
+    mq_attr attributes{};
+    attributes.mq_maxmsg = kRadioQueueDepth;
+    attributes.mq_msgsize = kBleRecordSize;
+    for (int attempt = 0; attempt < kOpenAttempts && !m_bleRxMq.IsOpen(); ++attempt) {
+        m_bleRxMq = QueueHandle(mq_open(kMqToBleSdk, O_RDONLY | O_NONBLOCK, kQueueMode, &attributes));
+        if (!m_bleRxMq.IsOpen()) {
+            LOG_ERROR("mq_open() failed for '%s': %s\n", kMqToBleSdk, strerror(errno));
+            sleep(1);
+        }
+    }
+    // A radio-stack daemon that has made its first queue is about to make the second.
+    while (m_bleRxMq.IsOpen() && !m_bleTxMq.IsOpen()) {
+        m_bleTxMq = QueueHandle(mq_open(kMqToSkylark, O_WRONLY));
+        if (!m_bleTxMq.IsOpen()) {
+            LOG_ERROR("mq_open() failed for '%s': %s\n", kMqToSkylark, strerror(errno));
+            sleep(1);
+        }
+    }
+    if (const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq)) {
+        m_longestResponse = static_cast<uint16_t>(LongestResponse(queue->mq_maxmsg));
+    }
+    return m_bleTxMq.IsOpen();
+}
+
+void RadioPort::Close() {
+    m_bleRxMq.Close();
+    m_bleTxMq.Close();
+    m_longestResponse = kMaxExtendedLength;
+    m_timer_fd.Close();
+}
+
+void RadioPort::StartPacketTimer() {
+    m_timer_fd = FileDescriptor(timerfd_create(CLOCK_MONOTONIC, 0));
+    KZ_ASSERT(m_timer_fd.IsOpen(), kAssertPath, "(pThis->m_timer_fd = timerfd_create(CLOCK_MONOTONIC, 0)) != -1");
+    g_timerspec = {};
+    const int armed = timerfd_settime(m_timer_fd, 0, &g_timerspec, nullptr);
+    KZ_ASSERT(armed != -1, kAssertPath, "timerfd_settime(pThis->m_timer_fd, 0, &g_timerspec, NULL) != -1");
+    fcntl(m_timer_fd, F_SETFL, O_NONBLOCK);
+    fcntl(m_timer_fd, F_SETFD, FD_CLOEXEC);
+}
+
+// ---------------------------------------------------------------- receiving
+
+bool RadioPort::ReceiveBLEMsg(ble_message_t& record) {
+    const ssize_t length = mq_receive(m_bleRxMq, reinterpret_cast<char*>(&record), sizeof(record), nullptr);
+    if (length < 0) {
+        LOG_ERROR("Error receiving on daemon message queue");
+        return false;
+    }
+    LOG_INFO("received %d bytes at server from skylark\n", static_cast<int>(length));
+    if (length != kBleRecordSize) {
+        LOG_ERROR("A record of %d bytes from skylark is not %d bytes long, dropping", static_cast<int>(length),
+                  static_cast<int>(kBleRecordSize));
+        return false;
+    }
+    return true;
+}
+
+long RadioPort::Waiting() const {
+    const std::optional<mq_attr> queue = QueueAttributes(m_bleRxMq);
+    return queue ? queue->mq_curmsgs : 0;
+}
+
 // ---------------------------------------------------------------- packets
 
 // Writes one record. The wait for room is bounded, so that a radio-stack daemon that stopped reading costs a packet and
 // not the whole service. Without a wait the deadline is one that has passed.
-KzBleServer::SendResult KzBleServer::WriteRecord(const ble_message_t& record, WaitForRoom wait) {
+RadioPort::SendResult RadioPort::WriteRecord(const ble_message_t& record, WaitForRoom wait) {
     timespec deadline{};
     if (wait == WaitForRoom::kBounded) {
         clock_gettime(CLOCK_REALTIME_COARSE, &deadline);
-        deadline.tv_sec += kRadioWriteSeconds;
+        deadline.tv_sec += kWriteSeconds;
     }
     int result = 0;
     do {
@@ -88,7 +148,7 @@ KzBleServer::SendResult KzBleServer::WriteRecord(const ble_message_t& record, Wa
     return wait == WaitForRoom::kNo && couldNotStart ? SendResult::kNoRoom : SendResult::kFailed;
 }
 
-KzBleServer::SendResult KzBleServer::SendOrHold(const ble_message_t& record, WaitForRoom wait) {
+RadioPort::SendResult RadioPort::SendOrHold(const ble_message_t& record, WaitForRoom wait) {
     DumpRecord(record);
     if (m_packetHolding) {
         QueuePacket(record);
@@ -106,11 +166,11 @@ KzBleServer::SendResult KzBleServer::SendOrHold(const ble_message_t& record, Wai
     return result;
 }
 
-bool KzBleServer::PostPacket(ble_message_t& record) {
+bool RadioPort::PostPacket(const ble_message_t& record) {
     return SendOrHold(record, WaitForRoom::kBounded) == SendResult::kSent;
 }
 
-bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data, unsigned short length) {
+bool RadioPort::PostResponse(const ble_message_t& record, const unsigned char* data, unsigned short length) {
     if (length == 0) {
         return true;
     }
@@ -158,12 +218,12 @@ bool KzBleServer::PostResponse(ble_message_t& record, const unsigned char* data,
     return true;
 }
 
-void KzBleServer::QueuePacket(const ble_message_t& record) {
+void RadioPort::QueuePacket(const ble_message_t& record) {
     m_packetQueue.push_back(record);
     LOG_INFO("q size = %d", static_cast<int>(m_packetQueue.size()));
 }
 
-bool KzBleServer::SetPacketTimer(bool on) {
+bool RadioPort::SetPacketTimer(bool on) {
     m_packetQueue.clear();
     m_packetHolding = on;
     const timespec period{0, on ? kPacketTimerNanoseconds : 0};
@@ -173,90 +233,14 @@ bool KzBleServer::SetPacketTimer(bool on) {
     return true;
 }
 
-// ---------------------------------------------------------------- stored responses
-
-bool KzBleServer::CheckClientsStoredResponses() {
-    if (GetBleTxQueueAvailability() == 0) {
-        return false;
-    }
-    bool sent = false;
-    const Lock lock(&m_clientMutex);
-    for (const auto& client : m_clients) {
-        if (GetBleTxQueueAvailability() > 0 && SendStoredResponse(*client)) {
-            sent = true;
-        }
-    }
-    return sent;
-}
-
-bool KzBleServer::SendStoredResponse(BleNotificationClient& client) {
-    BleNotificationClient::StoredResponse* stored = client.GetHighestPriorityStoredResponse();
-    if (stored == nullptr) {
-        return false;
-    }
-    ble_message_t record = NewDataRecord(client.m_connectionId, ResponseStream(stored->m_streamId));
-    if (!PostResponse(record, stored->m_data.get(), static_cast<unsigned short>(stored->m_length))) {
-        return false;
-    }
-    stored->Clear();
-    return true;
-}
-
-// ---------------------------------------------------------------- buffers of sensor clients
-
-// A sensor client that connects later than the buffers came gets them with its next answer.
-void KzBleServer::SendStoredBuffers(BleNotificationClient& client) {
-    if (m_lcdBuffer != nullptr && m_lcdLength != 0) {
-        sendLCDBuffer(&client, m_lcdBuffer.get(), m_lcdLength);
-    }
-    if (m_ledBuffer != nullptr && m_ledLength != 0) {
-        sendLEDBuffer(&client, m_ledBuffer.get(), m_ledLength);
-    }
-}
-
-bool KzBleServer::sendLCDBuffer(BleNotificationClient* client, unsigned char* buffer, unsigned short length) {
-    return SendBuffer(NotificationClient::eNotifyLcd, *client, buffer, length);
-}
-
-bool KzBleServer::sendLEDBuffer(BleNotificationClient* client, unsigned char* buffer, unsigned short length) {
-    return SendBuffer(NotificationClient::eNotifyLed, *client, buffer, length);
-}
-
-bool KzBleServer::SendBuffer(NotificationClient::eNotificationType_t type, BleNotificationClient& client,
-                             unsigned char* buffer, unsigned short length) {
-    m_pushIds.assign(1, static_cast<int>(client.m_connectionId));
-    unsigned short pushLength = length;
-    int kzErrno = KZ_OK;
-    if (!client.ExecutePush(type, m_pushIds, buffer, &pushLength, &kzErrno)) {
-        return false;
-    }
-    ble_message_t record = NewDataRecord(client.m_connectionId, KZ_STR_ID_SENSOR_RESPONSE);
-    return PostResponse(record, buffer, length);
-}
-
 // ---------------------------------------------------------------- queue statistics
 
-QueueFill KzBleServer::TxQueueFill() const {
+QueueFill RadioPort::TxQueueFill() const {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
     return queue ? FillOf(*queue) : QueueFill{};
 }
 
-uint16_t KzBleServer::GetLongestResponse() {
-    if (m_radioDepth == 0) {
-        const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
-        if (!queue) {
-            return kMaxExtendedLength;
-        }
-        m_radioDepth = queue->mq_maxmsg;
-    }
-    return static_cast<uint16_t>(LongestResponse(m_radioDepth));
-}
-
-uint16_t KzBleServer::GetPushRoom(unsigned least) {
-    return static_cast<uint16_t>(std::clamp<unsigned>(GetLongestResponse(), least, kPushBufferSize));
-}
-
-unsigned KzBleServer::GetBleTxQueueAvailability(int* capacity) {
+unsigned RadioPort::GetBleTxQueueAvailability(int* capacity) const {
     const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq);
     if (!queue) {
         return 0;
@@ -267,13 +251,13 @@ unsigned KzBleServer::GetBleTxQueueAvailability(int* capacity) {
     return static_cast<unsigned>(FillOf(*queue).Available());
 }
 
-bool KzBleServer::TrackBleQStats(uint32_t tick) {
+bool RadioPort::TrackBleQStats(uint32_t tick) {
     const bool rxBusy = TrackDepth(m_bleRxMq, m_maxRxQueueDepth);
     const bool txBusy = TrackDepth(m_bleTxMq, m_maxTxQueueDepth);
     return (rxBusy || txBusy) && tick % kStatsTicks == 0;
 }
 
-void KzBleServer::ReportBleQStats() {
+void RadioPort::ReportBleQStats() const {
     if (const std::optional<mq_attr> queue = QueueAttributes(m_bleRxMq)) {
         LOG_WARN("ble rx message queue fullness %ld of %ld, max:%ld", queue->mq_curmsgs, queue->mq_maxmsg,
                  static_cast<long>(m_maxRxQueueDepth));

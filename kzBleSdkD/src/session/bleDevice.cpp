@@ -1,48 +1,16 @@
-// The client record: identity, notification gates, stored responses, message processing, sensor streams. Interests and
-// pushes are in bleDevicePush.cpp, file transfers in bleDeviceFileTransfer.cpp.
 #include "bleDevice.h"
 
-#include <algorithm>
-#include <cstring>
+#include <string>
 #include <utility>
 
-#include "csi/csiKeys.h"
-#include "kzBleServer.h"
-#include "kzmfWriter.h"
-#include "skylark/bleMessage.h"
+#include "MemStream.h"
+#include "blePacketHeader.h"
+#include "firmwareImages.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "bleDevice.cpp";
-
-// Which answers each notification-enable descriptor gates.
-struct DescriptorRow {
-    uint8_t descriptorStream;
-    uint8_t gateStream;
-};
-constexpr DescriptorRow kDescriptors[] = {
-    {KZ_STR_ID_COMMAND_CCC, KZ_STR_ID_COMMAND},
-    {KZ_STR_ID_SETTINGS_CCC, KZ_STR_ID_SETTINGS},
-    {KZ_STR_ID_QUERY_CCC, KZ_STR_ID_QUERY},
-    {KZ_STR_ID_SENSOR_CCC, KZ_STR_ID_SENSOR},
-};
-constexpr unsigned char kNotificationsEnabled = 1;  // the only descriptor value that opens a gate
-
-// The gate stream of each stored response, in priority order.
-constexpr uint8_t kGateStreams[BleNotificationClient::eStoredCount] = {
-    KZ_STR_ID_COMMAND,   // command response
-    KZ_STR_ID_QUERY,     // settings push
-    KZ_STR_ID_QUERY,     // status push
-    KZ_STR_ID_QUERY,     // capabilities push
-    KZ_STR_ID_SETTINGS,  // settings response
-    KZ_STR_ID_QUERY,     // query response
-    KZ_STR_ID_SENSOR,    // sensor response
-};
-
-// States and requests of the wireless management service that a disconnection has to look after.
-constexpr uint32_t kWmsStateConfigureMode = 17;
-constexpr uint8_t kWmsRequestExitConfigureMode = 2;
 
 std::string IdText(const std::vector<int>& ids) {
     std::string text;
@@ -53,64 +21,43 @@ std::string IdText(const std::vector<int>& ids) {
     return text;
 }
 
-// The last owner of a stream buffer: the writer must not keep a stream whose buffer is gone.
-void ReleaseStreamBuffer(unsigned char* buffer) {
-    const std::unique_ptr<unsigned char[]> owned(buffer);
-    MetadataStreamClose(buffer);
-}
+// ---------------------------------------------------------------- the four interfaces
 
-// What the four interfaces do not share: their log texts, and what an answer of no bytes means.
-struct CommandInterface {
-    static constexpr bool kOneOutstanding = true;
-    static constexpr bool kMayHaveNoAnswer = true;
-    static void LogOutstanding(uint32_t connectionId) {
-        LOG_ERROR("We got a new command message on connection_id:%d before previous response could be sent!",
-                  connectionId);
-    }
-    static void LogExecuted(int code, int) { LOG_INFO("command message executed and returned code: %d", code); }
-    static void LogParseError() { LOG_ERROR("Parse error while parsing command packet"); }
-    static void LogNeedsMore() { LOG_INFO("This message needs more data!"); }
-    static void LogUnhandled(int result) { LOG_ERROR("Unhandled defragmentation error: %d", result); }
+// What the interfaces do not share.
+struct InterfaceRow {
+    bool mayHaveNoAnswer;  // an answer of no bytes is not sent
+    const char* parseError;
+    const char* needsMore;
+    void (*logOutstanding)(uint32_t connectionId);  // null: a packet does not drop a stored answer
+    void (*logExecuted)(int code, int length);
 };
 
-struct SettingsInterface {
-    static constexpr bool kOneOutstanding = true;
-    static constexpr bool kMayHaveNoAnswer = false;
-    static void LogOutstanding(uint32_t connectionId) {
-        LOG_ERROR("We got a new setting message on connection_id:%d before previous response could be sent!",
-                  connectionId);
-    }
-    static void LogExecuted(int code, int) { LOG_INFO("Settings command executed and returned code: %d", code); }
-    static void LogParseError() { LOG_ERROR("Parse error while parsing settings packet"); }
-    static void LogNeedsMore() { LOG_INFO("This message needs more data!"); }
-    static void LogUnhandled(int result) { LOG_ERROR("Unhandle defragmentation error: %d", result); }
-};
+constexpr InterfaceRow kCommandInterface = {
+    true, "Parse error while parsing command packet", "This message needs more data!",
+    [](uint32_t id) {
+        LOG_ERROR("We got a new command message on connection_id:%d before previous response could be sent!", id);
+    },
+    [](int code, int) { LOG_INFO("command message executed and returned code: %d", code); }};
 
-struct QueryInterface {
-    static constexpr bool kOneOutstanding = true;
-    static constexpr bool kMayHaveNoAnswer = false;
-    static void LogOutstanding(uint32_t connectionId) {
-        LOG_ERROR("We got a new query message on connection_id:%d before previous response could be sent!",
-                  connectionId);
-    }
-    static void LogExecuted(int code, int) { LOG_INFO("Query command executed and returned code: %d", code); }
-    static void LogParseError() { LOG_ERROR("Parse error while parsing query packet"); }
-    static void LogNeedsMore() { LOG_INFO("This query message needs more data!"); }
-    static void LogUnhandled(int result) { LOG_ERROR("Unhandle defragmentation error: %d", result); }
-};
+constexpr InterfaceRow kSettingsInterface = {
+    false, "Parse error while parsing settings packet", "This message needs more data!",
+    [](uint32_t id) {
+        LOG_ERROR("We got a new setting message on connection_id:%d before previous response could be sent!", id);
+    },
+    [](int code, int) { LOG_INFO("Settings command executed and returned code: %d", code); }};
 
-struct SensorInterface {
-    static constexpr bool kOneOutstanding = false;  // samples have no answer that could be overtaken
-    static constexpr bool kMayHaveNoAnswer = true;
-    static void LogOutstanding(uint32_t) {}
-    static void LogExecuted(int code, int length) {
-        LOG_INFO("metadata message executed and returned code: %d", code);
-        LOG_INFO("Response Length %d", length);
-    }
-    static void LogParseError() { LOG_ERROR("Parse error while parsing metadata packet"); }
-    static void LogNeedsMore() { LOG_INFO("This message needs more data!"); }
-    static void LogUnhandled(int result) { LOG_ERROR("Unhandled defragmentation error: %d", result); }
-};
+constexpr InterfaceRow kQueryInterface = {
+    false, "Parse error while parsing query packet", "This query message needs more data!",
+    [](uint32_t id) {
+        LOG_ERROR("We got a new query message on connection_id:%d before previous response could be sent!", id);
+    },
+    [](int code, int) { LOG_INFO("Query command executed and returned code: %d", code); }};
+
+constexpr InterfaceRow kSensorInterface = {true, "Parse error while parsing metadata packet",
+                                           "This message needs more data!", nullptr, [](int code, int length) {
+                                               LOG_INFO("metadata message executed and returned code: %d", code);
+                                               LOG_INFO("Response Length %d", length);
+                                           }};
 
 // The caller's buffer and result variables of one Process*Message call.
 struct Answer {
@@ -126,82 +73,80 @@ bool AnswerError(Message& message, int code, const Answer& answer) {
     return true;
 }
 
-template <typename Interface, typename Message>
-bool ExecuteMessage(BleNotificationClient& client, Message& message, const Answer& answer) {
+template <typename Message>
+bool ExecuteMessage(const InterfaceRow& row, Peer& peer, Message& message, const Answer& answer) {
     unsigned short length = *answer.length;
-    const int code = message.Execute(&client, answer.bytes, &length);
-    Interface::LogExecuted(code, length);
+    const int code = message.Execute(&peer, answer.bytes, &length);
+    row.logExecuted(code, length);
     if (code != KZ_OK) {
         return AnswerError(message, code, answer);
     }
-    if (Interface::kMayHaveNoAnswer && length == 0) {
+    if (row.mayHaveNoAnswer && length == 0) {
         return false;
     }
     *answer.length = length;
     return true;
 }
 
-template <typename Interface, typename Message>
-bool ProcessMessage(BleNotificationClient& client, Message& message, BleNotificationClient::StoredResponse& stored,
+template <typename Message>
+bool ProcessMessage(const InterfaceRow& row, Peer& peer, Message& message, eStoredResponse storedAnswer,
                     unsigned char* packet, const Answer& answer) {
     *answer.kzErrno = KZ_OK;
-    if (Interface::kOneOutstanding && stored.m_length > 0) {
-        Interface::LogOutstanding(client.m_connectionId);
+    StoredResponse& stored = peer.m_answers.Entry(storedAnswer);
+    if (row.logOutstanding != nullptr && stored.m_length > 0) {
+        row.logOutstanding(peer.m_identity.m_connectionId);
         stored.Clear();
     }
     MemoryStream stream(packet, kPacketSize);
     BlePacketHeader header;
     stream >> header;
-    const int result = message.ProcessPacket(packet, header, answer.bytes, *answer.length);
-    switch (result) {
+    switch (message.ProcessPacket(packet, header, answer.bytes, *answer.length)) {
         case kMessageComplete:
-            return ExecuteMessage<Interface>(client, message, answer);
-        case kMessageFailed:
-            Interface::LogParseError();
-            return AnswerError(message, KZ_ERR_INVALID_PARAM, answer);
+            return ExecuteMessage(row, peer, message, answer);
         case kMessageNeedsMore:
-            Interface::LogNeedsMore();
+            LOG_INFO("%s", row.needsMore);
             return false;
         default:
-            Interface::LogUnhandled(result);
+            LOG_ERROR("%s", row.parseError);
             return AnswerError(message, KZ_ERR_INVALID_PARAM, answer);
     }
 }
 
 }  // namespace
 
-// ---------------------------------------------------------------- base
-
-void NotificationClient::Pause(bool paused) {
-    m_paused = paused;
-    if (paused) {
-        m_notifyPending = true;
-    }
+bool BleNotificationClient::ProcessCommandMessage(unsigned char* packet, unsigned char* response,
+                                                  unsigned short* responseLength, int* kzErrno) {
+    return ProcessMessage(kCommandInterface, *this, m_commandMessage, eStoredCommand, packet,
+                          {response, responseLength, kzErrno});
 }
 
-bool NotificationClient::Notify(eNotificationType_t, std::stringstream&) {
-    m_notifyPending = false;
-    return true;
+bool BleNotificationClient::ProcessSettingMessage(unsigned char* packet, unsigned char* response,
+                                                  unsigned short* responseLength, int* kzErrno) {
+    return ProcessMessage(kSettingsInterface, *this, m_settingsMessage, eStoredSettings, packet,
+                          {response, responseLength, kzErrno});
+}
+
+bool BleNotificationClient::ProcessQueryMessage(unsigned char* packet, unsigned char* response,
+                                                unsigned short* responseLength, int* kzErrno) {
+    return ProcessMessage(kQueryInterface, *this, m_queryMessage, eStoredQuery, packet,
+                          {response, responseLength, kzErrno});
+}
+
+bool BleNotificationClient::ProcessMetadataMessage(unsigned char* packet, unsigned char* response,
+                                                   unsigned short* responseLength, int* kzErrno) {
+    return ProcessMessage(kSensorInterface, *this, m_metadataMessage, eStoredSensor, packet,
+                          {response, responseLength, kzErrno});
 }
 
 // ---------------------------------------------------------------- life
 
 BleNotificationClient::BleNotificationClient(unsigned int connectionId, unsigned char deviceId,
                                              unsigned char deviceType)
-    : m_connectionId(connectionId),
-      m_deviceId(deviceId),
-      m_deviceType(deviceType),
-      m_settingsMessage(0),
-      m_queryMessage(0),
-      m_commandMessage(0),
-      m_metadataMessage(0) {
-    for (size_t i = 0; i < m_storedResponses.size(); ++i) {
-        m_storedResponses[i].m_streamId = kGateStreams[i];
-    }
-}
+    : Peer(connectionId, deviceId, deviceType), m_pushes(*this, DetachedServices().camera) {}
 
 BleNotificationClient::BleNotificationClient(const BleNotificationClient& other)
-    : BleNotificationClient(other.m_connectionId, other.m_deviceId, other.m_deviceType) {
+    : BleNotificationClient(other.m_identity.m_connectionId, other.m_identity.m_deviceId,
+                            other.m_identity.m_deviceType) {
     CopyKeptFields(other);
 }
 
@@ -209,231 +154,100 @@ BleNotificationClient& BleNotificationClient::operator=(const BleNotificationCli
     if (this == &other) {
         return *this;
     }
-    CopyKeptFields(other);
-    m_inCount = 0;
-    m_outCount = 0;
-    m_pushCount = 0;
-    m_accessoryUpdatePending = false;
-    m_interestedCSIs.clear();
+    m_answers.Reset();
+    m_file.Reset();
+    m_pushes.Reset();
     // A message in progress belongs to one connection alone.
     m_settingsMessage = BleSettingsMessage(0);
     m_queryMessage = BleQueryMessage(0);
     m_commandMessage = BleCommandMessage(0);
     m_metadataMessage = BleMetadataMessage(0);
-    for (StoredResponse& stored : m_storedResponses) {
-        stored.Clear();
-        stored.m_enabled = false;
-    }
-    m_owed = {};
-    m_pushRemainder.clear();
-    m_transferringSettingsJSON = false;
-    m_transferringLarch = false;
-    CloseFile();
+    Attach(DetachedServices());
+    CopyKeptFields(other);
     return *this;
 }
 
-BleNotificationClient::~BleNotificationClient() {
-    if (m_file != nullptr) {
-        LOG_ERROR("File still open when client destroyed.");
-    }
-}
-
 void BleNotificationClient::CopyKeptFields(const BleNotificationClient& other) {
-    m_connectionId = other.m_connectionId;
-    m_deviceId = other.m_deviceId;
-    m_deviceType = other.m_deviceType;
-    m_blockSize = other.m_blockSize;
-    m_bytesRemaining = other.m_bytesRemaining;
-    m_capabilitiesInterest = other.m_capabilitiesInterest;
-    m_settingsInterest = other.m_settingsInterest;
-    m_statusInterest = other.m_statusInterest;
-    m_lcdInterest = other.m_lcdInterest;
-    m_ledInterest = other.m_ledInterest;
-    m_metadataDeviceName = other.m_metadataDeviceName;
-    m_metadataStreamCount = other.m_metadataStreamCount;
-    m_metadataStreams = other.m_metadataStreams;
-    m_metadataKeys = other.m_metadataKeys;
-    for (size_t i = 0; i < m_storedResponses.size(); ++i) {
-        m_storedResponses[i].m_streamId = other.m_storedResponses[i].m_streamId;
-    }
+    m_identity = Identity(other.m_identity.m_connectionId, other.m_identity.m_deviceId, other.m_identity.m_deviceType);
+    m_file.m_blockSize = other.m_file.m_blockSize;
+    m_file.m_bytesRemaining = other.m_file.m_bytesRemaining;
+    m_interests = other.m_interests;
+    m_interests.ForgetCsiKeys();
+    m_streams = other.m_streams;
 }
 
-// ---------------------------------------------------------------- gates and stored responses
-
-void BleNotificationClient::StoredResponse::Store(const unsigned char* data, int length) {
-    if (length > m_capacity) {
-        m_data = std::make_unique_for_overwrite<unsigned char[]>(static_cast<size_t>(length));
-        m_capacity = length;
-    }
-    if (length > 0) {
-        std::memcpy(m_data.get(), data, static_cast<size_t>(length));
-    }
-    m_length = length;
+void BleNotificationClient::Attach(const Services& services) {
+    m_settingsMessage.Attach(services);
+    m_queryMessage.Attach(services);
+    m_commandMessage.Attach(services);
+    m_metadataMessage.Attach(services);
+    m_pushes.Attach(services.camera);
 }
 
-void BleNotificationClient::StoredResponse::Clear() {
-    m_data.reset();
-    m_capacity = 0;
-    m_length = 0;
-}
+// ---------------------------------------------------------------- interests
 
-bool BleNotificationClient::GetEnabledByStreamId(unsigned char streamId) const {
-    for (const StoredResponse& stored : m_storedResponses) {
-        if (stored.m_streamId == streamId) {
-            return stored.m_enabled;
-        }
-    }
-    return false;
-}
-
-void BleNotificationClient::SetCCCEnabled(unsigned char cccStreamId, unsigned char value) {
-    LOG_INFO("CCC stream ID %d", cccStreamId);
-    const auto row = std::find_if(std::begin(kDescriptors), std::end(kDescriptors),
-                                  [cccStreamId](const DescriptorRow& r) { return r.descriptorStream == cccStreamId; });
-    if (row == std::end(kDescriptors)) {
-        LOG_DEBUG("Invalid CCC stream ID %d", cccStreamId);
-        return;
-    }
-    const bool enable = value == kNotificationsEnabled;
-    for (size_t i = 0; i < m_storedResponses.size(); ++i) {
-        if (m_storedResponses[i].m_streamId != row->gateStream) {
-            continue;
-        }
-        m_storedResponses[i].m_enabled = enable;
-        if (enable) {
-            LOG_INFO("StoredResponse[%d] Enabling streamId:%d for connection: %d", static_cast<int>(i), row->gateStream,
-                     m_connectionId);
-        } else {
-            LOG_INFO("StoredResponse[%d] Disabling streamId:%d for connection:%d", static_cast<int>(i), row->gateStream,
-                     m_connectionId);
-        }
-    }
-}
-
-void BleNotificationClient::SetSensorCCCEnabled() {
-    for (StoredResponse& stored : m_storedResponses) {
-        stored.m_enabled = true;
-    }
-}
-
-void BleNotificationClient::StoreCommandResponse(const unsigned char* data, int size) {
-    m_storedResponses[eStoredCommand].Store(data, size);
-}
-
-void BleNotificationClient::StoreSettingsResponse(const unsigned char* data, int size) {
-    m_storedResponses[eStoredSettings].Store(data, size);
-}
-
-void BleNotificationClient::StoreQueryResponse(const unsigned char* data, int size) {
-    m_storedResponses[eStoredQuery].Store(data, size);
-}
-
-void BleNotificationClient::StoreSensorResponse(const unsigned char* data, int size) {
-    m_storedResponses[eStoredSensor].Store(data, size);
-}
-
-BleNotificationClient::StoredResponse* BleNotificationClient::GetHighestPriorityStoredResponse() {
-    RefillStoredPushes();
-    for (StoredResponse& stored : m_storedResponses) {
-        if (stored.m_enabled && stored.m_length > 0) {
-            return &stored;
-        }
-    }
-    return nullptr;
-}
-
-// ---------------------------------------------------------------- message processing
-
-bool BleNotificationClient::ProcessCommandMessage(unsigned char* packet, unsigned char* response,
-                                                  unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage<CommandInterface>(*this, m_commandMessage, m_storedResponses[eStoredCommand], packet,
-                                            {response, responseLength, kzErrno});
-}
-
-bool BleNotificationClient::ProcessSettingMessage(unsigned char* packet, unsigned char* response,
-                                                  unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage<SettingsInterface>(*this, m_settingsMessage, m_storedResponses[eStoredSettings], packet,
-                                             {response, responseLength, kzErrno});
-}
-
-bool BleNotificationClient::ProcessQueryMessage(unsigned char* packet, unsigned char* response,
-                                                unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage<QueryInterface>(*this, m_queryMessage, m_storedResponses[eStoredQuery], packet,
-                                          {response, responseLength, kzErrno});
-}
-
-bool BleNotificationClient::ProcessMetadataMessage(unsigned char* packet, unsigned char* response,
-                                                   unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage<SensorInterface>(*this, m_metadataMessage, m_storedResponses[eStoredSensor], packet,
-                                           {response, responseLength, kzErrno});
-}
-
-// ---------------------------------------------------------------- sensor streams
-
-bool BleNotificationClient::StoreMetadataDeviceName(std::string name) {
-    m_metadataDeviceName = std::move(name);
+bool BleNotificationClient::AddInterest(eNotificationType_t type, int id) {
+    m_interests.Add(type, id);
     return true;
 }
 
-void* BleNotificationClient::AddStreamBuffer(unsigned char index) {
-    if (index >= m_metadataStreams.size()) {
-        return nullptr;
-    }
-    m_metadataStreams[index] = {std::make_unique<unsigned char[]>(kMetadataStreamBufferSize).release(),
-                                ReleaseStreamBuffer};
-    return m_metadataStreams[index].get();
+bool BleNotificationClient::AddInterest(eNotificationType_t type, std::vector<int> ids) {
+    m_interests.Add(type, ids);
+    return true;
 }
 
-void BleNotificationClient::RemoveStreams() {
-    LOG_INFO("Disconnect so remove %d streams", m_metadataStreamCount);
-    for (size_t i = 0; i < m_metadataStreamCount && i < m_metadataStreams.size(); ++i) {
-        if (MetadataStreamClose(m_metadataStreams[i].get()) == nullptr) {
-            LOG_ERROR("Error RemoveStreams");
-        }
-        m_metadataStreams[i].reset();
-    }
-    KzBleServer* server = KzBleServer::GetInstance();
-    if (server->GetCsiValue(CSI_WMS_STATE) == kWmsStateConfigureMode) {
-        server->csi_set_no_rsp(CSI_WMS_REQUEST, &kWmsRequestExitConfigureMode, sizeof(kWmsRequestExitConfigureMode));
-        LOG_ERROR("EXIT CONFIGURE MODE on BLE DISCONNECT");
-    }
+bool BleNotificationClient::AddInterestAll(eNotificationType_t type) {
+    m_interests.AddAll(type);
+    return true;
 }
 
-void BleNotificationClient::ResetAllMetadataStreams() {
-    for (size_t i = 0; i < m_metadataStreamCount && i < m_metadataStreams.size(); ++i) {
-        LOG_INFO("ResetAllMetadataStreams");
-        MetadataStreamReset(m_metadataStreams[i].get());
-    }
+bool BleNotificationClient::RemoveInterest(eNotificationType_t type, int id) {
+    m_interests.Remove(type, id);
+    return true;
 }
 
-// ---------------------------------------------------------------- dump
+bool BleNotificationClient::RemoveInterest(eNotificationType_t type, std::vector<int> ids) {
+    m_interests.Remove(type, ids);
+    return true;
+}
+
+bool BleNotificationClient::RemoveInterestAll(eNotificationType_t type) {
+    m_interests.RemoveAll(type);
+    return true;
+}
+
+// ---------------------------------------------------------------- other parts
+
+bool BleNotificationClient::StoreMetadataDeviceName(std::string name) {
+    m_streams.m_metadataDeviceName = std::move(name);
+    return true;
+}
+
+bool BleNotificationClient::SetTransferringLarch(bool on) {
+    LOG_DEBUG("SetTransferringAccesoryDeviceOTA");
+    if (!on) {
+        return m_file.EndImage();
+    }
+    std::string path;
+    return !m_file.IsTransferringLarch() && LarchUpdateCheck(m_identity.m_deviceType, &path, 0, 0, 0) &&
+           m_file.StartImage(path);
+}
 
 void BleNotificationClient::Dump() const {
     if (kzUtilGetLogLevel() < KZ_LOG_INFO) {
         return;
     }
     LOG_INFO("========= DEVICE INFO =============");
-    LOG_INFO("connection_id         :%d", m_connectionId);
-    LOG_INFO("SDK in message count  :%d", m_inCount);
-    LOG_INFO("SDK out message count :%d", m_outCount);
-    LOG_INFO("SDK push message count:%d", m_pushCount);
-    for (const StoredResponse& stored : m_storedResponses) {
-        LOG_INFO("SDK Notify stream_id:%d enabled:%d", stored.m_streamId, stored.m_enabled);
-        LOG_INFO("    Bytes of stored response:%d", stored.m_length);
-    }
-    if (m_statusInterest.empty()) {
-        LOG_INFO("status interest       : NONE");
-    } else {
-        LOG_INFO("status interest       : %s", IdText(m_statusInterest).c_str());
-    }
-    if (m_settingsInterest.empty()) {
-        LOG_INFO("settings interest     : NONE");
-    } else {
-        LOG_INFO("settings interest     : %s", IdText(m_settingsInterest).c_str());
-    }
-    if (m_capabilitiesInterest.empty()) {
-        LOG_INFO("capabilities interest : NONE");
-    } else {
-        LOG_INFO("capabilities interest : %s", IdText(m_capabilitiesInterest).c_str());
-    }
+    LOG_INFO("connection_id         :%d", m_identity.m_connectionId);
+    LOG_INFO("SDK in message count  :%d", m_identity.m_inCount);
+    LOG_INFO("SDK out message count :%d", m_identity.m_outCount);
+    LOG_INFO("SDK push message count:%d", m_identity.m_pushCount);
+    m_answers.Dump();
+    const auto ids = [this](eNotificationType_t type) {
+        const std::string text = IdText(m_interests.Of(type));
+        return text.empty() ? std::string("NONE") : text;
+    };
+    LOG_INFO("status interest       : %s", ids(eNotifyStatus).c_str());
+    LOG_INFO("settings interest     : %s", ids(eNotifySettings).c_str());
+    LOG_INFO("capabilities interest : %s", ids(eNotifyCapabilities).c_str());
 }

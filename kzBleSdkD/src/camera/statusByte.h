@@ -1,9 +1,7 @@
-// What the daemon publishes of the camera's and its accessories' state, as values of CSI keys. Pure functions.
+// CSI_ST_STATE: the status byte that the camera publishes for remote devices. Pure functions.
 #pragma once
 
 #include <cstdint>
-
-// ---------------------------------------------------------------- CSI_ST_STATE, the status byte for remote devices
 
 // The inputs, as taken from the CSI notifications.
 struct StInputs {
@@ -16,9 +14,14 @@ struct StInputs {
 };
 
 constexpr uint32_t kGoodBatteryPercent = 20;
+constexpr uint32_t kFirstUnusableSdCardState = 2;
 
 constexpr uint8_t BatteryGood(uint32_t externalPower, uint32_t batteryPercent) {
     return externalPower != 0 || batteryPercent >= kGoodBatteryPercent ? 1 : 0;
+}
+
+constexpr uint8_t SdCardGood(uint32_t sdCardState) {
+    return sdCardState < kFirstUnusableSdCardState ? 1 : 0;
 }
 
 constexpr uint8_t StReady(const StInputs& in) {
@@ -30,17 +33,4 @@ constexpr uint8_t StReady(const StInputs& in) {
 constexpr uint8_t CsiStState(const StInputs& in) {
     return static_cast<uint8_t>((in.paused << 5) + (in.busy << 4) + (in.sdCardGood << 3) + (in.batteryGood << 2) +
                                 (in.newMedia << 1) + in.st);
-}
-
-// ---------------------------------------------------------------- CSI_ACCESSORY_UPDATE
-
-enum eAccessoryUpdate : uint32_t {
-    eAccessoryUpdateSending = 1,
-    eAccessoryUpdateFinished = 2,
-    eAccessoryUpdateFailed = 4,
-};
-constexpr uint32_t kAccessoryUpdateIdle = 0;
-
-constexpr uint32_t AccessoryUpdateState(uint8_t deviceType, uint8_t percent, eAccessoryUpdate phase) {
-    return static_cast<uint32_t>(deviceType) << 16 | static_cast<uint32_t>(percent) << 8 | phase;
 }

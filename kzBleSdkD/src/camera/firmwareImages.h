@@ -1,0 +1,13 @@
+// Whether the camera has a firmware image for an accessory, and whether the accessory should get it now. Command thread
+// only.
+#pragma once
+
+#include <string>
+
+// Finds the update image of a device type. Stores its path and returns true when there is one.
+bool GetLarchUpdate(unsigned char deviceType, std::string* path);
+
+// Whether an accessory of version major.minor.patch should be updated now; stores the image's path if so. Asks the
+// control daemon for the camera's state, and reads and checks the image. Every refusal is logged.
+bool LarchUpdateCheck(unsigned char deviceType, std::string* path, unsigned char major, unsigned char minor,
+                      unsigned char patch);

@@ -1,0 +1,62 @@
+#include "pushRegistration.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "cameraStatus.h"
+#include "kzControlCommands.h"
+#include "kzCtrlD/kzCtrlD.h"
+#include "utils.h"
+
+namespace {
+
+constexpr const char* kLogTag = "kzBleServer";
+
+// The argument of KZCONTROL_EVENT_REGISTER_MQUEUE.
+struct __attribute__((packed)) Registration {
+    uint32_t operation;
+    char queueName[256];
+    uint32_t reserved;
+};
+static_assert(sizeof(Registration) == 264);
+constexpr uint32_t kUnregister = 0;
+constexpr uint32_t kRegister = 1;
+
+int SendRegistration(uint32_t operation) {
+    Registration registration{};
+    registration.operation = operation;
+    std::memcpy(registration.queueName, kMqEvents, std::strlen(kMqEvents));
+    return kzcontrol_send_command_param_response(KZCONTROL_EVENT_REGISTER_MQUEUE, &registration, sizeof(registration),
+                                                 nullptr, 0);
+}
+
+}  // namespace
+
+int PushRegistration::RegisterForKzControlNotifications() {
+    if (m_registeredForPush) {
+        return 0;
+    }
+    if (m_camera.IsSuspended()) {
+        LOG_DEBUG(
+            "BLE device connected while SYS_SUSPENDED_UNSAFE, mobile should call caminfo  cmd to determine when resumed");
+        return -1;
+    }
+    if (SendRegistration(kRegister) != 0) {
+        LOG_ERROR("Unable to register with kzControl for push notifications");
+        return -1;
+    }
+    m_registeredForPush = true;
+    return 0;
+}
+
+int PushRegistration::UnregisterForKzControlNotifications() {
+    if (!m_registeredForPush) {
+        return 0;
+    }
+    m_registeredForPush = false;
+    if (SendRegistration(kUnregister) != 0) {
+        LOG_ERROR("Unable to unregister with kzControl for push notifications");
+        return -1;
+    }
+    return 0;
+}

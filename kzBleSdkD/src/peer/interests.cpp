@@ -1,0 +1,98 @@
+#include "interests.h"
+
+#include <algorithm>
+
+#include "bleSDK.h"
+#include "settingsStatusMapping.h"
+
+namespace {
+
+bool Contains(const std::vector<int>& ids, int id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+}  // namespace
+
+std::vector<int>* Interests::List(Type type) {
+    switch (type) {
+        case NotificationClient::eNotifyStatus:
+            return &m_statusInterest;
+        case NotificationClient::eNotifySettings:
+            return &m_settingsInterest;
+        case NotificationClient::eNotifyCapabilities:
+            return &m_capabilitiesInterest;
+        case NotificationClient::eNotifyCSI:
+            return &m_interestedCSIs;
+        case NotificationClient::eNotifyLcd:
+            return &m_lcdInterest;
+        case NotificationClient::eNotifyLed:
+            return &m_ledInterest;
+    }
+    return nullptr;
+}
+
+const std::vector<int>& Interests::Of(Type type) const {
+    static const std::vector<int> kNone;
+    const std::vector<int>* list = const_cast<Interests*>(this)->List(type);
+    return list != nullptr ? *list : kNone;
+}
+
+void Interests::Add(Type type, int id) {
+    std::vector<int>* list = List(type);
+    if (list != nullptr && !Contains(*list, id)) {
+        list->push_back(id);
+    }
+}
+
+void Interests::Add(Type type, const std::vector<int>& ids) {
+    std::vector<int>* list = List(type);
+    if (list != nullptr) {
+        list->insert(list->end(), ids.begin(), ids.end());
+        std::sort(list->begin(), list->end());
+        list->erase(std::unique(list->begin(), list->end()), list->end());
+    }
+}
+
+void Interests::AddAll(Type type) {
+    switch (type) {
+        case NotificationClient::eNotifyLcd:
+        case NotificationClient::eNotifyLed:
+            List(type)->clear();
+            return;
+        case NotificationClient::eNotifyStatus:
+            if (const SettingsStatusMapping* model = BleSDK::LoadedMapping(); model != nullptr) {
+                model->GetValidStatusIds(*List(type));
+            }
+            return;
+        case NotificationClient::eNotifySettings:
+        case NotificationClient::eNotifyCapabilities:
+            if (const SettingsStatusMapping* model = BleSDK::LoadedMapping(); model != nullptr) {
+                model->GetValidSettingsIds(*List(type));
+            }
+            return;
+        case NotificationClient::eNotifyCSI:
+            return;
+    }
+}
+
+void Interests::Remove(Type type, int id) {
+    std::vector<int>* list = List(type);
+    if (list != nullptr) {
+        std::erase(*list, id);
+    }
+}
+
+void Interests::Remove(Type type, const std::vector<int>& ids) {
+    std::vector<int>* list = List(type);
+    if (list != nullptr) {
+        std::erase_if(*list, [&ids](int id) { return Contains(ids, id); });
+        std::sort(list->begin(), list->end());
+    }
+}
+
+void Interests::RemoveAll(Type type) {
+    std::vector<int>* list = type != NotificationClient::eNotifyCSI ? List(type) : nullptr;
+    if (list != nullptr) {
+        list->clear();
+    }
+}

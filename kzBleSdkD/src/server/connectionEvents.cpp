@@ -1,0 +1,143 @@
+#include "connectionEvents.h"
+
+#include "FlexValue.h"
+#include "accessoryState.h"
+#include "bleSDK.h"
+#include "cameraCalls.h"
+#include "cameraStatus.h"
+#include "clientTable.h"
+#include "csi/csiKeys.h"
+#include "csiPort.h"
+#include "fileTransfers.h"
+#include "pushRegistration.h"
+#include "radioPort.h"
+#include "sensorHandOver.h"
+#include "settingsStatusMapping.h"
+#include "utils.h"
+
+namespace {
+
+constexpr const char* kLogTag = "kzBleServer";
+
+// A sensor connected: reported to the analytics.
+constexpr uint8_t kSensorAnalytics[] = {0x76, 0x10, 0xFF, 0xFF};
+
+// Status 33 after the last client left: a value the camera does not report, so that its next report counts as a change.
+constexpr unsigned char kStatusUnknown = 255;
+
+// State and request of the wireless management service while an accessory configures the network.
+constexpr uint32_t kWmsStateConfigureMode = 17;
+constexpr uint8_t kWmsRequestExitConfigureMode = 2;
+
+// Who leaves in configure mode leaves the camera in it, unless it is told to end it.
+void EndConfigureMode(const CameraStatus& camera) {
+    if (camera.GetCsiValue(CSI_WMS_STATE) == kWmsStateConfigureMode) {
+        csi_set_no_rsp(CSI_WMS_REQUEST, &kWmsRequestExitConfigureMode, sizeof(kWmsRequestExitConfigureMode));
+        LOG_ERROR("EXIT CONFIGURE MODE on BLE DISCONNECT");
+    }
+}
+
+const uint8_t* RecordBytes(const ble_message_t& record) {
+    return reinterpret_cast<const uint8_t*>(&record);
+}
+
+}  // namespace
+
+bool ConnectionEvents::UpdateBleDeviceStatus(const ble_message_t& record) {
+    {
+        const ClientLock lock(m_parts.clients.Mutex());
+        if (BleNotificationClient* client = m_parts.clients.LookUp(record.connectionId); client != nullptr) {
+            UpdateClient(*client, record);
+            return true;
+        }
+    }
+    if (record.eventType != KZBLE_SDK_EVENT_Conn) {
+        LOG_ERROR("Unhandled device conenction event_type:%d", record.eventType);
+        return false;
+    }
+    return AddClient(record);
+}
+
+void ConnectionEvents::UpdateClient(BleNotificationClient& client, const ble_message_t& record) {
+    switch (record.eventType) {
+        case KZBLE_SDK_EVENT_Disconn:
+            RemoveClient(client);
+            break;
+        case KZBLE_SDK_EVENT_CCC:
+            LOG_INFO("Set CCC enabled Zorvik as peripheral");
+            client.SetCCCEnabled(record.streamId, record.dataLength);
+            break;
+        case KZBLE_SDK_EVENT_SensorCCC:
+            LOG_INFO("Set CCC enabled Zorvik as central");
+            client.SetSensorCCCEnabled();
+            break;
+        default:
+            LOG_WARN("Received event %d for already connected BLE client on connection_id %d", record.eventType,
+                     record.connectionId);
+            break;
+    }
+}
+
+// ---------------------------------------------------------------- a client leaves
+
+void ConnectionEvents::RemoveClient(BleNotificationClient& client) {
+    if (client.m_streams.m_metadataStreamCount > 0) {
+        m_parts.sensorHandOver.HandOverUnsent();
+    }
+    client.RemoveStreams();
+    EndConfigureMode(m_parts.camera);
+    EndTransfers(client);
+    SetCsi(CSI_CONNECTED_ACCESSORY, uint32_t{0});
+    m_parts.radio.SetPacketTimer(false);
+    m_parts.clients.Remove(client);
+}
+
+void ConnectionEvents::EndTransfers(BleNotificationClient& client) {
+    if (client.IsTransferringSettingsJSON()) {
+        LOG_INFO("A client with active file transfer disconnected.");
+        m_parts.transfers.StopSettingsJSON(client);
+    }
+    if (client.IsTransferringLarch()) {
+        LOG_DEBUG("A client with active file transfer disconnected.");
+        m_parts.transfers.StopTransfer(&client);
+        PostAccessoryUpdate(client.m_identity.m_deviceType, 0, eAccessoryUpdateFailed);
+        PostAccessoryUpdateIdle();
+    }
+}
+
+void ConnectionEvents::UnregisterAfterLastDisconnection() {
+    if (m_parts.clients.GetClientCount() > 0) {
+        return;
+    }
+    LOG_INFO("No devices connected, unregistering for push notifications from kzControlD");
+    m_parts.registration.UnregisterForKzControlNotifications();
+    if (SettingsStatusMapping* model = BleSDK::LoadedMapping(); model != nullptr) {
+        FlexValue unknown(eValueWidth1Byte, 0);
+        unknown.SetValue(kStatusUnknown);
+        model->SetStatusValue(SettingsStatusMapping::kStatusIdResetOnDisconnect, unknown);
+    }
+}
+
+// ---------------------------------------------------------------- a client comes
+
+bool ConnectionEvents::AddClient(const ble_message_t& record) {
+    LOG_INFO("KZ_GATT_STREAM_EVENT_TYPE_Conn");
+    const uint8_t deviceId = m_parts.clients.DeviceIdOfAddress(RecordBytes(record) + kConnAddressOffset);
+    const uint8_t deviceType = RecordBytes(record)[kConnDeviceTypeOffset];
+    BleNotificationClient* client = m_parts.clients.Add(record.connectionId, deviceId, deviceType);
+    if (client == nullptr) {
+        return false;
+    }
+    client->Attach(m_parts.services);
+    if (deviceType == KZ_CALLER_BLE_SENSOR) {
+        LOG_INFO("Developer Program Analytics - KZ_CALLER_BLE_SENSOR");
+        csi_set_no_rsp(CSI_CLIENT_ANALYTICS, kSensorAnalytics, sizeof(kSensorAnalytics));
+    }
+    return true;
+}
+
+void ConnectionEvents::RegisterAfterConnection() {
+    if (m_parts.clients.GetClientCount() > 0) {
+        m_parts.registration.RegisterForKzControlNotifications();
+    }
+}

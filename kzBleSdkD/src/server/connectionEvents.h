@@ -1,0 +1,45 @@
+// ConnectionEvents: what happens when a device connects, disconnects or changes what it wants to be notified of: the
+// client comes into the table or leaves it with all that hung on it, and the registration for the control daemon's
+// pushes follows. Command thread only.
+#pragma once
+
+#include "skylark/bleMessage.h"
+
+class BleNotificationClient;
+class CameraStatus;
+class ClientTable;
+class FileTransfers;
+class PushRegistration;
+class RadioPort;
+class SensorHandOver;
+struct Services;
+
+class ConnectionEvents {
+  public:
+    struct Parts {
+        ClientTable& clients;
+        const CameraStatus& camera;
+        PushRegistration& registration;
+        RadioPort& radio;
+        FileTransfers& transfers;
+        SensorHandOver& sensorHandOver;
+        const Services& services;  // for every client that connects
+    };
+    explicit ConnectionEvents(const Parts& parts) : m_parts(parts) {}
+
+    // Carries out a connection, disconnection or notification-enable record. False, with a line in the log, for an
+    // event of an unknown connection and for a connection beyond the limit. Takes the lock.
+    bool UpdateBleDeviceStatus(const ble_message_t& record);
+
+    // Follow a connection and a disconnection record.
+    void RegisterAfterConnection();
+    void UnregisterAfterLastDisconnection();
+
+  private:
+    void UpdateClient(BleNotificationClient& client, const ble_message_t& record);
+    void RemoveClient(BleNotificationClient& client);
+    void EndTransfers(BleNotificationClient& client);
+    bool AddClient(const ble_message_t& record);
+
+    Parts m_parts;
+};
