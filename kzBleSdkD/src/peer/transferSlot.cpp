@@ -39,6 +39,7 @@ bool TransferSlot::StartSettingsJSONFileTransfer(FileSender& sender) {
         LOG_ERROR("Unable to start a settings file transfer");
         return false;
     }
-    LOG_INFO("Consuming a file transfer slot, count = %d", Take());
+    Take();
+    LOG_INFO("Consuming a file transfer slot, count = %d", m_fileTransferSlots);
     return true;
 }

@@ -12,8 +12,9 @@ class TransferSlot {
     bool IsFileTransferSlotAvailable() const;
     bool IsTaken() const { return m_fileTransferSlots != 0; }
 
-    // Takes the slot; the caller has seen that it is free. Returns the slots in use, for the caller's log.
-    uint32_t Take() { return ++m_fileTransferSlots; }
+    // Takes the slot; the caller has seen that it is free.
+    void Take() { ++m_fileTransferSlots; }
+    uint32_t SlotsInUse() const { return m_fileTransferSlots; }
     // Frees the slot. False, with a line in the log, when no transfer holds it.
     bool ReleaseFileTransferSlot();
     static void LogNoneTaken();

@@ -36,7 +36,8 @@ bool FileTransfers::StartLarchFileTransfer(BleNotificationClient* client) {
         LOG_ERROR("Unable to start a settings file transfer");
         return false;
     }
-    LOG_DEBUG("Consuming a file transfer slot, count = %d", m_slot.Take());
+    m_slot.Take();
+    LOG_DEBUG("Consuming a file transfer slot, count = %d", m_slot.SlotsInUse());
     PostAccessoryUpdate(client->m_identity.m_deviceType, 0, eAccessoryUpdateSending);
     return true;
 }
