@@ -5,8 +5,8 @@
 //   4  n  a KZMF payload
 //
 // When: every second tick, for all streams; at once when the unsent samples come near what a record holds, and before a
-// client's streams are closed, for the streams with unsent samples alone. So a stream is emptied long before its area
-// is full.
+// client's streams are closed, for the streams with unsent samples or sticky values alone. So a stream is emptied long
+// before its area is full.
 #include <array>
 #include <cstdint>
 
@@ -80,9 +80,9 @@ void HandOverPayload(IpcRecord& record, uint32_t size) {
 
 // The caller holds the server lock. With many streams the containers and counters alone outgrow a record, so the
 // streams go in groups, each a payload of its own.
-void HandOver(bool samplesOnly) {
+void HandOver(bool unsentOnly) {
     static IpcRecord record;  // under the server lock
-    kzmfGroup group{.limit = kLongestIpcPayload, .samplesOnly = samplesOnly, .position = 0};
+    kzmfGroup group{.limit = kLongestIpcPayload, .unsentOnly = unsentOnly, .position = 0};
     for (bool first = true;; first = false) {
         uint32_t size = 0;
         if (MetadataGetPayloadGroup(group, record.payload(), kPayloadBudget, nullptr, &size) != kKzmfDone) {
