@@ -6,16 +6,12 @@
 #include <cstdint>
 #include <vector>
 
-#include "featureStatus.h"
-
 class MemoryStream;
 class SettingsStatusMapping;
 
-constexpr unsigned kMaxFeaturePush = 2 + kMaxFeatureStatus;  // of all but presets, which take what room there is
-
 // Builds the notification of a change of CSI key `key` from the server's CSI values. `field` is the field number of the
-// changed value within its message; `interest` are the client's CSI keys, not empty. False, after a log line, when
-// there is nothing to tell; the stream may then hold a part of a message. The stream must have room for
-// kMaxFeaturePush bytes.
+// changed value within its message; `interest` are the client's CSI keys, not empty. The stream has room for the two
+// bytes in front of the message at least; presets are carried with as much detail as fits it. False, after a log line,
+// when there is nothing to notify of or the message does not fit; the stream may then hold a part of it.
 bool BuildFeaturePush(uint32_t key, uint32_t field, const std::vector<int>& interest,
                       const SettingsStatusMapping& model, MemoryStream& stream);

@@ -1,7 +1,6 @@
 // The fan-out of changes: every client gets the chance to build a push, which leaves on the query response stream.
 #include "MemStream.h"
 #include "bleSDK.h"
-#include "featurePush.h"
 #include "kzBleServer.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
@@ -24,7 +23,6 @@ void LogStatusDropped(const ble_message_t& record) {
 struct KzBleServer::PushKind {
     NotificationClient::eNotificationType_t type;
     NotificationClient::eNotificationType_t storedAs;
-    unsigned leastRoom;                                                      // bytes that one push must be given
     void (SettingsStatusMapping::*changedIds)(std::vector<int>& ids) const;  // null: not a change of the model
     void (*logAttempt)(uint32_t connectionId);
     void (*logBuilt)(unsigned short length);
@@ -39,7 +37,6 @@ struct KzBleServer::PushKind {
 const KzBleServer::PushKind KzBleServer::PushKind::kSettings = {
     NotificationClient::eNotifySettings,
     NotificationClient::eNotifySettings,
-    kMaxSimpleLength,
     &SettingsStatusMapping::GetChangedSettingsIds,
     [](uint32_t) {},
     [](unsigned short length) { LOG_INFO("Client provided data for push response, length:%d", length); },
@@ -52,7 +49,6 @@ const KzBleServer::PushKind KzBleServer::PushKind::kSettings = {
 const KzBleServer::PushKind KzBleServer::PushKind::kStatus = {
     NotificationClient::eNotifyStatus,
     NotificationClient::eNotifyStatus,
-    kMaxSimpleLength,
     &SettingsStatusMapping::GetChangedStatusIds,
     LogAttempt,
     [](unsigned short) {},
@@ -62,7 +58,6 @@ const KzBleServer::PushKind KzBleServer::PushKind::kStatus = {
 const KzBleServer::PushKind KzBleServer::PushKind::kCapabilities = {
     NotificationClient::eNotifyCapabilities,
     NotificationClient::eNotifyCapabilities,
-    kMaxSimpleLength,
     &SettingsStatusMapping::GetCapabilityChangedSettingsIds,
     [](uint32_t) {},
     [](unsigned short) {},
@@ -76,7 +71,6 @@ const KzBleServer::PushKind KzBleServer::PushKind::kCapabilities = {
 const KzBleServer::PushKind KzBleServer::PushKind::kCsi = {
     NotificationClient::eNotifyCSI,
     NotificationClient::eNotifyStatus,
-    kMaxFeaturePush,
     nullptr,
     LogAttempt,
     [](unsigned short) {},
@@ -123,7 +117,7 @@ bool KzBleServer::PushToClient(const PushKind& kind, BleNotificationClient& clie
     bool several = false;
     bool produced = false;
     for (;;) {
-        unsigned short length = GetPushRoom(kind.leastRoom);
+        unsigned short length = GetPushRoom();
         int kzErrno = KZ_OK;
         if (!client.ExecutePush(kind.type, *offered, m_msgBuffer.get(), &length, &kzErrno)) {
             return produced;

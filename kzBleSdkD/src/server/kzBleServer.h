@@ -163,8 +163,9 @@ class KzBleServer {
     // Bytes of the longest response that the radio queue takes when it is empty: a longer one could never be sent. The
     // longest message while the queue is closed.
     uint16_t GetLongestResponse();
-    // Room for a push: kPushBufferSize, less where the radio queue could never take as much, but `least` in any case.
-    uint16_t GetPushRoom(unsigned least = kMaxSimpleLength);
+    // Room for a push: kPushBufferSize, less where the radio queue could never take as much, but one packet in any
+    // case.
+    uint16_t GetPushRoom();
     // Follows the depth of both radio queues; true when one is more than a third full and `tick` is a multiple of 3.
     bool TrackBleQStats(uint32_t tick);
     void ReportBleQStats();

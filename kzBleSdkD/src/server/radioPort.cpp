@@ -252,8 +252,8 @@ uint16_t KzBleServer::GetLongestResponse() {
     return static_cast<uint16_t>(LongestResponse(m_radioDepth));
 }
 
-uint16_t KzBleServer::GetPushRoom(unsigned least) {
-    return static_cast<uint16_t>(std::clamp<unsigned>(GetLongestResponse(), least, kPushBufferSize));
+uint16_t KzBleServer::GetPushRoom() {
+    return static_cast<uint16_t>(std::clamp<unsigned>(GetLongestResponse(), kMaxSimpleLength, kPushBufferSize));
 }
 
 unsigned KzBleServer::GetBleTxQueueAvailability(int* capacity) {
