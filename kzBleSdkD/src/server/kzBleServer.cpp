@@ -141,9 +141,9 @@ int KzBleServer::Shutdown() {
 void KzBleServer::StopThread() {
     m_stopRequested = true;
     m_running = false;
-    if (m_threadStarted) {
+    if (m_thread != kNoThread) {
         pthread_join(m_thread, nullptr);
-        m_threadStarted = false;
+        m_thread = kNoThread;
     }
 }
 
@@ -163,11 +163,11 @@ int KzBleServer::Start() {
     m_hasRun = false;
     const int error = pthread_create(&m_thread, nullptr, sThreadLoop, this);
     if (error != 0) {
+        m_thread = kNoThread;  // a failed attempt may leave anything there
         LOG_ERROR("pthread_create error, %d\n", error);
         InterfaceClose();
         return -1;
     }
-    m_threadStarted = true;
     return 0;
 }
 

@@ -267,8 +267,8 @@ class KzBleServer {
     // Receive buffer of three queues, and response buffer of every handler.
     std::unique_ptr<unsigned char[]> m_msgBuffer;
     bool m_shedding = false;  // whether the last radio record was shed
-    pthread_t m_thread{};
-    bool m_threadStarted = false;
+    static constexpr auto kNoThread = static_cast<pthread_t>(-1);
+    pthread_t m_thread = kNoThread;  // from a successful Start until the thread is joined
     std::atomic<bool> m_running{false};
     std::atomic<bool> m_hasRun{false};
     std::atomic<bool> m_stopRequested{false};  // a thread that is late to start must not run once it is being joined
