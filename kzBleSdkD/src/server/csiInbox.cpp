@@ -26,9 +26,25 @@ constexpr uint32_t kNoPush = 0;
 // Camera models that do not report new media.
 constexpr uint8_t kModelsWithoutNewMedia[] = {22, 23};
 
+// An element's text. A sender may count one terminating zero, which is no part of the text.
 std::string_view Text(const unsigned char* element) {
-    return element != nullptr ? std::string_view(reinterpret_cast<const char*>(tlv_data(element)), tlv_length(element))
-                              : std::string_view();
+    if (element == nullptr) {
+        return {};
+    }
+    std::string_view text(reinterpret_cast<const char*>(tlv_data(element)), tlv_length(element));
+    if (text.ends_with('\0')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// Reads a decimal number behind blanks and a sign; false, with `number` unchanged, when `text` begins with none.
+bool ReadDecimal(std::string_view text, int32_t& number) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    if (text.starts_with('+') && !text.starts_with("+-")) {
+        text.remove_prefix(1);
+    }
+    return std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
 }
 
 void LogUnexpectedCommand(std::string_view command) {
@@ -58,7 +74,8 @@ void CheckSubscriptionAnswer(const unsigned char* message) {
     }
 }
 
-// Turns a state event into its acknowledgement and sends it to the event's sender.
+// Turns a state event into its acknowledgement and sends it to the event's sender. Source and destination change their
+// roles and go back byte for byte, a terminating zero included.
 void Acknowledge(unsigned char* message, uint32_t size) {
     unsigned char* source = tlv_find(message, TLV_SRC);
     unsigned char* destination = tlv_find(message, TLV_DST);
@@ -374,9 +391,7 @@ bool KzBleServer::StoreCAHUploadProgress(const csiStruct* record) {
     std::string_view text(reinterpret_cast<const char*>(record->value), record->length);
     for (int32_t* number : {&m_cahProgress.currentFile, &m_cahProgress.totalFiles, &m_cahProgress.percentage}) {
         const size_t colon = text.find(':');
-        std::string_view part = text.substr(0, colon);
-        part.remove_prefix(std::min(part.find_first_not_of(' '), part.size()));
-        if (std::from_chars(part.data(), part.data() + part.size(), *number).ec != std::errc()) {
+        if (!ReadDecimal(text.substr(0, colon), *number)) {
             return false;
         }
         text = colon == std::string_view::npos ? std::string_view() : text.substr(colon + 1);
