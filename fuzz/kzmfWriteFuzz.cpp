@@ -83,7 +83,7 @@ void Extract(Input& input) {
 }
 
 void ExtractGroups(Input& input) {
-    kzmfGroup group{.limit = input.Byte() * 8u, .samplesOnly = input.Byte() % 2 == 1, .position = 0};
+    kzmfGroup group{.limit = input.Byte() * 8u, .unsentOnly = input.Byte() % 2 == 1, .position = 0};
     std::vector<uint8_t> buffer(input.Byte() * 16u);
     for (int turns = 0;; ++turns) {
         uint32_t size = 0;

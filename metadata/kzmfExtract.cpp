@@ -15,24 +15,20 @@ uint32_t NameLength(const kzmfStream& stream) {
     return static_cast<uint32_t>(strnlen(stream.name, kKzmfNameSize));
 }
 
-// A payload that somebody else made, kept whole in the data of one record.
+// A payload that somebody else made, kept whole in the data of one record. A record without data is none: it marks a
+// stream idle.
 bool IsPreformatted(const kzmfStream& stream) {
-    const uint32_t key = stream.payload.used != 0 ? KzmfReadKey(stream.payload.data) : stream.lastKey;
-    return stream.deviceId == kPreformattedDeviceId && key == kKeyPreformatted;
+    return stream.deviceId == kPreformattedDeviceId && stream.payload.used != 0 &&
+           KzmfReadKey(stream.payload.data) == kKeyPreformatted && KzmfRecordDataSize(stream.payload.data) != 0;
 }
 
 uint32_t PreformattedSize(const kzmfStream& stream) {
-    if (stream.payload.used == 0) {
-        return 0;
-    }
     const uint32_t size = KzmfRecordDataSize(stream.payload.data);
     return MetadataIsValidKZMF(stream.payload.data + kKzmfHeaderSize, size, true) && size % 4 == 0 ? size : 0;
 }
 
+// Whether anything was ever stored in the stream.
 bool HasContent(const kzmfStream& stream) {
-    if (IsPreformatted(stream)) {
-        return stream.payload.used != 0;
-    }
     return stream.payload.used != 0 || stream.sticky.used != 0 || stream.lastKey != 0;
 }
 
@@ -271,9 +267,14 @@ class Extraction {
     Extraction(const Extraction&) = delete;
     Extraction& operator=(const Extraction&) = delete;
 
-    // Takes `stream`, next in list order, when `accept` says so; it is asked with the stream's mutex held.
+    // Takes `stream`, next in list order.
+    void Take(kzmfStream& stream) {
+        pthread_mutex_lock(&stream.mutex);
+        stream.taken = 1;
+    }
+    // Takes it only when `accept` says so, which is asked with the stream's mutex held.
     template <typename Accept>
-    bool Take(kzmfStream& stream, Accept accept) {
+    bool TakeIf(kzmfStream& stream, Accept accept) {
         pthread_mutex_lock(&stream.mutex);
         if (accept(stream)) {
             stream.taken = 1;
@@ -291,7 +292,10 @@ class Extraction {
     }
 
     void EmptyPayloads() {
-        ForTaken([](kzmfStream& stream) { stream.payload.used = 0; });
+        ForTaken([](kzmfStream& stream) {
+            stream.payload.used = 0;
+            stream.stickyUnsent = 0;
+        });
     }
 
   private:
@@ -348,13 +352,12 @@ uint32_t MetadataGetPayloadAndSession(void* buffer, uint32_t bufferSize, void** 
     Measure payloadMeasure(0);
     Measure sessionMeasure(sessionRate);
     for (kzmfStream* stream = g_metadata_devices; stream != nullptr; stream = stream->next) {
-        if (extraction.Take(*stream, HasContent)) {
-            if (wantsPayload) {
-                payloadMeasure.Add(*stream);
-            }
-            if (wantsSession) {
-                sessionMeasure.Add(*stream);
-            }
+        extraction.Take(*stream);
+        if (wantsPayload) {
+            payloadMeasure.Add(*stream);
+        }
+        if (wantsSession) {
+            sessionMeasure.Add(*stream);
         }
     }
     const uint64_t needed = payloadMeasure.size() + sessionMeasure.size();
@@ -388,8 +391,8 @@ uint32_t MetadataGetPayloadGroup(kzmfGroup& group, void* buffer, uint32_t buffer
     bool full = false;
     for (kzmfStream* stream = StreamAt(group.position); stream != nullptr; stream = stream->next, ++group.position) {
         Measure longer = measure;
-        const bool taken = extraction.Take(*stream, [&](const kzmfStream& candidate) {
-            if (!HasContent(candidate) || (group.samplesOnly && candidate.payload.used == 0)) {
+        const bool taken = extraction.TakeIf(*stream, [&](const kzmfStream& candidate) {
+            if (group.unsentOnly ? !KzmfIsUnsent(candidate) : !HasContent(candidate)) {
                 return false;
             }
             longer.Add(candidate);
@@ -414,18 +417,14 @@ uint32_t MetadataGetPayloadGroup(kzmfGroup& group, void* buffer, uint32_t buffer
 
 uint32_t MetadataEstimateReadBufferSize(uint32_t sessionRate) {
     Measure measure(sessionRate);
-    ForEachStream([&](const kzmfStream& stream) {
-        if (HasContent(stream)) {
-            measure.Add(stream);
-        }
-    });
+    ForEachStream([&](const kzmfStream& stream) { measure.Add(stream); });
     return Saturated(measure.size());
 }
 
 uint32_t MetadataEstimateUnsentSize() {
     Measure measure(0);
     ForEachStream([&](const kzmfStream& stream) {
-        if (stream.payload.used != 0) {
+        if (KzmfIsUnsent(stream)) {
             measure.Add(stream);
         }
     });

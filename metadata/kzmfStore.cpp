@@ -160,10 +160,12 @@ void ReplaceSticky(uint8_t* stored, const KzmfSamples& samples, const kzmfStream
 
 uint32_t StoreSticky(kzmfStream& stream, const KzmfSamples& samples) {
     uint8_t* stored = KzmfFindRecord(stream.sticky, samples.key);
-    if (stored == nullptr) {
-        return AddRecord(stream.sticky, samples, stream);
+    if (stored != nullptr) {
+        ReplaceSticky(stored, samples, stream);
+    } else if (AddRecord(stream.sticky, samples, stream) != kKzmfDone) {
+        return kKzmfNoRoom;
     }
-    ReplaceSticky(stored, samples, stream);
+    stream.stickyUnsent = 1;
     return kKzmfDone;
 }
 
@@ -206,12 +208,8 @@ bool IsPlainCounter(const uint8_t* record) {
     return KzmfReadBE32(record + 4) == (uint32_t{'L'} << 24 | 4u << 16 | 1u);
 }
 
-// Samples are not stored uncounted.
+// The payload area alone decides: samples whose counter finds no room in the sticky area are stored uncounted.
 uint32_t StoreInPayload(kzmfStream& stream, const KzmfSamples& samples, uint32_t counted) {
-    uint8_t* counter = KzmfFindRecord(stream.sticky, kKeyTotalSamples);
-    if (counter == nullptr && counted != 0 && !KzmfHasRoom(stream.sticky, kKzmfCounterSize)) {
-        return kKzmfNoRoom;
-    }
     kzmfArea& area = stream.payload;
     uint8_t* record = FindOpenRecord(area, samples);
     const uint32_t result =
@@ -221,7 +219,8 @@ uint32_t StoreInPayload(kzmfStream& stream, const KzmfSamples& samples, uint32_t
     }
     stream.lastKey = samples.key;
     stream.lastHeader = samples.type << 24 | samples.structureSize << 16 | samples.repeat;
-    if (counter != nullptr && IsPlainCounter(counter)) {
+    if (uint8_t* counter = KzmfFindRecord(stream.sticky, kKeyTotalSamples);
+        counter != nullptr && IsPlainCounter(counter)) {
         KzmfWriteBE32(counter + kKzmfHeaderSize, KzmfReadBE32(counter + kKzmfHeaderSize) + counted);
     } else {
         KzmfCount(stream, kKeyTotalSamples, counted);
@@ -256,21 +255,21 @@ struct TimeOffset {
     bool present() const { return value != 0.0F; }
 };
 
-// The offset is stored first; when either finds no room, neither is stored.
+// The offset is stored first. A sticky area without room for it does not keep the samples from being stored; samples
+// that find no room take their offset back with them.
 uint32_t StoreWithTimeOffset(kzmfStream& stream, const KzmfSamples& samples, const TimeOffset& timeOffset) {
     uint8_t before[kKzmfStickySize];
     const uint32_t usedBefore = stream.sticky.used;
+    const uint32_t unsentBefore = stream.stickyUnsent;
     std::memcpy(before, stream.sticky.data, sizeof(before));
     uint8_t value[sizeof(float)];
     std::memcpy(value, &timeOffset.value, sizeof(float));
-    uint32_t result =
-        StoreSticky(stream, {kKeyTimeOffset, 'f', sizeof(float), 1, value, timeOffset.flags & kKzmfBigEndian});
-    if (result == kKzmfDone) {
-        result = Store(stream, samples, samples.repeat);
-    }
+    StoreSticky(stream, {kKeyTimeOffset, 'f', sizeof(float), 1, value, timeOffset.flags & kKzmfBigEndian});
+    const uint32_t result = Store(stream, samples, samples.repeat);
     if (result != kKzmfDone) {
         std::memcpy(stream.sticky.data, before, usedBefore);
         stream.sticky.used = usedBefore;
+        stream.stickyUnsent = unsentBefore;
     }
     return result;
 }

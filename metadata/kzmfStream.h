@@ -38,6 +38,7 @@ struct kzmfStream {
     uint32_t lastKey;                  // last record stored in the payload; 0 when there was none
     uint32_t lastHeader;               // its type, structure size and repeat
     uint32_t sessionPhase;             // samples still to pass over before the session copy takes one
+    uint32_t stickyUnsent;             // 1 when a sticky value was stored since the last extraction
     uint32_t taken;                    // 1 while an extraction holds this stream
     char name[kKzmfNameSize];          // not terminated when it fills the field
     char typeText[kKzmfTypeTextSize];  // the complex type; empty when none is known
@@ -94,6 +95,11 @@ struct KzmfSamples {
     uint32_t Length() const { return kKzmfHeaderSize + DataSize(); }  // of their record, without padding
     bool IsSticky() const { return (flags & kKzmfSticky) != 0; }
 };
+
+// Whether something was stored since the last extraction.
+inline bool KzmfIsUnsent(const kzmfStream& stream) {
+    return stream.payload.used != 0 || stream.stickyUnsent != 0;
+}
 
 // The first record of `area` with `key`, or null.
 inline uint8_t* KzmfFindRecord(const kzmfArea& area, uint32_t key) {

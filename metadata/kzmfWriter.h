@@ -64,8 +64,9 @@ bool MetadataHasStreams();
 //   kKzmfDone      stored; or dropped without a word: a key that is not four valid characters, a container whose data
 //                  is not a sequence of records
 //   kKzmfNoHandle
-//   kKzmfNoRoom    also for more than 255 bytes a sample or 65535 samples, and when the sticky area has no room for
-//                  the counters
+//   kKzmfNoRoom    no room in the area that the flags choose; also for more than 255 bytes a sample or 65535 samples
+// A sticky area without room for "TSMP" or "TIMO" does not refuse samples for the payload area: they are stored
+// without.
 uint32_t MetadataStreamWrite(void* handle, uint32_t key, uint32_t type, uint32_t structureSize, uint32_t repeat,
                              const void* data, uint32_t flags, float timeOffset);
 
@@ -81,7 +82,7 @@ uint32_t AppendFormattedMetadata(void* handle, const void* record, uint32_t leng
 // copy is asked for by its pair of out-parameters (either may be null); they are left alone on kKzmfNoRoom and say 0
 // bytes when there is nothing. In the session copy a record of at least 2 * sessionRate samples is thinned to about
 // `sessionRate` whole samples; a rate of 0 thins nothing. A stream that has had samples but has none now gives an empty
-// record and counts in "EMPT"; a stream that never had anything gives nothing.
+// record and counts in "EMPT"; one that never had anything gives an empty "STRM".
 uint32_t MetadataGetPayloadAndSession(void* buffer, uint32_t bufferSize, void** payload, uint32_t* payloadSize,
                                       void** session, uint32_t* sessionSize, uint32_t sessionRate);
 uint32_t MetadataGetPayload(void* buffer, uint32_t bufferSize, void** payload, uint32_t* payloadSize);
@@ -96,12 +97,13 @@ uint32_t MetadataMaximumReadBufferSize();
 // Where a round over the list stands.
 struct kzmfGroup {
     uint32_t limit;     // most bytes of one payload; a stream that is longer by itself gets a payload of its own
-    bool samplesOnly;   // pass over streams without unsent samples, empty records and all
+    bool unsentOnly;    // pass over streams in which nothing was stored since the last extraction
     uint32_t position;  // streams of the list already passed; 0 begins a round
 };
-// As MetadataGetPayload for the next streams of the round that fit the limit together. 0 bytes: the round is over.
-// kKzmfNoRoom: the next stream does not fit the buffer at all; it is passed over and keeps its samples.
+// As MetadataGetPayload for the next streams of the round that fit the limit together, without those that never had
+// anything. 0 bytes: the round is over. kKzmfNoRoom: the next stream does not fit the buffer at all; it is passed over
+// and keeps its samples.
 uint32_t MetadataGetPayloadGroup(kzmfGroup& group, void* buffer, uint32_t bufferSize, void** payload,
                                  uint32_t* payloadSize);
-// The size of a payload of the streams with unsent samples alone.
+// The size of a payload of the streams in which something was stored since the last extraction; 0 when there is none.
 uint32_t MetadataEstimateUnsentSize();

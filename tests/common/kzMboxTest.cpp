@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -58,9 +59,13 @@ TEST_F(Mbox, TrySendReportsEveryFailureOfThePeer) {
         {missing.c_str(), 3, KZ_SEND_GONE}, {narrow.c_str(), 5, KZ_SEND_GONE},
         {"no slash", 3, KZ_SEND_GONE},      {"", 3, KZ_SEND_GONE},
         {nullptr, 0, KZ_SEND_INVALID},      {queue.c_str(), KZMSG_MAX + 1, KZ_SEND_INVALID}};
+    const int lowestFree = dup(0);
+    close(lowestFree);
     for (const auto& [name, length, result] : kRows) {
         EXPECT_EQ(kzMbox_try_send(name, "message", length), result);
     }
+    EXPECT_EQ(dup(0), lowestFree) << "a queue stayed open";
+    close(lowestFree);
     EXPECT_TRUE(logged("No Longer an ASSERT: Mailbox Full: mbox=\"" + queue.name() + "\" >= 1 messages"));
     EXPECT_EQ(m_log.Count("[ERROR] target Mbox=\""), 4u);
     EXPECT_EQ(queue.take(), "mes");

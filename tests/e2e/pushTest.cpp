@@ -112,6 +112,12 @@ TEST_F(Push, SeveralCsiRecordsAreFannedOutOneByOneAndAcknowledgedOnce) {
     play({answers(1, kQuery, "f5 f7 08 02"), answers(1, kQuery, "f5 f7 10 32"), answers(1, kQuery, "f5 f7 08 04 18 00"),
           quiet()});
 
+    // A zero that ends a name counts or not; the elements go back as they came.
+    const std::string zero(1, '\0');
+    EXPECT_EQ(rig->notifyCsi("CN", csiRecord(kOtaPercentage, 50u), zero).text(),
+              "19 CN" + zero + " /to_blesdk>/to_e2e" + zero + ": 29 04 00 00 00 32 00 00 00 | 00");
+    play({answers(1, kQuery, "f5 f7 10 32"), quiet()});
+
     // A single notification holds one record only.
     play({notifies("CN", csiRecord(kOtaState, 2u) + csiRecord(kOtaPercentage, 50u)), answers(1, kQuery, "f5 f7 08 02"),
           quiet()});
@@ -134,9 +140,12 @@ TEST_F(Push, CsiKeysTellTheirFieldOrNothing) {
         SCOPED_TRACE(testing::Message() << "key " << int{silent});
         play({notifies("CN", csiRecord(silent, 1u)), notifies("CN", csiRecord(silent, 0u)), quiet()});
     }
-    play({notifies("CN", csiRecord(94, textBytes("3:10:27"))), answers(1, kQuery, "f5 ff 88 01 03 90 01 0a 98 01 1b"),
-          notifies("CN", csiRecord(94, textBytes("5:302"))), logs("[DEBUG] Error parsing CSI_CAH_UPLOAD_PROGRESS"),
-          quiet()});
+    play({notifies("CN", csiRecord(94, textBytes("+3: +10:27"))),
+          answers(1, kQuery, "f5 ff 88 01 03 90 01 0a 98 01 1b")});
+    for (const char* broken : {"5:302", "5:+-302:1", "5:+:1"}) {
+        play({notifies("CN", csiRecord(94, textBytes(broken))), logs("[DEBUG] Error parsing CSI_CAH_UPLOAD_PROGRESS"),
+              quiet()});
+    }
     // The card is told of only while streaming.
     play({notifies("CN", csiRecord(kLiveStreamState, 19u)), drains(), notifies("CN", csiRecord(kSdCard, 2u)),
           answers(1, kQuery, "f5 f5 08 03 10 00 18 00 20 00"), quiet()});

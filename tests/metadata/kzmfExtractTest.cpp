@@ -44,7 +44,9 @@ TEST(KzmfPayload, HoldsDevicesWithTheirStreams) {
 
 TEST(KzmfPayload, StreamWithoutSamplesGivesAnEmptyRecordOfItsLastKeyAndCounts) {
     const TestStream stream;
-    EXPECT_EQ(Extract(0).payload, "") << "never had anything";
+    const Copies never = Extract(2);
+    EXPECT_EQ(never.payload, "DEVC:1x32{" + kDevice + "STRM:1x0{}}") << "never had anything";
+    EXPECT_EQ(never.session, never.payload);
 
     stream.Write(Sample("UNIT", 1, kKzmfSticky));
     EXPECT_EQ(Records(TakePayload()), "DEVC:1x44{" + kDevice + "STRM:1x12{UNIT:S2x1:00010000}}");
@@ -98,6 +100,9 @@ TEST(KzmfPayload, PreformattedOneIsCopiedWhenItIsValidAndThrownAwayOtherwise) {
         preformatted.Write(Text("PFRM", text));
         EXPECT_EQ(ReadKzmf(TakePayload()).devices.size(), 2u) << text;  // those around it
     }
+    const Copies idle = Extract(0);
+    EXPECT_NE(idle.payload.find("DVNM:c1x3:50524500 STRM:1x32{EMPT:L4x1:00000001 TSMP"), std::string::npos);
+    EXPECT_EQ(idle.session, idle.payload);
 }
 
 // ---------------------------------------------------------------- session copies

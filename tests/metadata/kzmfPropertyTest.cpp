@@ -43,6 +43,8 @@ class RandomRun {
     explicit RandomRun(unsigned seed) : m_random(seed) {
         for (uint32_t id = 0; id < 4; ++id) {
             m_streams.push_back(std::make_unique<TestStream>(id + 1, "X", 776 + Up(2000)));
+            m_streams.back()->Write(Sample("KAAA", 1));  // the counter has its place before sticky values take it
+            stored[id + 1] = 1;
         }
     }
     void Step() {
@@ -91,7 +93,7 @@ class RandomRun {
         }
     }
     void ExtractGroups() {
-        kzmfGroup group{.limit = 400 + Up(2000), .samplesOnly = Up(2) == 0, .position = 0};
+        kzmfGroup group{.limit = 400 + Up(2000), .unsentOnly = Up(2) == 0, .position = 0};
         std::vector<uint8_t> buffer(4000);
         for (uint32_t size = 1; size != 0;) {
             ASSERT_EQ(MetadataGetPayloadGroup(group, buffer.data(), 4000, nullptr, &size), kKzmfDone);

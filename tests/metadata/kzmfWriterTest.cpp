@@ -105,6 +105,15 @@ TEST(KzmfStore, SamplesJoinTheRecordOfTheirKeyAndLayoutAndAreCounted) {
         << "a time offset is kept beside its sample, in its byte order";
 }
 
+TEST(KzmfStore, SampleIsStoredAlsoWhenTheStickyAreaIsFull) {
+    const std::string areas =
+        AreasAfter({Text("FULL", std::string(240, 'x'), kKzmfSticky), Sample("HRAT", 72, 0, 2.0F), Sample("HRAT", 73)});
+
+    EXPECT_EQ(areas.substr(0, 34), "HRAT:S2x2:00480049 | FULL:c1x240:7");
+    EXPECT_EQ(areas.find("TSMP"), std::string::npos);
+    EXPECT_EQ(areas.find("TIMO"), std::string::npos);
+}
+
 TEST(KzmfStore, StickyValueIsReplacedByOneOfTheSameRoomOrAddedToACounterOfTypeLOrH) {
     EXPECT_EQ(AreasAfter({Text("NAME", "abcd", kKzmfSticky), Text("NAME", "xyz", kKzmfSticky)}),
               " | NAME:c1x3:78797A00");

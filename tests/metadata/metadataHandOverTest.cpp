@@ -97,20 +97,24 @@ TEST_F(MetadataHandOver, HappensOnEverySecondTickWhileAStreamIsOpen) {
     EXPECT_TRUE(log.Texts().empty());
 }
 
-TEST_F(MetadataHandOver, BeforeAClientGoesSendsTheUnsentSamplesAlone) {
+TEST_F(MetadataHandOver, BeforeAClientGoesSendsOnceWhatIsUnsent) {
     const TestStream idle(1025);
     const TestStream leaving(1026);
+    const TestStream described(1027);
     idle.Write(Sample("IDLE", 1));
     server.writeSession();
     fakes::ForgetCalls();
     leaving.Write(Sample("LEFT", 2));
+    described.Write(Sample("UNIT", 3, kKzmfSticky));
 
+    server.HandOverMetadata();
     server.HandOverMetadata();
 
     Receive();
     EXPECT_EQ(records, 1u);
     EXPECT_EQ(samples.count("IDLE"), 0u);
     EXPECT_EQ(samples["LEFT"], 1u);
+    EXPECT_EQ(samples["UNIT"], 1u);
 }
 
 // Accessories with the longest name, three streams and one key of the longest samples in each.

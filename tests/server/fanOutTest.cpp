@@ -1,5 +1,6 @@
 // The fan-out: who is told what, in which order, and what becomes of a push that finds the radio queue full.
 #include "bleSDK.h"
+#include "kzControlCommands.h"
 #include "serverFixture.h"
 
 namespace server_test {
@@ -56,6 +57,32 @@ TEST_F(FanOutTest, AWaitingPushThatIsOvertakenIsToldLaterFromCurrentValues) {
     EXPECT_EQ(TakeTold(),
               (std::vector<Told>{{3, Bytes{0x93, 0, 8, 1, 2, 29, 21} + fakes::BytesOf("a text of two packets")}}));
     EXPECT_FALSE(Server().CheckClientsStoredResponses());
+}
+
+TEST_F(FanOutTest, AFeaturePushHoldsNoMoreThanTheRadioQueueTakes) {
+    BleNotificationClient& client = Connect(3);
+    client.AddInterest(kCsi, CSI_PRESETS_MODIFIED);
+    Bytes presets{10, 211, 1, 8, 1};  // one group with eight presets of 26 bytes
+    for (uint8_t id = 10; id < 18; ++id) {
+        presets = presets + Bytes{0x12, 24,   8, id,   0x10, 15,   0x18, 1,    0x20, 1,    0x28, 1,    0x30,
+                                  20,   0x3A, 6, 0x08, 2,    0x10, 9,    0x18, 1,    0x40, 0,    0x48, 1};
+    }
+    fakes::OnCommand(KZCONTROL_PRESET_GET_PRESETS, 0, presets);
+    NotifyCsi(CSI_MODEL_NUMBER, Le32(51));
+    const auto told = [&](long depth, uint8_t key, const Bytes& value) {
+        SetRadioDepth(depth);
+        Server().m_radioDepth = 0;  // read again
+        NotifyCsi(key, value);
+        EXPECT_EQ(client.GetHighestPriorityStoredResponse(), nullptr) << depth;
+        const std::vector<Told> all = TakeTold();
+        return all.empty() ? 0 : all[0].message.size();
+    };
+
+    EXPECT_EQ(told(12, CSI_PRESETS_MODIFIED, {1}), 219u);
+    EXPECT_EQ(told(11, CSI_PRESETS_MODIFIED, {1}), 42u) << "the ids alone";
+    EXPECT_EQ(told(2, CSI_PRESETS_MODIFIED, {1}), 0u);
+    EXPECT_EQ(told(2, CSI_CAH_UPLOAD_PROGRESS, fakes::BytesOf("999999999:999999999:999999999")), 23u);
+    EXPECT_EQ(told(1, CSI_CAH_UPLOAD_PROGRESS, fakes::BytesOf("999999999:999999999:999999999")), 0u);
 }
 
 // ---------------------------------------------------------------- more than one push holds

@@ -12,6 +12,15 @@ namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
+// Reads a decimal number behind blanks and a sign; false, with `number` unchanged, when `text` begins with none.
+bool ReadDecimal(std::string_view text, int32_t& number) {
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    if (text.starts_with('+') && !text.starts_with("+-")) {
+        text.remove_prefix(1);
+    }
+    return std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- notifications
@@ -32,9 +41,7 @@ bool CameraStatus::StoreCAHUploadProgress(const csiStruct* record) {
     std::string_view text(reinterpret_cast<const char*>(record->value), record->length);
     for (int32_t* number : {&m_cahProgress.currentFile, &m_cahProgress.totalFiles, &m_cahProgress.percentage}) {
         const size_t colon = text.find(':');
-        std::string_view part = text.substr(0, colon);
-        part.remove_prefix(std::min(part.find_first_not_of(' '), part.size()));
-        if (std::from_chars(part.data(), part.data() + part.size(), *number).ec != std::errc()) {
+        if (!ReadDecimal(text.substr(0, colon), *number)) {
             return false;
         }
         text = colon == std::string_view::npos ? std::string_view() : text.substr(colon + 1);

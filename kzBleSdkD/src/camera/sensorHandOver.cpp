@@ -53,8 +53,8 @@ void SensorHandOver::HandOverUnsent() {
 
 // With many streams the containers and counters alone outgrow a record, so the streams go in groups, each a payload of
 // its own.
-void SensorHandOver::HandOver(bool samplesOnly) {
-    kzmfGroup group{.limit = kLongestIpcPayload, .samplesOnly = samplesOnly, .position = 0};
+void SensorHandOver::HandOver(bool unsentOnly) {
+    kzmfGroup group{.limit = kLongestIpcPayload, .unsentOnly = unsentOnly, .position = 0};
     for (bool first = true;; first = false) {
         uint32_t size = 0;
         if (MetadataGetPayloadGroup(group, Payload(), kPayloadBudget, nullptr, &size) != kKzmfDone) {

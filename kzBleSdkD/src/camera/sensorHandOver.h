@@ -5,8 +5,8 @@
 //   4  n  a KZMF payload
 //
 // When: every second tick, for all streams; at once when the unsent samples come near what a record holds, and before a
-// client's streams are closed, for the streams with unsent samples alone. So a stream is emptied long before its area
-// is full.
+// client's streams are closed, for the streams with unsent samples or sticky values alone. So a stream is emptied long
+// before its area is full.
 //
 // Command thread only, with the client table's lock held.
 #pragma once
@@ -20,9 +20,9 @@ class SensorHandOver {
     static bool IsSessionOver(uint32_t tick);
     // Hands over all streams.
     void writeSession() { HandOver(false); }
-    // Hands over the unsent samples when the next sample might not fit a record with them.
+    // Hands over what is unsent when the next sample might not fit a record with them.
     void HandOverIfNearLimit();
-    // Hands over the unsent samples, if there are any.
+    // Hands over the unsent samples and sticky values, if there are any.
     void HandOverUnsent();
 
   private:
@@ -30,7 +30,7 @@ class SensorHandOver {
     static constexpr uint32_t kPayloadBudget = 4000;
     static constexpr uint32_t kFirstSequenceNumber = 49;
 
-    void HandOver(bool samplesOnly);
+    void HandOver(bool unsentOnly);
     void HandOverPayload(uint32_t size);
     void WriteSequenceNumber();
     uint8_t* Payload() { return m_record.data() + kSequenceSize; }

@@ -20,6 +20,20 @@ namespace {
 
 constexpr const char* kLogTag = "bleDevice.cpp";
 
+// Appends the message of a status if the stream has the room.
+template <typename Status>
+bool AppendStatus(const Status& status, MemoryStream& stream) {
+    unsigned char bytes[kMaxFeatureStatus];
+    MemoryStream message(bytes, sizeof(bytes));
+    message << status;
+    if (message.getLength() > stream.getRemainder()) {
+        LOG_ERROR("Feature notification of %d bytes does not fit a push", message.getLength());
+        return false;
+    }
+    stream.writeArray(bytes, message.getLength());
+    return true;
+}
+
 // ---------------------------------------------------------------- cloud upload
 
 void FillDeviceManager(const CameraStatus& camera, CahStatus& status) {
@@ -91,8 +105,7 @@ bool BuildCah(const FeatureChange& change, MemoryStream& stream) {
         if (row.field == change.field) {
             CahStatus status;
             row.fill(change.camera, status);
-            stream << status;
-            return true;
+            return AppendStatus(status, stream);
         }
     }
     LOG_ERROR("No CAH Status %d", change.field);
@@ -121,8 +134,7 @@ bool BuildOta(const FeatureChange& change, MemoryStream& stream) {
         LOG_ERROR("No valid OTA state field number");
         return false;
     }
-    stream << status;
-    return true;
+    return AppendStatus(status, stream);
 }
 
 // ---------------------------------------------------------------- live stream
@@ -178,8 +190,7 @@ bool BuildLiveStream(const FeatureChange& change, MemoryStream& stream) {
     }
     LOG_INFO("Notify Live Stream state=%d error=%d encode=%d bitrate=%d", status.status, status.error, status.encode,
              status.bitrate);
-    stream << status;
-    return true;
+    return AppendStatus(status, stream);
 }
 
 // ---------------------------------------------------------------- presets

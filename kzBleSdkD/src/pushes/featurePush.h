@@ -6,13 +6,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "featureStatus.h"
-
 class CameraStatus;
 class MemoryStream;
 class SettingsStatusMapping;
-
-constexpr unsigned kMaxFeaturePush = 2 + kMaxFeatureStatus;  // of all but presets, which take what room there is
 
 // What a notification is built from.
 struct FeatureChange {
@@ -23,6 +19,7 @@ struct FeatureChange {
     uint32_t field;                    // the field number of its value within the message
 };
 
-// Builds the notification of a change. False, after a line in the log, when there is nothing to notify of; the stream
-// may then hold a part of a message. The stream must have room for kMaxFeaturePush bytes.
+// Builds the notification of a change. The stream has room for the two bytes in front of the message at least; presets
+// are carried with as much detail as fits it. False, after a line in the log, when there is nothing to notify of or the
+// message does not fit; the stream may then hold a part of it.
 bool BuildFeaturePush(const FeatureChange& change, MemoryStream& stream);

@@ -4,7 +4,6 @@
 
 #include "bleSDK.h"
 #include "clientTable.h"
-#include "featurePush.h"
 #include "radioPort.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
@@ -24,8 +23,9 @@ void LogStatusDropped(const ble_message_t& record) {
 
 }  // namespace
 
-unsigned short PushRoom(const RadioPort& radio, unsigned least) {
-    return static_cast<unsigned short>(std::clamp<unsigned>(radio.GetLongestResponse(), least, kPushBufferSize));
+unsigned short PushRoom(const RadioPort& radio) {
+    return static_cast<unsigned short>(
+        std::clamp<unsigned>(radio.GetLongestResponse(), kMaxSimpleLength, kPushBufferSize));
 }
 
 // ---------------------------------------------------------------- the kinds of pushes
@@ -33,7 +33,6 @@ unsigned short PushRoom(const RadioPort& radio, unsigned least) {
 struct ChangeFanOut::PushKind {
     NotificationClient::eNotificationType_t type;
     NotificationClient::eNotificationType_t storedAs;
-    unsigned leastRoom;                                                      // bytes that one push must be given
     void (SettingsStatusMapping::*changedIds)(std::vector<int>& ids) const;  // null: not a change of the model
     void (*logAttempt)(uint32_t connectionId);
     void (*logBuilt)(unsigned short length);
@@ -48,7 +47,6 @@ struct ChangeFanOut::PushKind {
 const ChangeFanOut::PushKind ChangeFanOut::PushKind::kSettings = {
     NotificationClient::eNotifySettings,
     NotificationClient::eNotifySettings,
-    kMaxSimpleLength,
     &SettingsStatusMapping::GetChangedSettingsIds,
     [](uint32_t) {},
     [](unsigned short length) { LOG_INFO("Client provided data for push response, length:%d", length); },
@@ -61,7 +59,6 @@ const ChangeFanOut::PushKind ChangeFanOut::PushKind::kSettings = {
 const ChangeFanOut::PushKind ChangeFanOut::PushKind::kStatus = {
     NotificationClient::eNotifyStatus,
     NotificationClient::eNotifyStatus,
-    kMaxSimpleLength,
     &SettingsStatusMapping::GetChangedStatusIds,
     LogAttempt,
     [](unsigned short) {},
@@ -71,7 +68,6 @@ const ChangeFanOut::PushKind ChangeFanOut::PushKind::kStatus = {
 const ChangeFanOut::PushKind ChangeFanOut::PushKind::kCapabilities = {
     NotificationClient::eNotifyCapabilities,
     NotificationClient::eNotifyCapabilities,
-    kMaxSimpleLength,
     &SettingsStatusMapping::GetCapabilityChangedSettingsIds,
     [](uint32_t) {},
     [](unsigned short) {},
@@ -85,7 +81,6 @@ const ChangeFanOut::PushKind ChangeFanOut::PushKind::kCapabilities = {
 const ChangeFanOut::PushKind ChangeFanOut::PushKind::kCsi = {
     NotificationClient::eNotifyCSI,
     NotificationClient::eNotifyStatus,
-    kMaxFeaturePush,
     nullptr,
     LogAttempt,
     [](unsigned short) {},
@@ -135,7 +130,7 @@ bool ChangeFanOut::PushToClient(const PushKind& kind, BleNotificationClient& cli
     bool several = false;
     bool produced = false;
     for (;;) {
-        unsigned short length = PushRoom(m_radio, kind.leastRoom);
+        unsigned short length = PushRoom(m_radio);
         int kzErrno = KZ_OK;
         if (!pushes.ExecutePush(kind.type, *offered, m_msgBuffer.data(), &length, &kzErrno)) {
             return produced;

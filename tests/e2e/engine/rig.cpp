@@ -117,13 +117,13 @@ std::optional<int> Rig::shutDown() {
     return daemon.waitForExit();
 }
 
-TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records) {
+TlvMessage Rig::notifyCsi(const std::string& command, const Bytes& records, const std::string& terminator) {
     settle();
     Queue::openForSending(kCsiQueue).send(TlvMessage{
         kCategoryNotification,
-        {{kTlvCommand, textBytes(command)},
+        {{kTlvCommand, textBytes(command + terminator)},
          {kTlvArgument, records},
-         {kTlvSource, textBytes(kReplyQueue)},
+         {kTlvSource, textBytes(kReplyQueue + terminator)},
          {kTlvDestination,
           textBytes(kCsiQueue)}}}.encode());
     const std::optional<Bytes> reply = m_replies.receive();

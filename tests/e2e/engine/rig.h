@@ -47,8 +47,9 @@ class Rig {
     // Shutdown by the debug record; the exit status.
     std::optional<int> shutDown();
 
-    // A CSI message of that command ("CN", "CU", ...); handled and acknowledged when it returns.
-    TlvMessage notifyCsi(const std::string& command, const Bytes& records);
+    // A CSI message of that command ("CN", "CU", ...), handled and acknowledged when it returns. `terminator` follows
+    // the command and the name of the queue for the acknowledgement.
+    TlvMessage notifyCsi(const std::string& command, const Bytes& records, const std::string& terminator = "");
     // The next message to the network daemon; throws when none comes.
     TlvMessage receiveNet();
 
