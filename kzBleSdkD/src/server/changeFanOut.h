@@ -20,9 +20,9 @@ class BleNotificationClient;
 class ClientTable;
 class RadioPort;
 
-// Bytes that one push may have: kPushBufferSize, less where the radio queue could never take as much, but `least` in
+// Bytes that one push may have: kPushBufferSize, less where the radio queue could never take as much, but one packet in
 // any case.
-unsigned short PushRoom(const RadioPort& radio, unsigned least = kMaxSimpleLength);
+unsigned short PushRoom(const RadioPort& radio);
 
 class ChangeFanOut {
   public:
