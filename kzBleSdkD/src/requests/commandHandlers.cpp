@@ -1,12 +1,8 @@
 // The plain commands and the table that finds them.
-#include <algorithm>
-#include <cstring>
-#include <string>
-#include <string_view>
 
 #include "bleSDK.h"
 #include "cameraCalls.h"
-#include "cameraStatus.h"
+#include "commandAnswers.h"
 #include "commandMessage.h"
 #include "commandTable.h"
 #include "dispatchTable.h"
@@ -21,26 +17,8 @@ namespace {
 
 constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
-constexpr size_t kMaxParameter = 255;  // what a parameter's one-byte length can say
-
-// ---------------------------------------------------------------- parameters and answers
-
 const FlexValue& Param(const CommandCall& call, size_t index) {
     return call.message.m_params[index];
-}
-
-void AnswerByte(CommandCall& call, uint8_t value) {
-    call.answer.m_params.emplace_back(eValueWidth1Byte, 1).SetValue(value);
-}
-
-void AnswerNumber(CommandCall& call, uint32_t value) {
-    call.answer.m_params.emplace_back(eValueWidth4Bytes, 4).SetValue(value);
-}
-
-void AnswerText(CommandCall& call, std::string_view text) {
-    text = text.substr(0, kMaxParameter);
-    FlexValue& value = call.answer.m_params.emplace_back(eValueWidthString, static_cast<int>(text.size()));
-    value.SetValue(reinterpret_cast<const uint8_t*>(text.data()));
 }
 
 // ---------------------------------------------------------------- commands handed on as they are
@@ -163,77 +141,6 @@ int SetButton(CommandCall& call) {
     LOG_DEBUG("eBleCommandSetButton: buttonPress=0x%08X button_type=%d button_state=%d", press,
               static_cast<int>(button.type), static_cast<int>(button.state));
     return SendCommand(KZCONTROL_SYSTEM_BUTTON_SET, button);
-}
-
-// ---------------------------------------------------------------- camera information
-
-// What kzcontrol_get_camera_info fills. Texts end with a NUL inside their field; one that does not ends with the field.
-struct __attribute__((packed)) CameraInfoRecord {
-    uint32_t modelNumber;
-    char modelName[65];
-    char boardType[65];
-    char firmwareVersion[65];
-    char serialNumber[65];
-    char apSsid[33];
-    char apMac[65];
-    uint8_t extraByte1;
-    uint8_t unused[5];
-    char extraText[65];
-    uint8_t extraByte2;
-};
-static_assert(sizeof(CameraInfoRecord) == 434);
-static_assert(offsetof(CameraInfoRecord, apMac) == 297 && offsetof(CameraInfoRecord, extraText) == 368);
-
-template <size_t Size>
-std::string_view FieldText(const char (&field)[Size]) {
-    return {field, strnlen(field, Size)};
-}
-
-// Models that answer with the second form of the information.
-bool HasSecondForm(uint32_t modelNumber) {
-    return modelNumber == 22 || modelNumber == 51;
-}
-
-// A camera that is still waking up does not know itself yet.
-int RefuseWhileResuming(CommandCall& call) {
-    if (call.services.camera.IsSuspended()) {
-        LOG_ERROR("Camera Info command while still resuming, return error, mobile should retry");
-        return KZ_ERR_ACCESS_DENIED;
-    }
-    return KZ_OK;
-}
-
-int GetCameraInfo(CommandCall& call) {
-    if (call.client.m_identity.m_deviceType == KZ_CALLER_UNKNOWN) {
-        call.client.m_identity.m_deviceType = KZ_CALLER_BLE_RC;
-    }
-    CameraInfoRecord info = {};
-    const int code = kzcontrol_get_camera_info(&info);
-    if (code != KZ_OK) {
-        return code;
-    }
-    call.answer.m_params.reserve(12);
-    AnswerNumber(call, info.modelNumber);
-    AnswerText(call, FieldText(info.modelName));
-    AnswerText(call, FieldText(info.boardType));
-    AnswerText(call, FieldText(info.firmwareVersion));
-    AnswerText(call, FieldText(info.serialNumber));
-    AnswerText(call, FieldText(info.apSsid));
-    AnswerText(call, FieldText(info.apMac));
-    AnswerByte(call, info.extraByte1);
-    AnswerByte(call, HasSecondForm(info.modelNumber) ? 2 : 1);
-    AnswerByte(call, call.services.camera.IsForcedUpdate() ? 1 : 0);
-    AnswerText(call, FieldText(info.extraText));
-    AnswerByte(call, info.extraByte2);
-
-    LOG_INFO("model number  = %u", unsigned{info.modelNumber});
-    LOG_INFO("model name    =[%s]", std::string(FieldText(info.modelName)).c_str());
-    LOG_INFO("board type    =[%s]", std::string(FieldText(info.boardType)).c_str());
-    LOG_INFO("fw version    =[%s]", std::string(FieldText(info.firmwareVersion)).c_str());
-    LOG_INFO("serial number =[%s]", std::string(FieldText(info.serialNumber)).c_str());
-    LOG_INFO("ap ssid       =[%s]", std::string(FieldText(info.apSsid)).c_str());
-    LOG_INFO("ap mac        =[%s]", std::string(FieldText(info.apMac)).c_str());
-    return KZ_OK;
 }
 
 // ---------------------------------------------------------------- settings description

@@ -44,5 +44,7 @@ int GetDateAndTime(CommandCall& call);       // likewise
 int SetDateAndTimeDST(CommandCall& call);    // likewise
 int GetDateAndTimeDST(CommandCall& call);    // likewise
 int TakeClientInfo(CommandCall& call);       // commandClientInfo.cpp
+int RefuseWhileResuming(CommandCall& call);  // commandCameraInfo.cpp
+int GetCameraInfo(CommandCall& call);        // likewise
 int ExecuteProtobufLow(CommandCall& call);   // commandProtobuf.cpp
 int ExecuteProtobufHigh(CommandCall& call);  // likewise

@@ -1,32 +1,22 @@
 // The protobuf queries: one row an action.
-#include <algorithm>
-#include <cstring>
-#include <iterator>
-#include <span>
-#include <string>
-#include <string_view>
+#include <optional>
 
 #include "cameraCalls.h"
 #include "cameraStatus.h"
 #include "dispatchTable.h"
 #include "featureStatus.h"
 #include "generic/ResponseGeneric.pb.h"
-#include "peer.h"
 #include "presetStatus.h"
 #include "protoFields.h"
 #include "protobufAnswer.h"
+#include "protobufQuery.h"
 #include "queryMessage.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_EnumLiveStreamStatus.pb.h"
-#include "wsdkCommands/WSDK_RequestGetAssociationState.pb.h"
-#include "wsdkCommands/WSDK_RequestGetCAHStatus.pb.h"
 #include "wsdkCommands/WSDK_RequestGetLiveStreamStatus.pb.h"
 #include "wsdkCommands/WSDK_RequestGetOTAStatus.pb.h"
 #include "wsdkCommands/WSDK_RequestGetPresetStatus.pb.h"
 #include "wsdkCommands/WSDK_RequestSetShutter.pb.h"
-#include "wsdkCommands/WSDK_ResponseGetAssociationState.pb.h"
-#include "wsdkCommands/WSDK_ResponseGetCAHSticky.pb.h"
-#include "wsdkCommands/WSDK_ResponseGetClientId.pb.h"
 #include "wsdkCommands/WSDK_ResponseGetMobileOffloadState.pb.h"
 
 using namespace wsdk_commands;
@@ -39,58 +29,7 @@ constexpr int kHeaderSize = 2;
 // No answer message is longer; one that reaches it with its header may be refused.
 constexpr int kAnswerSizeLimit = 2400;
 
-// What a handler gets. It writes its answer message to the stream, behind the two header bytes.
-struct Query {
-    const std::vector<uint8_t>& payload;
-    Peer& client;
-    const CameraStatus& camera;
-    MemoryStream& stream;
-};
-
 // ---------------------------------------------------------------- registration
-
-struct RegisterKey {
-    int enumerator;
-    uint8_t csiKey;
-};
-
-// Adds, then removes interest in the CSI keys of the lists' entries; entries outside `keys` are ignored.
-template <typename Entries>
-void ChangeInterest(Peer& client, std::span<const RegisterKey> keys, const Entries& added, const Entries& removed) {
-    const auto forEachKey = [keys](const Entries& entries, auto&& change) {
-        for (int entry : entries) {
-            const auto key = std::find_if(keys.begin(), keys.end(),
-                                          [entry](const RegisterKey& row) { return row.enumerator == entry; });
-            if (key != keys.end()) {
-                change(entry, key->csiKey);
-            }
-        }
-    };
-    if (!added.empty()) {
-        LOG_INFO("Register for Status Notifications");
-    }
-    forEachKey(added, [&client](int entry, int key) {
-        LOG_INFO("register for ID = %d", entry);
-        client.m_interests.Add(NotificationClient::eNotifyCSI, key);
-    });
-    if (!removed.empty()) {
-        LOG_INFO("UnRegister for Status Notifications");
-    }
-    forEachKey(removed, [&client](int entry, int key) {
-        LOG_INFO("unregister for ID = %d", entry);
-        client.m_interests.Remove(NotificationClient::eNotifyCSI, key);
-    });
-}
-
-constexpr RegisterKey kCahKeys[] = {
-    {WSDK_REGISTER_CAH_STATUS_DEV_MGR, CSI_DEVICE_MGR_STATE},
-    {WSDK_REGISTER_CAH_STATUS_WOM, CSI_WOM_STATE},
-    {WSDK_REGISTER_CAH_STATUS_CAHA, CSI_CAHA_STATE},
-    {WSDK_REGISTER_CAH_STATUS_FEATTURE_ENABLED, CSI_CAH_FEATURE_ENABLE},
-    {WSDK_REGISTER_CAH_STATUS_ACTIVE, CSI_CAH_ACTIVE},
-    {WSDK_REGISTER_CAH_STATUS_ASSOCIATED, CSI_CAH_ASSOCIATION_STATE},
-    {WSDK_REGISTER_CAH_STATUS_AUTHORIZED, CSI_CAH_AUTH_STATE},
-};
 
 constexpr RegisterKey kOtaKeys[] = {
     {WSDK_REGISTER_OTA_STATUS_STATE, CSI_OTA_STATE},
@@ -106,7 +45,7 @@ constexpr RegisterKey kLiveStreamKeys[] = {
 
 // ---------------------------------------------------------------- shutter
 
-int SetShutter(const Query& query) {
+int SetShutter(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestSetShutter>(query.payload);
     const auto shutter = static_cast<uint32_t>(request.shutter());
     LOG_INFO("protobuf shutter=%d", shutter);
@@ -117,7 +56,7 @@ int SetShutter(const Query& query) {
 
 // ---------------------------------------------------------------- presets
 
-int GetPresetStatus(const Query& query) {
+int GetPresetStatus(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestGetPresetStatus>(query.payload);
     if (request.register_preset_status_size() > 0) {
         LOG_INFO("register for PRESET_STATUS");
@@ -146,7 +85,7 @@ int GetPresetStatus(const Query& query) {
 
 // ---------------------------------------------------------------- live stream
 
-int GetLiveStreamStatus(const Query& query) {
+int GetLiveStreamStatus(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestGetLiveStreamStatus>(query.payload);
     ChangeInterest(query.client, kLiveStreamKeys, request.register_live_stream_status(),
                    request.unregister_live_stream_status());
@@ -173,7 +112,7 @@ int GetLiveStreamStatus(const Query& query) {
 
 // ---------------------------------------------------------------- firmware update
 
-int GetOtaStatus(const Query& query) {
+int GetOtaStatus(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestGetOTAStatus>(query.payload);
     ChangeInterest(query.client, kOtaKeys, request.register_ota_status(), request.unregister_ota_status());
 
@@ -190,7 +129,7 @@ int GetOtaStatus(const Query& query) {
 
 // ---------------------------------------------------------------- mobile offload
 
-int GetMobileOffloadState(const Query& query) {
+int GetMobileOffloadState(const ProtobufQuery& query) {
     using Response = WSDK_ResponseGetMobileOffloadState;
     const CameraStatus& camera = query.camera;
     const uint32_t word = camera.GetCsiValue(CSI_ST_STATE);
@@ -223,147 +162,13 @@ int GetMobileOffloadState(const Query& query) {
     return KZ_OK;
 }
 
-// ---------------------------------------------------------------- CSI words
-
-// The number under a key, least significant byte first; none when the service does not give it.
-std::optional<uint32_t> ReadCsiWord(uint8_t key) {
-    uint8_t bytes[4] = {};
-    uint32_t length = 0;
-    if (csi_get(key, sizeof(bytes), &length, bytes) != CSI_OK) {
-        return std::nullopt;
-    }
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-           static_cast<uint32_t>(bytes[3]) << 24;
-}
-
-int GetCahSticky(const Query& query) {
-    const std::optional<uint32_t> sticky = ReadCsiWord(CSI_CAH_STICKY_ERR);
-    const auto value = static_cast<int32_t>(sticky.value_or(0));
-    LOG_INFO("CSI_CAH_STICKY_ERR = %d", value);
-    ProtoFieldWriter(query.stream)
-        .Int(WSDK_ResponseGetCAHSticky::kCahStickyFieldNumber, value)
-        .Int(WSDK_ResponseGetCAHSticky::kResultFieldNumber, ResultOf(sticky.has_value()));
-    return KZ_OK;
-}
-
-int GetCahStatus(const Query& query) {
-    const auto request = ParseRequest<WSDK_RequestGetCAHStatus>(query.payload);
-    ChangeInterest(query.client, kCahKeys, request.register_cah_status(), request.unregister_cah_status());
-
-    CahStatus status;
-    status.deviceManager = ReadCsiWord(CSI_DEVICE_MGR_STATE).value_or(kCsiErrorWord);
-    const std::optional<uint32_t> wom = ReadCsiWord(CSI_WOM_STATE);
-    status.wom = wom.value_or(kCsiErrorWord);
-    if (wom) {
-        status.busy = StateByte(*wom, 0) != kWomNotTriggered;
-        if (*status.busy) {
-            LOG_INFO("CAH_WOM TRIGGERED");
-        } else {
-            LOG_INFO("CAH_WOM NOT TRIGGERED");
-        }
-    }
-    status.caha = ReadCsiWord(CSI_CAHA_STATE).value_or(kCsiErrorWord);
-    status.featureEnabled = ReadCsiWord(CSI_CAH_FEATURE_ENABLE).value_or(0) != 0;
-    status.active = ReadCsiWord(CSI_CAH_ACTIVE).value_or(0) != 0;
-    status.authState = ReadCsiWord(CSI_CAH_AUTH_STATE).value_or(0);
-    status.autoClear = ReadCsiWord(CSI_CAH_AUTO_CLEAR).value_or(0) != 0;
-    const CameraStatus::CahUploadProgress& progress = query.camera.GetCahUploadProgress();
-    status.upload = CahUpload{static_cast<uint32_t>(progress.currentFile), static_cast<uint32_t>(progress.totalFiles),
-                              static_cast<uint32_t>(progress.percentage)};
-
-    const auto byte = [](const std::optional<uint32_t>& word, unsigned index) { return StateByte(*word, index); };
-    LOG_INFO("dev %d:%d:%d:%d", byte(status.deviceManager, 0), byte(status.deviceManager, 1),
-             byte(status.deviceManager, 2), byte(status.deviceManager, 3));
-    LOG_INFO("wom %d:%d:%d:%d", byte(status.wom, 0), byte(status.wom, 1), byte(status.wom, 2), byte(status.wom, 3));
-    LOG_INFO("dev %d:%d:%d:%d", byte(status.caha, 0), byte(status.caha, 1), byte(status.caha, 2), byte(status.caha, 3));
-    LOG_INFO("feat enable: %d", *status.featureEnabled);
-    LOG_INFO("cah active: %d", *status.active);
-    LOG_INFO("cah current %lu", static_cast<unsigned long>(status.upload->currentFile));
-    LOG_INFO("cah total files %lu", static_cast<unsigned long>(status.upload->totalFiles));
-    LOG_INFO("cah percentage %lu", static_cast<unsigned long>(status.upload->percentage));
-    query.stream << status;
-    return KZ_OK;
-}
-
-// ---------------------------------------------------------------- CSI texts
-
-// A text under a key, as bytes; the service does not terminate it.
-struct CsiText {
-    bool read = false;
-    uint16_t length = 0;
-    char data[kMaxCsiText + 1] = {};  // zero-filled, so terminated
-};
-
-void ReadCsiText(uint8_t key, CsiText& text) {
-    uint32_t length = 0;
-    text.read = csi_get(key, kMaxCsiText, &length, text.data) == CSI_OK;
-    text.length = text.read ? static_cast<uint16_t>(std::min<size_t>(length, kMaxCsiText)) : uint16_t{0};
-    text.data[text.length] = '\0';
-}
-
-WSDK_EnumAssociationState AssociationState(const std::string& userId) {
-    CsiText stored;
-    ReadCsiText(CSI_CAH_ASSOCIATION_STATE, stored);
-    if (!stored.read) {
-        LOG_ERROR("Error reading CSI_CAH_ASSOCIATION_STATE");
-        return WSDK_ASSOCIATION_STATE_NOT_ASSOCIATED;
-    }
-    LOG_INFO("current zorvikuser id = %s", stored.data);
-    LOG_INFO("userID char[0] = %d", stored.data[0]);
-    if (stored.data[0] == '\0') {
-        return WSDK_ASSOCIATION_STATE_NOT_ASSOCIATED;
-    }
-    return std::string_view(stored.data) == userId ? WSDK_ASSOCIATION_STATE_ASSOCIATED
-                                                   : WSDK_ASSOCIATION_STATE_ASSOCIATED_ANOTHER_USER;
-}
-
-void LogAssociation(WSDK_EnumAssociationState state) {
-    switch (state) {
-        case WSDK_ASSOCIATION_STATE_NOT_ASSOCIATED:
-            LOG_INFO("WSDK_ASSOCIATION_STATE_NOT_ASSOCIATED");
-            break;
-        case WSDK_ASSOCIATION_STATE_ASSOCIATED:
-            LOG_INFO("WSDK_ASSOCIATION_STATE_ASSOCIATED");
-            break;
-        case WSDK_ASSOCIATION_STATE_ASSOCIATED_ANOTHER_USER:
-            LOG_INFO("WSDK_ASSOCIATION_STATE_ASSOCIATED_ANOTHER_USER");
-            break;
-    }
-}
-
-int GetAssociationState(const Query& query) {
-    const auto request = ParseRequest<WSDK_RequestGetAssociationState>(query.payload);
-    LOG_INFO("WSDK_RequestGetAssociationState zorvik_user_id = %s", request.zorvik_user_id().c_str());
-    const WSDK_EnumAssociationState state = AssociationState(request.zorvik_user_id());
-    LogAssociation(state);
-    ProtoFieldWriter(query.stream)
-        .Int(WSDK_ResponseGetAssociationState::kAssociationStateFieldNumber, state)
-        .Int(WSDK_ResponseGetAssociationState::kResultFieldNumber, RESULT_SUCCESS);
-    return KZ_OK;
-}
-
-int GetClientId(const Query& query) {
-    CsiText id;
-    ReadCsiText(CSI_CLIENT_ID, id);
-    if (!id.read) {
-        LOG_ERROR("WSDK_ResponseGetClientId error");
-    }
-    const EnumResultGeneric result = ResultOf(id.read);
-    LOG_INFO("responseClientIdMsg.clientId=%s", id.data);
-    LOG_INFO("responseClientIdMsg.result=%d", result);
-    ProtoFieldWriter(query.stream)
-        .Bytes(WSDK_ResponseGetClientId::kClientIdFieldNumber, id.data, id.length)
-        .Int(WSDK_ResponseGetClientId::kResultFieldNumber, result);
-    return KZ_OK;
-}
-
 // ---------------------------------------------------------------- the actions
 
-struct ProtobufQuery {
+struct ActionRow {
     uint32_t id;
     int nameLevel;
     const char* name;
-    int (*handle)(const Query& query);
+    int (*handle)(const ProtobufQuery& query);
     void (*logTooLong)(int size);  // null: the answer's size is not limited
 };
 
@@ -374,7 +179,7 @@ void LogClientIdTooLong(int size) {
     LOG_ERROR("Get Client ID response too long = %d bytes", size);
 }
 
-constexpr ProtobufQuery kRows[] = {
+constexpr ActionRow kRows[] = {
     {112, KZ_LOG_INFO, "Command: eBleCommandProtobufCmd", SetShutter, nullptr},
     {114, KZ_LOG_DEBUG, "Command: eBleCommandRequestGetPresetStatus", GetPresetStatus, nullptr},
     {115, KZ_LOG_DEBUG, "Command: eBleCommandRequestGetPresetStatus", GetPresetStatus, nullptr},
@@ -395,7 +200,7 @@ constexpr DispatchTable kTable(kRows);
 int BleQueryMessage::ExecuteProtobuf(Peer& client, MemoryStream& stream) {
     LOG_INFO("execute pb={%02x %02x %02x %02x %02x}", PayloadByte(m_payload, 0), PayloadByte(m_payload, 1),
              PayloadByte(m_payload, 2), PayloadByte(m_payload, 3), PayloadByte(m_payload, 4));
-    const ProtobufQuery* row = kTable.Find(m_actionId);
+    const ActionRow* row = kTable.Find(m_actionId);
     if (row == nullptr) {
         LOG_ERROR("Unknown protobuf message type");
         return KZ_ERR_INVALID_PARAM;
@@ -405,7 +210,7 @@ int BleQueryMessage::ExecuteProtobuf(Peer& client, MemoryStream& stream) {
     unsigned char bytes[kHeaderSize + kAnswerSizeLimit];
     MemoryStream answer(bytes, sizeof(bytes));
     answer << kQueryFeatureId << static_cast<unsigned char>(m_actionId | kProtobufAnswerBit);
-    const int error = row->handle(Query{m_payload, client, services().camera, answer});
+    const int error = row->handle(ProtobufQuery{m_payload, client, services().camera, answer});
     if (error != KZ_OK) {
         return error;
     }
