@@ -3,8 +3,8 @@
 #include "bleDevice.h"
 #include "cameraFakes.h"
 #include "fuzz.h"
-#include "kzBleServer.h"
 #include "kzmfFormat.h"
+#include "testServices.h"
 #include "utils.h"
 
 namespace {
@@ -42,16 +42,18 @@ void CheckRecords() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_logLevel = KZ_LOG_OFF;
     fakes::Reset();
+    TestServices services;
     BleNotificationClient client(7, 1, 12);
+    client.Attach(services.services);
     for (Input input(data, size); !input.IsEmpty(); CheckRecords()) {
         const uint8_t length = input.Byte();
         if (length == 255) {
-            KzBleServer::GetInstance()->writeSession();
+            services.sensorHandOver.writeSession();
         } else {
             Send(client, input.Upto(length));
         }
     }
-    KzBleServer::GetInstance()->HandOverMetadata();
+    services.sensorHandOver.HandOverUnsent();
     CheckRecords();
     client.RemoveStreams();
     return 0;

@@ -47,12 +47,12 @@ TEST_F(ClientInfoTest, AnAccessoryIsPublishedUnderItsCallerIdAndItsReasonActedOn
 }
 
 TEST_F(ClientInfoTest, AnAccessoryThatIsBackFromItsUpdateEndsTheWait) {
-    KzBleServer::GetInstance()->SetWaitingAccReconnect(true);
+    m_camera.SetWaitingAccReconnect(true);
     Play({"Accessory Connected in Waiting to Connect State", "1c 06 01 05 02 03 04 50",
           "csi_set 150: 03 00 1b 00, csi_set 150: 00 00 00 00, command 33, csi_set 11: 05 00 00 00, "
           "csi_set 162: 50 1b 00 00",
           "1c 00"});
-    EXPECT_FALSE(KzBleServer::GetInstance()->GetWaitingAccReconnect());
+    EXPECT_FALSE(m_camera.GetWaitingAccReconnect());
 }
 
 TEST_F(ClientInfoTest, AnUpdateThatIsDueGoesFirst) {
@@ -61,6 +61,6 @@ TEST_F(ClientInfoTest, AnUpdateThatIsDueGoesFirst) {
           "csi_set 11: 05 00 00 00, csi_set 162: 0a 1b 00 00", "1c 00"});
 
     SetCsi(CSI_FORCED_UPDATE, 0);
-    m_client.m_accessoryUpdatePending = true;  // an alder's own: it is not published
+    m_client.m_identity.m_accessoryUpdatePending = true;  // an alder's own: it is not published
     Play({"", "1c 06 01 03 02 03 04 50", "command 33, csi_set 162: 50 17 00 00", "1c 00"});
 }

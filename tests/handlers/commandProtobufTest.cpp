@@ -59,7 +59,7 @@ TEST_F(CommandProtobufTest, EachActionReachesTheCameraAndAnswersARefusalInItsOwn
             Play({row.name, request, row.calls, answer});
         }
     }
-    EXPECT_EQ(KzBleServer::GetInstance()->GetLastSystemNotifyEvent(), 3u);
+    EXPECT_EQ(m_camera.GetLastSystemNotifyEvent(), 3u);
 }
 
 TEST_F(CommandProtobufTest, TheShutterIsAnsweredWhateverTheCameraSays) {

@@ -83,7 +83,7 @@ Bytes CameraInfo(uint8_t model) {
 
 TEST_F(CommandTest, EachCommandReachesTheCameraWithItsArgument) {
     PlayAll(kForwarded);
-    m_client.m_deviceType = KZ_CALLER_VOICE;
+    m_client.m_identity.m_deviceType = KZ_CALLER_VOICE;
     PlayAll(kOfAVoiceClient);
 }
 
@@ -133,7 +133,7 @@ TEST_F(CommandTest, IdsWithoutAHandlerAreRefusedAndOnlyTheWithdrawnOnesSilently)
 }
 
 TEST_F(CommandTest, AThirdPartyIsReportedAsAPhoneButItsButtonAsItsOwn) {
-    m_client.m_deviceType = KZ_CALLER_THIRD_PARTY;
+    m_client.m_identity.m_deviceType = KZ_CALLER_THIRD_PARTY;
     fakes::OnCsiSet(CSI_ANALYTICS_SOURCE, 9);
     const fakes::LogCapture log(KZ_LOG_ERROR);
 
@@ -147,7 +147,7 @@ TEST_F(CommandTest, AThirdPartyIsReportedAsAPhoneButItsButtonAsItsOwn) {
 
 TEST_F(CommandTest, AThirdPartyIsRememberedAlsoWhenItsCommandIsRefused) {
     Play({"", "50 01 01", "", "50 02"});
-    EXPECT_EQ(m_client.m_deviceType, KZ_CALLER_THIRD_PARTY);
+    EXPECT_EQ(m_client.m_identity.m_deviceType, KZ_CALLER_THIRD_PARTY);
     Play({"", "50", "csi_set 87: 76 01 00 00", "50 00"});
     Play({"eBleCommandGetThirdPartyApiVersion", "51", "", "51 00 01 02 01 00"});
 }
@@ -165,9 +165,9 @@ TEST_F(CommandTest, TheClockIsAnsweredWithAndWithoutItsZone) {
 TEST_F(CommandTest, CameraInformationIsAnsweredFieldByFieldInFieldsThatEndTheirTexts) {
     const std::string texts = " 01 41 01 42 01 43 01 44 01 45 01 46 01 47 01 ";
     fakes::SetCameraInfo(0, CameraInfo(58));
-    m_client.m_deviceType = KZ_CALLER_UNKNOWN;
+    m_client.m_identity.m_deviceType = KZ_CALLER_UNKNOWN;
     EXPECT_EQ(Answer("3c"), "3c 00 04 00 00 00 3a" + texts + "01 01 00 01 48 01 49");
-    EXPECT_EQ(m_client.m_deviceType, KZ_CALLER_BLE_RC);
+    EXPECT_EQ(m_client.m_identity.m_deviceType, KZ_CALLER_BLE_RC);
 
     fakes::SetCameraInfo(0, CameraInfo(51));
     SetCsi(CSI_FORCED_UPDATE, 1);
@@ -181,15 +181,15 @@ TEST_F(CommandTest, CameraInformationIsAnsweredFieldByFieldInFieldsThatEndTheirT
 }
 
 TEST_F(CommandTest, TheStateOfCameraAndAccessoryMayRefuse) {
-    m_client.m_accessoryUpdatePending = true;
+    m_client.m_identity.m_accessoryUpdatePending = true;
     SetCsi(CSI_SYSTEM_STATE, SYS_SUSPENDED_UNSAFE);
-    KzBleServer::GetInstance()->m_fileTransferSlots = 1;
+    m_services.transferSlot.Take();
 
     Play({"Accessory updateing, ignore button press", "1b", "csi_set 92: 0b", "1b 01"});
     Play({"Camera Info command while still resuming, return error, mobile should retry", "3c", "", "3c 01"});
     Play({"No File transfer slot available", "3b", "", "3b 01"});
 
-    KzBleServer::GetInstance()->m_fileTransferSlots = 0;
+    m_services.transferSlot.ReleaseFileTransferSlot();
     Play({"Starting file transfer", "3b 01 01", "", ""});
     m_client.SetTransferringSettingsJSON(false);
 }

@@ -14,10 +14,11 @@
 #include "bleSDK.h"
 #include "cameraFakes.h"
 #include "csi/csiKeys.h"
-#include "kzBleServer.h"
 #include "kzControlCommands.h"
 #include "logCapture.h"
 #include "settingsStatusMapping.h"
+#include "skylark/bleMessage.h"
+#include "testServices.h"
 #include "utils.h"
 
 using fakes::Bytes;
@@ -49,14 +50,11 @@ class HandlersTest : public testing::Test {
         g_logLevel = KZ_LOG_OFF;  // a test captures what it is about
         UseModel(std::make_unique<SettingsStatusMapping>());
         fakes::Reset();
+        m_client.Attach(m_services.services);
+        m_message.Attach(m_services.services);
     }
 
-    ~HandlersTest() override {
-        KzBleServer::GetInstance()->m_csiCache.fill(0);
-        KzBleServer::GetInstance()->m_fileTransferSlots = 0;
-        KzBleServer::GetInstance()->SetWaitingAccReconnect(false);
-        BleSDK::Destroy();
-    }
+    ~HandlersTest() override { BleSDK::Destroy(); }
 
     static void UseModel(std::unique_ptr<SettingsStatusMapping> model) {
         BleSDK* sdk = BleSDK::GetInstance();
@@ -64,8 +62,12 @@ class HandlersTest : public testing::Test {
         sdk->m_pSettingsMapping = model.release();  // owned by the facade
     }
 
-    // What the server learned from CSI notifications.
-    static void SetCsi(uint8_t key, uint32_t value) { KzBleServer::GetInstance()->m_csiCache[key] = value; }
+    // What the camera said in a CSI notification.
+    void StoreCsi(uint8_t key, const Bytes& value) {
+        const Bytes record = Bytes{key} + Le32(static_cast<uint32_t>(value.size())) + value;
+        m_camera.Store(*reinterpret_cast<const csiStruct*>(record.data()));
+    }
+    void SetCsi(uint8_t key, uint32_t value) { StoreCsi(key, Le32(value)); }
 
     // Runs one whole message the way a client's session does and gives the answer. The request lies in a buffer of
     // exactly its size, the answer in one of exactly `capacity`, so that a step beyond either shows under a sanitizer.
@@ -118,6 +120,8 @@ class HandlersTest : public testing::Test {
         }
     }
 
+    TestServices m_services;
+    CameraStatus& m_camera = m_services.camera;
     BleNotificationClient m_client{7, 1, KZ_CALLER_BLE_RC};
     Message m_message;
     int m_code = KZ_OK;  // how the last message ended

@@ -58,9 +58,15 @@ class QueryTest : public HandlersTest<BleQueryMessage> {
     }
 
     // A change of a CSI key, as the service reports it; no client is connected to the server.
-    static void NotifyCsi(uint8_t key, const Bytes& value) {
-        Bytes record = Bytes{key} + Le32(static_cast<uint32_t>(value.size())) + value;
-        KzBleServer::GetInstance()->NotifyClientsOfCSIChanges(reinterpret_cast<const csiStruct*>(record.data()));
+    void NotifyCsi(uint8_t key, const Bytes& value) {
+        const Bytes record = Bytes{key} + Le32(static_cast<uint32_t>(value.size())) + value;
+        const auto* csi = reinterpret_cast<const csiStruct*>(record.data());
+        m_camera.Store(*csi);
+        if (key == CSI_CAH_UPLOAD_PROGRESS) {
+            m_camera.StoreCAHUploadProgress(csi);
+        }
+        m_camera.TakeModelNumber();
+        m_camera.SetCsiStStatus();
     }
 
     // The push for a change set, in a buffer of exactly `capacity` bytes; empty when there is none.
@@ -72,13 +78,5 @@ class QueryTest : public HandlersTest<BleQueryMessage> {
         return built ? ToHex({buffer.get(), buffer.get() + length}) : "";
     }
 
-    const Ints& Interest(NotificationClient::eNotificationType_t type) const {
-        const std::map<int, const Ints*> lists = {{kStatus, &m_client.m_statusInterest},
-                                                  {kSettings, &m_client.m_settingsInterest},
-                                                  {kCapabilities, &m_client.m_capabilitiesInterest},
-                                                  {kCsi, &m_client.m_interestedCSIs},
-                                                  {kLcd, &m_client.m_lcdInterest},
-                                                  {kLed, &m_client.m_ledInterest}};
-        return *lists.at(type);
-    }
+    const Ints& Interest(NotificationClient::eNotificationType_t type) const { return m_client.m_interests.Of(type); }
 };

@@ -120,14 +120,14 @@ TEST_F(QueryProtobuf, MobileOffloadAnswerIsTheStatusWordInFieldsThenCountersReas
     SetCsi(CSI_BOOT_COUNT_RC, 2);
     SetCsi(CSI_BOOT_COUNT_AP, 3);
     SetCsi(CSI_WAKEUP_REASON, 90);  // no reason that the enumeration knows
-    KzBleServer::GetInstance()->SetLastSystemNotifyEvent(4);
+    m_camera.SetLastSystemNotifyEvent(4);
     for (unsigned bit = 0; bit < 6; ++bit) {
         SetCsi(CSI_ST_STATE, 1u << bit);
         std::string fields = "10 00 18 00 20 00 28 00 30 00 38 00";
         fields[bit * 6 + 4] = '1';
         Play({"", "f5 78", "", "f5 f8 08 01 " + fields + " 40 01 48 02 50 03 58 5a 60 04"});
     }
-    KzBleServer::GetInstance()->SetLastSystemNotifyEvent(0);
+    m_camera.SetLastSystemNotifyEvent(0);
     SetCsi(CSI_ST_STATE, 0);
     NotifyCsi(CSI_CAMERA_BUSY, Le32(1));
     Play({"", "f5 78", "", "f5 f8 08 01 10 00 18 00 20 00 28 00 30 01 38 00 40 01 48 02 50 03 58 5a 60 00"});

@@ -31,7 +31,7 @@ TEST_F(PushTest, CarriesTheMatchingIdsInAscendingOrder) {
     EXPECT_EQ(PushOf(kStatus, {8, 13, 29}), "93 00 08 01 01 1d 03 63 61 6d");
     EXPECT_EQ(PushOf(kSettings, {5, 30, 59}), "92 00 05 01 04 1e 04 00 00 03 e8");
     EXPECT_EQ(PushOf(kCapabilities, {2, 5, 30}), "a2 00 05 01 03");
-    EXPECT_EQ(m_client.PushRemainder(), Ints{});
+    EXPECT_EQ(m_client.m_pushes.PushRemainder(), Ints{});
 }
 
 TEST_F(PushTest, WithoutInterestMatchModelOrKnownTypeThereIsNone) {
@@ -72,12 +72,12 @@ TEST_F(PushTest, MoreThanOneHoldsGoesOutAsSeveralWholePushesWithoutTheSettingTha
             whole += " " + ToHex({id, 1, 1});
         }
         EXPECT_EQ(PushOf(kCapabilities, todo), whole);
-        todo = m_client.PushRemainder();
+        todo = m_client.m_pushes.PushRemainder();
     }
     const fakes::LogCapture log(KZ_LOG_ERROR);
     EXPECT_EQ(PushOf(kCapabilities, todo), "a2 00 05 01 02 05 01 03");
     EXPECT_EQ(log.Lines().size(), 1u) << "setting 4 is left out";
-    EXPECT_EQ(m_client.PushRemainder(), Ints{});
+    EXPECT_EQ(m_client.m_pushes.PushRemainder(), Ints{});
 }
 
 TEST_F(PushTest, TheNewestUnsentPushOfATypeStays) {
@@ -92,14 +92,14 @@ TEST_F(PushTest, TheNewestUnsentPushOfATypeStays) {
         for (const uint8_t push : Bytes{1, 2}) {
             m_client.StorePushResponse(type, &push, 1);
         }
-        EXPECT_TRUE(type == kCsi || m_client.StoredPush(type)->m_data[0] == 2);
+        EXPECT_TRUE(type == kCsi || m_client.m_pushes.StoredPush(type)->m_data[0] == 2);
         EXPECT_EQ(log.Texts(), texts);
     }
 }
 
 TEST_F(PushTest, OwedIdsWaitForTheGateAndEndWithTheInterest) {
     m_client.AddInterestAll(kStatus);
-    m_client.DeferPush(kStatus, {8});
+    m_client.m_pushes.DeferPush(kStatus, {8});
 
     EXPECT_EQ(m_client.GetHighestPriorityStoredResponse(), nullptr);
     m_client.SetCCCEnabled(KZ_STR_ID_QUERY_CCC, 1);

@@ -3,6 +3,7 @@
 
 #include "bleDevice.h"
 #include "logCapture.h"
+#include "testServices.h"
 #include "testStream.h"
 
 using Request = std::vector<uint8_t>;
@@ -31,6 +32,8 @@ inline Request WriteSample(uint8_t index, size_t size) {
 class Accessory {
   public:
     explicit Accessory(uint8_t id = 1) : client(6u + id, id, 12) {}
+    // Its samples are handed over by the hand-over of these services.
+    Accessory(uint8_t id, const Services& services) : Accessory(id) { client.Attach(services); }
     ~Accessory() { client.RemoveStreams(); }
     Accessory(const Accessory&) = delete;
     Accessory& operator=(const Accessory&) = delete;

@@ -4,7 +4,6 @@
 
 #include "accessory.h"
 #include "cameraFakes.h"
-#include "kzBleServer.h"
 #include "kzmfReader.h"
 
 namespace {
@@ -12,7 +11,6 @@ namespace {
 class MetadataHandOver : public testing::Test {
   protected:
     MetadataHandOver() { fakes::Reset(); }
-    ~MetadataHandOver() override { KzBleServer::Destroy(); }
 
     // Counts in what was sent since the last call: whole payloads of the size that the service takes.
     void Receive() {
@@ -32,20 +30,20 @@ class MetadataHandOver : public testing::Test {
         fakes::ForgetCalls();
     }
 
-    KzBleServer& server = *KzBleServer::GetInstance();
+    TestServices services;
+    SensorHandOver& handOver = services.sensorHandOver;
     size_t records = 0;
     std::map<std::string, uint64_t> samples;  // by key
 };
 
 // ---------------------------------------------------------------- records
 
-// The process-wide numbers are checked first, before another test takes some.
 TEST_F(MetadataHandOver, RecordIsASequenceNumberFrom49To64AndOnFrom48BeforeThePayload) {
     const TestStream stream;
     stream.Write(Sample("HRAT", 72));
     const fakes::LogCapture log(5);
 
-    server.writeSession();
+    handOver.writeSession();
 
     const auto calls = fakes::Calls();
     ASSERT_EQ(calls.size(), 3u);
@@ -55,7 +53,7 @@ TEST_F(MetadataHandOver, RecordIsASequenceNumberFrom49To64AndOnFrom48BeforeThePa
               "DEVC:1x56{DVID:L4x1:00000401 DVNM:c1x3:48524D00 STRM:1x24{TSMP:L4x1:00000001 HRAT:S2x1:00480000}}");
     EXPECT_EQ(log.Texts(), std::vector<std::string>{"IPC size = 64"});
     for (int i = 0; i < 16; ++i) {
-        server.writeSession();
+        handOver.writeSession();
     }
     const auto sent = fakes::Calls("kzIpcSend");
     EXPECT_EQ(Hex(std::span(sent.at(15).argument).first(4)), "40000000");
@@ -71,10 +69,10 @@ TEST_F(MetadataHandOver, FailuresAreLoggedAndAStreamTooLongForARecordDoesNotStop
     const fakes::LogCapture log(2);
 
     fakes::SetIpcResults(-5, 0, 0);
-    server.writeSession();
+    handOver.writeSession();
     fakes::SetIpcResults(0, -1, 0);
     small.Write(Sample("HRAT", 72));
-    server.writeSession();
+    handOver.writeSession();
 
     Receive();
     EXPECT_EQ(samples["HRAT"], 1u);
@@ -86,15 +84,11 @@ TEST_F(MetadataHandOver, HappensOnEverySecondTickWhileAStreamIsOpen) {
     auto stream = std::make_unique<TestStream>();
     stream->Write(Sample("HRAT", 72));
     for (uint32_t tick = 1; tick <= 6; ++tick) {
-        server.HandOverMetadataOnTick(tick);
-        Receive();
-        EXPECT_EQ(records, tick / 2);
+        EXPECT_EQ(SensorHandOver::IsSessionOver(tick), tick % 2 == 0);
     }
 
     stream.reset();
-    const fakes::LogCapture log(5);
-    server.HandOverMetadataOnTick(8);
-    EXPECT_TRUE(log.Texts().empty());
+    EXPECT_FALSE(SensorHandOver::IsSessionOver(8));
 }
 
 TEST_F(MetadataHandOver, BeforeAClientGoesSendsOnceWhatIsUnsent) {
@@ -102,13 +96,13 @@ TEST_F(MetadataHandOver, BeforeAClientGoesSendsOnceWhatIsUnsent) {
     const TestStream leaving(1026);
     const TestStream described(1027);
     idle.Write(Sample("IDLE", 1));
-    server.writeSession();
+    handOver.writeSession();
     fakes::ForgetCalls();
     leaving.Write(Sample("LEFT", 2));
     described.Write(Sample("UNIT", 3, kKzmfSticky));
 
-    server.HandOverMetadata();
-    server.HandOverMetadata();
+    handOver.HandOverUnsent();
+    handOver.HandOverUnsent();
 
     Receive();
     EXPECT_EQ(records, 1u);
@@ -122,7 +116,7 @@ TEST_F(MetadataHandOver, HappensAtOnceNearTheLimitSoThatSixtyBusyStreamsFlowWith
     const fakes::LogCapture log(3);
     std::vector<std::unique_ptr<Accessory>> accessories;
     for (uint8_t id = 1; id <= 20; ++id) {
-        accessories.push_back(std::make_unique<Accessory>(id));
+        accessories.push_back(std::make_unique<Accessory>(id, services.services));
         EXPECT_EQ(accessories.back()->Answer(RegisterDevice(3, "SensorWithLongNam")), "0200");
         for (uint8_t stream = 0; stream < 3; ++stream) {
             accessories.back()->Answer(RegisterKey("KEY" + std::to_string(stream), stream, stream, 'B', 35));
@@ -140,11 +134,11 @@ TEST_F(MetadataHandOver, HappensAtOnceNearTheLimitSoThatSixtyBusyStreamsFlowWith
         const size_t busy = std::min(sample * 7 % 20, sample * 11 % 19);  // some are far busier than others
         accessories[busy]->Answer(WriteSample(static_cast<uint8_t>(sample % 3), 35));
         if (sample % 200 == 199) {
-            server.HandOverMetadataOnTick(sample / 200);
+            handOver.writeSession();
             Receive();
         }
     }
-    server.writeSession();
+    handOver.writeSession();
     Receive();
 
     EXPECT_EQ(samples["KEY0"], 2000 + alone);

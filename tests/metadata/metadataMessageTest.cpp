@@ -54,24 +54,24 @@ TEST_F(MetadataMessage, SampleIsAnsweredOnlyWhenItIsRefused) {
     EXPECT_EQ(accessory.Outcome(WriteSample(1, 2)), noKey) << "a free key";
     EXPECT_EQ(accessory.Outcome(WriteSample(2, 2)), noKey) << "a key of no size";
     EXPECT_EQ(accessory.Outcome(WriteSample(255, 2)), noKey);
-    accessory.client.m_metadataKeys[0].streamIndex = 2;
+    accessory.client.m_streams.m_metadataKeys[0].streamIndex = 2;
     EXPECT_EQ(accessory.Outcome(WriteSample(0, 2)), "0105 5 stream handle invalid\n");
-    accessory.client.m_metadataKeys[0].streamIndex = 1;
-    accessory.client.m_metadataStreams[1].reset();
+    accessory.client.m_streams.m_metadataKeys[0].streamIndex = 1;
+    accessory.client.m_streams.DropStreamBuffer(1);
     EXPECT_EQ(accessory.Outcome(WriteSample(0, 2)), "0109 9 Error - Metadata stream write");
 }
 
 TEST_F(MetadataMessage, InterestsFollowTheirParameterAndUnknownCommandsAreRefused) {
     EXPECT_EQ(accessory.Outcome({80, 1}), "5000 0");
     EXPECT_EQ(accessory.Outcome({82, 1}), "5200 0");
-    EXPECT_EQ(accessory.client.m_lcdInterest, std::vector<int>{7});
+    EXPECT_EQ(accessory.client.m_interests.Of(NotificationClient::eNotifyLcd), std::vector<int>{7});
     EXPECT_EQ(accessory.Outcome({80, 3}), "500D 13 Invalid Multek Display parameter 3");
     EXPECT_EQ(accessory.Outcome({82, 3}), "5202 2 Invalid Birch Register parameter 3");
     EXPECT_EQ(accessory.Outcome({80}), "5002 -3 Parse error while parsing metadata packet");
     EXPECT_EQ(accessory.Outcome({82}), "5202 -3 Parse error while parsing metadata packet");
     EXPECT_EQ(accessory.Outcome({80, 2}), "5000 0");
-    EXPECT_EQ(accessory.client.m_lcdInterest, std::vector<int>{});
-    EXPECT_EQ(accessory.client.m_ledInterest, std::vector<int>{7});
+    EXPECT_EQ(accessory.client.m_interests.Of(NotificationClient::eNotifyLcd), std::vector<int>{});
+    EXPECT_EQ(accessory.client.m_interests.Of(NotificationClient::eNotifyLed), std::vector<int>{7});
     EXPECT_EQ(accessory.Outcome({7}), "070B 11 Unrecognized/unhandled metadata cmd from ble. command_id:7");
     EXPECT_EQ(accessory.Outcome({}), "0002 -3 Parse error while parsing metadata packet");
 }
