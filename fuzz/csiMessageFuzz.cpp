@@ -2,45 +2,10 @@
 //
 // Byte 0 of the input is the depth of the radio queue; messages follow, each behind two bytes of length.
 #include "cameraFakes.h"
-#include "cameraStatus.h"
-#include "changeFanOut.h"
-#include "clientTable.h"
-#include "csiInbox.h"
-#include "delivery.h"
 #include "fuzz.h"
-#include "playedQueues.h"
-#include "pushRegistration.h"
 #include "queryCatalogue.h"
-#include "radioPort.h"
+#include "serverParts.h"
 #include "utils.h"
-
-namespace {
-
-// The parts of the server that a message passes through. The model lives on from input to input, they do not.
-struct Server {
-    CameraStatus camera;
-    PushRegistration registration{camera};
-    RadioPort radio;
-    ClientTable clients;
-    MessageBuffer buffer{};
-    Delivery delivery{clients, radio};
-    ChangeFanOut fanOut{clients, radio, buffer};
-    CsiInbox inbox{{clients, camera, registration, delivery, fanOut}};
-
-    Server() {
-        radio.Open();
-        for (const uint32_t id : {1u, 2u}) {
-            BleNotificationClient* client = clients.Add(id, 1, 11);
-            client->m_pushes.Attach(camera);
-            client->SetSensorCCCEnabled();
-            client->AddInterest(NotificationClient::eNotifyCSI, 7);
-            client->AddInterest(NotificationClient::eNotifyLcd, 2);
-            client->AddInterest(NotificationClient::eNotifyLed, 2);
-        }
-    }
-};
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_logLevel = KZ_LOG_OFF;
@@ -48,12 +13,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fakes::Reset();
     fakes::Record(false);
     queryFuzz::LoadModel();
-    played::ResetQueues();
     Input input(data, size);
-    played::SetDepth(kMqToBleSdk, 1);
-    played::SetDepth(kMqToSkylark, input.Byte());
+    ServerParts server(input.Byte());
     played::SetDepth("/a", 1);
-    Server server;
+    for (const uint32_t id : {1u, 2u}) {
+        BleNotificationClient& client = server.Connect(id);
+        client.AddInterest(NotificationClient::eNotifyCSI, 7);
+        client.AddInterest(NotificationClient::eNotifyLcd, 2);
+        client.AddInterest(NotificationClient::eNotifyLed, 2);
+    }
     fakes::OnCommand(81, 0, fakes::Bytes(data, data + size));  // the presets of the camera
 
     while (input.size() >= 2) {

@@ -2,21 +2,28 @@
 
 #include <sys/stat.h>
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 
+#include "cameraFakes.h"
 #include "privateTmp.h"
-#include "serverFixture.h"
 #include "skylark/bleMessage.h"
 
-namespace server_test {
 namespace {
+
+using fakes::Bytes;
 
 constexpr uint8_t kRemote = KZ_CALLER_ALDER;
 
 // Checksum, version 1.2.3, length and an image of 30 bytes.
 Bytes ImageFile() {
-    return Le32({0x11223344, 1, 2, 3, 30}) + Counting(30);
+    Bytes file = fakes::Le32({0x11223344, 1, 2, 3, 30});
+    file.resize(file.size() + 30);
+    std::iota(file.end() - 30, file.end(), uint8_t{1});
+    return file;
 }
 
 TEST(AccessoryImageParseTest, FieldsAreReadFromTheHeader) {
@@ -27,7 +34,7 @@ TEST(AccessoryImageParseTest, FieldsAreReadFromTheHeader) {
 
     ASSERT_TRUE(image.has_value());
     EXPECT_EQ(image->version.AsNumber(), 0x010203u);
-    EXPECT_EQ(Bytes(image->image.begin(), image->image.end()), Counting(30));
+    EXPECT_EQ(Bytes(image->image.begin(), image->image.end()), Bytes(file.begin() + 20, file.end() - 1));
     EXPECT_EQ(image->storedCrc, 0x11223344u);
 }
 
@@ -99,4 +106,3 @@ TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
 }
 
 }  // namespace
-}  // namespace server_test

@@ -1,20 +1,20 @@
 // The client record: stored responses, copies and streams.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "bleDevice.h"
 #include "kzmfWriter.h"
-#include "serverFixture.h"
+#include "skylark/bleMessage.h"
 #include "utils.h"
 
-namespace server_test {
 namespace {
 
 using Client = BleNotificationClient;
 
 class ClientRecordTest : public testing::Test {
   protected:
-    ClientRecordTest() {
-        g_logLevel = KZ_LOG_OFF;
-        fakes::Reset();
-    }
-    ~ClientRecordTest() override { KzBleServer::Destroy(); }
+    ClientRecordTest() { g_logLevel = KZ_LOG_OFF; }
 
     Client m_client{7, 3, KZ_CALLER_BLE_RC};
 };
@@ -22,53 +22,56 @@ class ClientRecordTest : public testing::Test {
 TEST_F(ClientRecordTest, NewerResponseReplacesTheHeldOneWhateverItsLength) {
     m_client.SetSensorCCCEnabled();
     for (const size_t length : {size_t{3}, size_t{300}, size_t{1}}) {
-        const Bytes data = Counting(length);
+        const std::vector<unsigned char> data(length, static_cast<unsigned char>(length));
 
         m_client.StoreQueryResponse(data.data(), static_cast<int>(length));
 
         const Client::StoredResponse* stored = m_client.GetHighestPriorityStoredResponse();
         ASSERT_NE(stored, nullptr);
-        EXPECT_EQ(Bytes(stored->m_data.get(), stored->m_data.get() + stored->m_length), data);
+        EXPECT_EQ(std::vector<unsigned char>(stored->m_data.get(), stored->m_data.get() + stored->m_length), data);
     }
 }
 
 TEST_F(ClientRecordTest, CopyKeepsWhoThePeerIsAndStartsAnew) {
-    const Bytes data = {1};
-    m_client.m_blockSize = 200;
-    m_client.m_bytesRemaining = 20;
-    m_client.m_inCount = 5;
-    m_client.m_accessoryUpdatePending = true;
-    m_client.m_statusInterest = {1, 2};
-    m_client.m_lcdInterest = {7};
-    m_client.m_interestedCSIs = {97};
-    m_client.m_metadataDeviceName = "HRM";
-    m_client.m_metadataStreamCount = 1;
+    const std::vector<unsigned char> data = {1};
+    m_client.m_file.m_blockSize = 200;
+    m_client.m_file.m_bytesRemaining = 20;
+    m_client.m_identity.m_inCount = 5;
+    m_client.m_identity.m_accessoryUpdatePending = true;
+    m_client.AddInterest(Client::eNotifyStatus, {1, 2});
+    m_client.AddInterest(Client::eNotifyLcd, 7);
+    m_client.AddInterest(Client::eNotifyCSI, 97);
+    m_client.m_streams.m_metadataDeviceName = "HRM";
+    m_client.m_streams.m_metadataStreamCount = 1;
     void* const buffer = m_client.AddStreamBuffer(0);
     m_client.SetSensorCCCEnabled();
     m_client.StoreCommandResponse(data.data(), 1);
     m_client.m_queryMessage.m_waitingForStart = false;
     Client assigned(9, 9, 9);
-    assigned.m_inCount = 8;
-    assigned.m_interestedCSIs = {1};
+    assigned.m_identity.m_inCount = 8;
+    assigned.AddInterest(Client::eNotifyCSI, 1);
     assigned.StoreQueryResponse(data.data(), 1);
 
-    const Client copy(m_client);
+    Client copy(m_client);
     assigned = m_client;
 
-    for (const Client* client : {&copy, static_cast<const Client*>(&assigned)}) {
-        EXPECT_EQ(client->m_connectionId, 7u);
-        EXPECT_EQ(client->m_deviceId, 3);
-        EXPECT_EQ(client->m_blockSize, 200);
-        EXPECT_EQ(client->m_bytesRemaining, 20);
-        EXPECT_EQ(client->m_statusInterest, (std::vector<int>{1, 2}));
-        EXPECT_EQ(client->m_lcdInterest, std::vector<int>{7});
-        EXPECT_EQ(client->m_metadataDeviceName, "HRM");
-        EXPECT_EQ(client->MetadataStream(0), buffer);
-        EXPECT_EQ(client->m_inCount, 0u);
-        EXPECT_FALSE(client->m_accessoryUpdatePending);
-        EXPECT_TRUE(client->m_interestedCSIs.empty());
+    for (const Client* client : {&copy, &assigned}) {
+        EXPECT_EQ(client->m_identity.m_connectionId, 7u);
+        EXPECT_EQ(client->m_identity.m_deviceId, 3);
+        EXPECT_EQ(client->m_file.m_blockSize, 200);
+        EXPECT_EQ(client->m_file.m_bytesRemaining, 20);
+        EXPECT_EQ(client->m_interests.Of(Client::eNotifyStatus), (std::vector<int>{1, 2}));
+        EXPECT_EQ(client->m_interests.Of(Client::eNotifyLcd), std::vector<int>{7});
+        EXPECT_EQ(client->m_streams.m_metadataDeviceName, "HRM");
+        EXPECT_EQ(client->m_streams.MetadataStream(0), buffer);
+        EXPECT_EQ(client->m_identity.m_inCount, 0u);
+        EXPECT_FALSE(client->m_identity.m_accessoryUpdatePending);
+        EXPECT_TRUE(client->m_interests.Of(Client::eNotifyCSI).empty());
         EXPECT_TRUE(client->m_queryMessage.m_waitingForStart);
-        for (const Client::StoredResponse& stored : client->m_storedResponses) {
+    }
+    for (Client* client : {&copy, &assigned}) {
+        for (int entry = eStoredCommand; entry < eStoredCount; ++entry) {
+            const StoredResponse& stored = client->m_answers.Entry(static_cast<eStoredResponse>(entry));
             EXPECT_EQ(stored.m_length, 0);
             EXPECT_FALSE(stored.m_enabled);
         }
@@ -76,25 +79,25 @@ TEST_F(ClientRecordTest, CopyKeepsWhoThePeerIsAndStartsAnew) {
 }
 
 TEST_F(ClientRecordTest, StreamsAreClosedOnDisconnectionAndByTheLastOwner) {
-    m_client.m_metadataStreamCount = 2;
+    m_client.m_streams.m_metadataStreamCount = 2;
     for (const auto index : std::initializer_list<uint8_t>{0, 1}) {
         void* buffer = m_client.AddStreamBuffer(index);
-        ASSERT_NE(MetadataStreamOpen(1, "HRM", buffer, Client::kMetadataStreamBufferSize), nullptr);
+        ASSERT_NE(MetadataStreamOpen(1, "HRM", buffer, SensorStreams::kMetadataStreamBufferSize), nullptr);
     }
     auto copy = std::make_unique<Client>(m_client);
 
     m_client.RemoveStreams();
-    EXPECT_EQ(m_client.m_metadataStreamCount, 2);
-    EXPECT_EQ(m_client.MetadataStream(0), nullptr);
+    EXPECT_EQ(m_client.m_streams.m_metadataStreamCount, 2);
+    EXPECT_EQ(m_client.m_streams.MetadataStream(0), nullptr);
     EXPECT_FALSE(MetadataHasStreams());
     copy.reset();
 
     auto forgotten = std::make_unique<Client>(8, uint8_t{1}, uint8_t{12});
-    ASSERT_NE(MetadataStreamOpen(1, "HRM", forgotten->AddStreamBuffer(0), Client::kMetadataStreamBufferSize), nullptr);
+    ASSERT_NE(MetadataStreamOpen(1, "HRM", forgotten->AddStreamBuffer(0), SensorStreams::kMetadataStreamBufferSize),
+              nullptr);
     forgotten.reset();
     EXPECT_FALSE(MetadataHasStreams());
     EXPECT_EQ(m_client.AddStreamBuffer(3), nullptr);
 }
 
 }  // namespace
-}  // namespace server_test

@@ -1,7 +1,8 @@
 // The server's decisions, as the functions over plain numbers that they are.
 #include <gtest/gtest.h>
 
-#include "cameraState.h"
+#include "accessoryState.h"
+#include "statusByte.h"
 #include "transmitPlan.h"
 
 namespace {
