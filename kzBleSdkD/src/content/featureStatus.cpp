@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "MemStream.h"
+#include "csi/csiKeys.h"
 #include "protoFields.h"
 #include "wsdkCommands/WSDK_NotifyCAHStatus.pb.h"
 #include "wsdkCommands/WSDK_NotifyLiveStreamStatus.pb.h"
@@ -14,7 +15,7 @@ using wsdk_commands::WSDK_NotifyCAHStatus;
 using wsdk_commands::WSDK_NotifyLiveStreamStatus;
 using wsdk_commands::WSDK_NotifyOTAStatus;
 
-// Four consecutive fields, from `firstField` on, hold the four bytes of a state word.
+// Writes the four bytes of a state word into four consecutive fields, of which `firstField` is the first.
 void WriteStateWord(ProtoFieldWriter& writer, int firstField, const std::optional<uint32_t>& word) {
     if (!word) {
         return;
@@ -60,13 +61,13 @@ struct WmsRow {
     int32_t status;
 };
 constexpr WmsRow kWmsRows[] = {
-    {kWmsIdle, wsdk_commands::WSDK_LIVE_STREAM_STATE_IDLE},
-    {kWmsConfig, wsdk_commands::WSDK_LIVE_STREAM_STATE_CONFIG},
-    {kWmsReady, wsdk_commands::WSDK_LIVE_STREAM_STATE_READY},
-    {kWmsStreaming, wsdk_commands::WSDK_LIVE_STREAM_STATE_STREAMING},
-    {kWmsCompleteStayOn, wsdk_commands::WSDK_LIVE_STREAM_STATE_COMPLETE_STAY_ON},
-    {kWmsFailedStayOn, wsdk_commands::WSDK_LIVE_STREAM_STATE_FAILED_STAY_ON},
-    {kWmsReconnecting, wsdk_commands::WSDK_LIVE_STREAM_STATE_RECONNECTING},
+    {WMS_STATE_IDLE, wsdk_commands::WSDK_LIVE_STREAM_STATE_IDLE},
+    {WMS_STATE_CONFIG, wsdk_commands::WSDK_LIVE_STREAM_STATE_CONFIG},
+    {WMS_STATE_READY, wsdk_commands::WSDK_LIVE_STREAM_STATE_READY},
+    {WMS_STATE_STREAMING, wsdk_commands::WSDK_LIVE_STREAM_STATE_STREAMING},
+    {WMS_STATE_COMPLETE_STAY_ON, wsdk_commands::WSDK_LIVE_STREAM_STATE_COMPLETE_STAY_ON},
+    {WMS_STATE_FAILED_STAY_ON, wsdk_commands::WSDK_LIVE_STREAM_STATE_FAILED_STAY_ON},
+    {WMS_STATE_RECONNECTING, wsdk_commands::WSDK_LIVE_STREAM_STATE_RECONNECTING},
 };
 
 }  // namespace
@@ -153,11 +154,12 @@ std::optional<int32_t> LiveStreamStatusOfWms(uint32_t wms) {
 }
 
 uint32_t LiveStreamErrorWhileEncoding(uint32_t wms, uint32_t sdCard, uint32_t streamError) {
-    if (sdCard == kSdCardFull) {
+    if (sdCard == SD_CARD_FULL) {
         return wsdk_commands::WSDK_LIVE_STREAM_ERROR_SD_CARD_FULL;
     }
-    const bool writesToCard = wms == kWmsCompleteStayOn || wms == kWmsFailedStayOn || wms == kWmsStreaming;
-    if (sdCard == kSdCardRemoved && writesToCard) {
+    const bool writesToCard =
+        wms == WMS_STATE_COMPLETE_STAY_ON || wms == WMS_STATE_FAILED_STAY_ON || wms == WMS_STATE_STREAMING;
+    if (sdCard == SD_CARD_REMOVED && writesToCard) {
         return wsdk_commands::WSDK_LIVE_STREAM_ERROR_SD_CARD_REMOVED;
     }
     return streamError;

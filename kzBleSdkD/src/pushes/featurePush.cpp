@@ -11,6 +11,7 @@
 #include "kzCtrlD/kzCtrlD.h"
 #include "presetStatus.h"
 #include "protobufAnswer.h"
+#include "queryKinds.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_NotifyPresetStatus.pb.h"
@@ -136,7 +137,7 @@ bool BuildOta(const Change& change, MemoryStream& stream) {
 // ---------------------------------------------------------------- live stream
 
 void LogWmsState(uint32_t wms) {
-    if (wms == kWmsReconnecting) {
+    if (wms == WMS_STATE_RECONNECTING) {
         LOG_INFO("csi_wms_state = WSKD_LIVE_STREAM_STATE_RECONNECTING");
     } else {
         LOG_INFO("csi_wms_state = WSDK_LIVE_STREAM_STATE_IDLE");
@@ -145,10 +146,10 @@ void LogWmsState(uint32_t wms) {
 
 void LogSdCard(uint32_t sdCard) {
     switch (sdCard) {
-        case kSdCardFull:
+        case SD_CARD_FULL:
             LOG_INFO("WSDK_LIVE_STREAM_ERROR_SD_CARD_FULL");
             break;
-        case kSdCardRemoved:
+        case SD_CARD_REMOVED:
             LOG_INFO("WSDK_LIVE_STREAM_ERROR_SD_CARD_REMOVED");
             break;
         default:
@@ -179,7 +180,7 @@ bool BuildLiveStream(const Change& change, MemoryStream& stream) {
     status.error = change.server.GetCsiValue(CSI_LIVE_STREAM_ERROR);
     status.encode = change.server.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
     status.bitrate = change.server.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
-    if (status.encode && wms != kWmsIdle) {
+    if (status.encode && wms != WMS_STATE_IDLE) {
         const uint32_t sdCard = change.server.GetCsiValue(CSI_SD_CARD_STATE);
         LogSdCard(sdCard);
         status.error = LiveStreamErrorWhileEncoding(wms, sdCard, status.error);

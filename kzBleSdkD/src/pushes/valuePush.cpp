@@ -1,6 +1,5 @@
 // BleNotificationClient: what a client wants to be told of, and the pushes that tell it.
 #include <algorithm>
-#include <bitset>
 #include <iterator>
 
 #include "MemStream.h"
@@ -8,8 +7,10 @@
 #include "bleResponses.h"
 #include "bleSDK.h"
 #include "featurePush.h"
+#include "idSet.h"
 #include "kzBleServer.h"
 #include "queryEntries.h"
+#include "queryKinds.h"
 #include "utils.h"
 
 namespace {
@@ -19,29 +20,6 @@ constexpr const char* kLogTag = "bleDevice.cpp";
 // First bytes of the buffers that are pushed to sensor clients.
 constexpr unsigned char kLcdMarker = 0x51;
 constexpr unsigned char kLedMarker = 0x53;
-
-// Category and type of a push, in the header that answers of the query interface have.
-constexpr uint32_t kCategorySettings = 2;
-constexpr uint32_t kCategoryStatus = 3;
-constexpr uint32_t kTypeValuePush = 9;
-constexpr uint32_t kTypeCapabilityPush = 10;
-
-// Room for any setting or status id.
-using IdSet = std::bitset<256>;
-
-IdSet MakeIdSet(const std::vector<int>& ids) {
-    IdSet set;
-    for (int id : ids) {
-        if (id >= 0 && static_cast<size_t>(id) < set.size()) {
-            set.set(static_cast<size_t>(id));
-        }
-    }
-    return set;
-}
-
-bool Holds(const IdSet& set, int id) {
-    return id >= 0 && static_cast<size_t>(id) < set.size() && set[static_cast<size_t>(id)];
-}
 
 bool Contains(const std::vector<int>& ids, int id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
@@ -91,16 +69,16 @@ struct BleNotificationClient::ValuePush {
 
 const BleNotificationClient::ValuePush* BleNotificationClient::FindValuePush(eNotificationType_t type) {
     static constexpr ValuePush kValuePushes[kValuePushTypes] = {
-        {eNotifySettings, kCategorySettings, kTypeValuePush, eStoredSettingsPush,
+        {eNotifySettings, kCategorySettings, kQueryTypeValuePush, eStoredSettingsPush,
          &BleNotificationClient::m_settingsInterest, AppendSetting, KZ_LOG_TRACE,
          "Handling Settings Push Notifications", "Settings Push Notifications backed up, replacing oldest",
          [](uint32_t id) { LOG_TRACE("Connection_id:%d has no interest in ANY settings push.", id); }, [](size_t) {}},
-        {eNotifyStatus, kCategoryStatus, kTypeValuePush, eStoredStatusPush, &BleNotificationClient::m_statusInterest,
-         AppendStatus, KZ_LOG_INFO, "Handling Status Push Notifications",
+        {eNotifyStatus, kCategoryStatus, kQueryTypeValuePush, eStoredStatusPush,
+         &BleNotificationClient::m_statusInterest, AppendStatus, KZ_LOG_INFO, "Handling Status Push Notifications",
          "Status Push Notifications backed up, replacing oldest",
          [](uint32_t id) { LOG_TRACE("Connection_id:%d has no interest in ANY status push.", id); },
          [](size_t count) { LOG_INFO("Got %d values back", static_cast<int>(count)); }},
-        {eNotifyCapabilities, kCategorySettings, kTypeCapabilityPush, eStoredCapabilitiesPush,
+        {eNotifyCapabilities, kCategorySettings, kQueryTypeCapabilityPush, eStoredCapabilitiesPush,
          &BleNotificationClient::m_capabilitiesInterest, AppendCapability, KZ_LOG_TRACE,
          "Handling SettingsCapabilities Push Notifications",
          "Capabilities Push Notifications backed up, replacing oldest",
@@ -246,8 +224,8 @@ bool BleNotificationClient::ExecuteValuePush(const ValuePush& push, const Settin
         push.logNoInterest(m_connectionId);
         return false;
     }
-    const IdSet interested = MakeIdSet(interest);
-    const auto matches = [&interested](int id) { return Holds(interested, id); };
+    const IdSet interested(interest);
+    const auto matches = [&interested](int id) { return interested.Contains(id); };
     // What is to be told; at the end, what is left of it.
     std::copy_if(ids.begin(), ids.end(), std::back_inserter(m_pushRemainder), matches);
     if (m_pushRemainder.empty()) {

@@ -4,6 +4,7 @@
 
 #include "bleDevice.h"
 #include "cameraCalls.h"
+#include "cameraState.h"
 #include "commandMessage.h"
 #include "commandTable.h"
 #include "kzBleServer.h"
@@ -42,7 +43,6 @@ enum : uint8_t {
 constexpr uint8_t kMinUpdateBattery = 10;  // percent; below it an update could strand the accessory
 
 constexpr uint32_t kAccessoryUpdateDone = 3;  // phase of CSI_ACCESSORY_UPDATE: back after its update
-constexpr uint32_t kAccessoryUpdateIdle = 0;
 
 // `bytes` holds at least kMinClientInfoSize.
 ClientInfo ReadClientInfo(const uint8_t* bytes, int length) {

@@ -12,9 +12,11 @@
 #include "featureStatus.h"
 #include "generic/ResponseGeneric.pb.h"
 #include "kzBleServer.h"
+#include "littleEndian.h"
 #include "presetStatus.h"
 #include "protoFields.h"
 #include "protobufAnswer.h"
+#include "queryKinds.h"
 #include "queryMessage.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_EnumLiveStreamStatus.pb.h"
@@ -233,8 +235,7 @@ std::optional<uint32_t> ReadCsiWord(uint8_t key) {
     if (csi_get(key, sizeof(bytes), &length, bytes) != CSI_OK) {
         return std::nullopt;
     }
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-           static_cast<uint32_t>(bytes[3]) << 24;
+    return ReadLittleEndian32(bytes);
 }
 
 int GetCahSticky(const Query& query) {

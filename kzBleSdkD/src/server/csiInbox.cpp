@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "cameraState.h"
 #include "csi/csiKeys.h"
 #include "kzBleServer.h"
 #include "kzMbox.h"
@@ -346,8 +347,7 @@ bool KzBleServer::ActOnSystemState(const csiStruct&) {
         return false;
     }
     if (m_waitingAccReconnect) {
-        const uint32_t idle = 0;
-        csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &idle, sizeof(idle));
+        csi_set_no_rsp(CSI_ACCESSORY_UPDATE, &kAccessoryUpdateIdle, sizeof(kAccessoryUpdateIdle));
         m_waitingAccReconnect = false;
     }
     if (!m_clients.empty()) {

@@ -40,10 +40,6 @@ constexpr uint8_t kGateStreams[BleNotificationClient::eStoredCount] = {
     KZ_STR_ID_SENSOR,    // sensor response
 };
 
-// States and requests of the wireless management service that a disconnection has to look after.
-constexpr uint32_t kWmsStateConfigureMode = 17;
-constexpr uint8_t kWmsRequestExitConfigureMode = 2;
-
 std::string IdText(const std::vector<int>& ids) {
     std::string text;
     for (const int id : ids) {
@@ -149,7 +145,7 @@ bool ProcessMessage(BleNotificationClient& client, Message& message, BleNotifica
         Interface::LogOutstanding(client.m_connectionId);
         stored.Clear();
     }
-    MemoryStream stream(packet, kPacketSize);
+    MemoryStream stream(packet, kBlePacketSize);
     BlePacketHeader header;
     stream >> header;
     const int result = message.ProcessPacket(packet, header, answer.bytes, *answer.length);
@@ -393,8 +389,9 @@ void BleNotificationClient::RemoveStreams() {
         m_metadataStreams[i].reset();
     }
     KzBleServer* server = KzBleServer::GetInstance();
-    if (server->GetCsiValue(CSI_WMS_STATE) == kWmsStateConfigureMode) {
-        server->csi_set_no_rsp(CSI_WMS_REQUEST, &kWmsRequestExitConfigureMode, sizeof(kWmsRequestExitConfigureMode));
+    if (server->GetCsiValue(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
+        const uint8_t cancel = WMS_REQUEST_UX_CANCEL;
+        server->csi_set_no_rsp(CSI_WMS_REQUEST, &cancel, sizeof(cancel));
         LOG_ERROR("EXIT CONFIGURE MODE on BLE DISCONNECT");
     }
 }
