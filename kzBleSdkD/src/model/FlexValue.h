@@ -52,8 +52,8 @@ class FlexValue {
     bool HasChanged() const { return m_changed; }
     void SetChanged(bool changed) { m_changed = changed; }
 
-    // Each setter returns true, as the written interface has it. Setting a value that is too short for the number is a
-    // calling error (traced assertion).
+    // The setters' result, always true, belongs to the public interface. Setting a value that is too short for the
+    // number is a calling error (traced assertion).
     bool SetValue(const uint8_t* bytes);       // all GetDataLength() bytes, copied from `bytes`
     bool SetValue(uint8_t value);              // the first byte
     bool SetValue(unsigned int value);         // the first 4 bytes, big-endian

@@ -155,8 +155,8 @@ class SettingsStatusMapping {
     // ---- filters. The capabilities of a setting are its options without the blacklisted ones. They are computed when
     // a push carries a value of a trigger id, that is one that occurs in some criterion. Before, no setting has any.
 
-    // Replaces `result` by the capabilities for the given values and logs each step at level 6. Returns true, as the
-    // written interface has it.
+    // Replaces `result` by the capabilities for the given values and logs each step at level 6. The result, always
+    // true, belongs to the public interface.
     bool ApplyFilters(const std::map<int, FlexValue>& settings, const std::map<int, FlexValue>& status,
                       std::map<int, IdNums>& result) const;
     // Brings the capabilities up to date with the current values, marks those that changed and returns whether any did.
@@ -169,7 +169,7 @@ class SettingsStatusMapping {
     bool TagChangedOptions(std::map<int, IdNums>& capabilities);
 
     // Copies the capabilities of `ids`, or all when `ids` is empty, into `result`. An id without capabilities gets an
-    // entry without numbers. Returns true, as the written interface has it.
+    // entry without numbers. The result is always true.
     bool GetTheseSettingsCapabilityValues(const std::vector<int>& ids, std::map<int, IdNums>& result) const;
     // The capabilities of a setting, or null. Valid until the next push.
     const IdNums* FindCapability(int id) const;
@@ -193,7 +193,7 @@ class SettingsStatusMapping {
     void ResetStatusHasChanged();
 
     // Copy the current values of `ids`, or all when `ids` is empty, into `result`. An id without a value gets an empty
-    // one, which the model then keeps if the id lies in the table. Return true, as the written interface has it.
+    // one, which the model then keeps if the id lies in the table. The result is always true.
     bool GetTheseSettingsValues(const std::vector<int>& ids, std::map<int, FlexValue>& result);
     bool GetTheseStatusValues(const std::vector<int>& ids, std::map<int, FlexValue>& result);
     // The same for one id, without a copy. Valid until a value of this id is stored.
