@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <iterator>
 
-#include "MemStream.h"
 #include "messageCutter.h"
 #include "skylark/bleMessage.h"
 
