@@ -35,8 +35,16 @@ struct BlePacketHeader {
     uint8_t m_counter = 0;   // continuation counter; only its low 4 bits go on the wire
 };
 
-// Writes 1 to 3 bytes at the stream's position; the stream must have room for them. Nothing is written, but logged, for
-// a start header whose m_headerLength is none of 1, 2 and 3.
+// The one byte that a continuation's header is.
+constexpr uint8_t ContinuationHeader(uint8_t counter) {
+    return static_cast<uint8_t>(0x80 | (counter & 0x0F));
+}
+
+// Writes a header of 1 to kMaxHeaderSize bytes and returns how many. A start header whose m_headerLength is none of 1,
+// 2 and 3 is logged and writes nothing.
+constexpr unsigned kMaxHeaderSize = 3;
+unsigned WriteHeader(const BlePacketHeader& header, unsigned char* bytes);
+// The same at the stream's position; the stream must have room for the bytes.
 MemoryStream& operator<<(MemoryStream& stream, const BlePacketHeader& header);
 
 // Reads the header of a received packet into a header that holds the receive default. It reads up to 2 bytes, so the

@@ -3,19 +3,17 @@
 #include <algorithm>
 #include <cstring>
 
-#include "MemStream.h"
-
 MessageCutter::Packet MessageCutter::BeginNext(uint8_t* packet) {
-    MemoryStream stream(packet, kBlePacketSize);
-    stream << m_header;
-    const Packet next{stream.getLength(), std::min<unsigned>(stream.getRemainder(), m_length - m_offset)};
-    m_offset += next.payloadSize;
-    if (m_header.m_isStart) {
-        m_header.m_isStart = false;
+    unsigned headerSize = 1;
+    if (m_started) {
+        packet[0] = ContinuationHeader(m_counter++);
     } else {
-        ++m_header.m_counter;
+        headerSize = WriteHeader(BlePacketHeader(m_length), packet);
+        m_started = true;
     }
-    return next;
+    const unsigned payloadSize = std::min(kBlePacketSize - headerSize, m_length - m_offset);
+    m_offset += payloadSize;
+    return {headerSize, payloadSize};
 }
 
 unsigned MessageCutter::WriteNext(const uint8_t* message, uint8_t* packet) {

@@ -25,10 +25,10 @@ class MessageCutter {
     };
 
     // Of a message of `length` bytes, at most 65535. One that has no bytes is a single packet, its header.
-    explicit MessageCutter(unsigned length) : m_header(length), m_length(length) {}
+    explicit MessageCutter(unsigned length) : m_length(length) {}
 
     // Whether there is a packet left.
-    bool HasNext() const { return m_header.m_isStart || m_offset < m_length; }
+    bool HasNext() const { return !m_started || m_offset < m_length; }
     // Position in the message of the next packet's first payload byte.
     unsigned Offset() const { return m_offset; }
 
@@ -40,7 +40,8 @@ class MessageCutter {
     unsigned WriteNext(const uint8_t* message, uint8_t* packet);
 
   private:
-    BlePacketHeader m_header;  // of the next packet
     unsigned m_length;
     unsigned m_offset = 0;
+    bool m_started = false;  // the start packet was written
+    uint8_t m_counter = 0;   // of the next continuation
 };
