@@ -7,8 +7,7 @@
 #include <cstdio>
 #include <iterator>
 
-#include "MemStream.h"
-#include "blePacketHeader.h"
+#include "messageCutter.h"
 #include "skylark/bleMessage.h"
 
 namespace kzclient {
@@ -99,23 +98,15 @@ void BleClient::send(uint8_t requestStream, std::span<const uint8_t> message) {
     if (message.size() > kLongestMessage) {
         throw Error("a request holds at most " + std::to_string(kLongestMessage) + " bytes");
     }
-    BlePacketHeader header(static_cast<unsigned>(message.size()));
-    do {
+    MessageCutter cutter(static_cast<unsigned>(message.size()));
+    while (cutter.HasNext()) {
         std::array<uint8_t, kBlePacketSize> packet{};
-        MemoryStream stream(packet.data(), packet.size());
-        stream << header;
-        const size_t chunk = std::min<size_t>(stream.getRemainder(), message.size());
-        stream.writeArray(message.data(), static_cast<unsigned short>(chunk));
-        message = message.subspan(chunk);
-        const std::span<const uint8_t> bytes(packet.data(), stream.getLength());
+        const std::span<const uint8_t> bytes(packet.data(), cutter.WriteNext(message.data(), packet.data()));
         if (m_trace) {
             m_trace("->", requestStream, bytes);
         }
         m_link.send(requestStream, bytes);
-        header.m_counter = header.m_isStart ? static_cast<uint8_t>(0) : static_cast<uint8_t>(header.m_counter + 1);
-        header.m_isStart = false;
-        header.m_headerLength = 1;
-    } while (!message.empty());
+    }
 }
 
 Bytes BleClient::request(uint8_t requestStream, std::span<const uint8_t> message) {

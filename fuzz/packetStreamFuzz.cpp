@@ -37,8 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<unsigned char> buffer(input.BigEndian16() % 8189);
     Builder builder;
     while (!input.IsEmpty()) {
-        std::vector<unsigned char> packet = input.Bytes(kPacketSize);
-        MemoryStream stream(packet.data(), kPacketSize);
+        std::vector<unsigned char> packet = input.Bytes(kBlePacketSize);
+        MemoryStream stream(packet.data(), kBlePacketSize);
         BlePacketHeader header;
         stream >> header;
         const bool waiting = builder.m_waitingForStart;

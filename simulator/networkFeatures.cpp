@@ -11,21 +11,8 @@ constexpr auto kStep = std::chrono::milliseconds(200);
 constexpr uint32_t kPercentStep = 20;
 constexpr uint32_t kUploadFiles = 3;
 
-// Requests of key CSI_WMS_REQUEST. One byte speaks to the cloud upload, four bytes to the others.
+// Values of CSI_OTA_STATE.
 enum : uint32_t {
-    kUploadStart = 1,
-    kUploadCancel = 2,
-    kUpdateCancel = 2,
-    kUpdateStart = 5,
-    kUpdateStartForced = 6,
-    kLiveStream = 7,
-};
-
-// Values of the state keys.
-enum : uint32_t {
-    kWmsIdle = 0,
-    kWmsConfig = 17,
-    kWmsReady = 18,
     kUpdateIdle = 0,
     kUpdateDownloading = 1,
     kUpdateVerifying = 2,
@@ -56,19 +43,20 @@ void NetworkFeatures::csiWritten(uint8_t key) {
     const bool forUpload = m_camera.csi(key).value_or(Bytes()).size() == 1;
     report("network", "feature request %u (%s)", request, forUpload ? "upload" : "update or stream");
     if (forUpload) {
-        if (request == kUploadStart) {
+        if (request == WMS_REQUEST_UPLOAD_START) {
             startUpload();
-        } else if (request == kUploadCancel) {
+        } else if (request == WMS_REQUEST_UX_CANCEL) {
             cancelUpload();
-            if (m_camera.csiNumber(CSI_WMS_STATE) == kWmsConfig) {  // it also ends setting up, not a stream that is
-                m_camera.setCsiNumber(CSI_WMS_STATE, kWmsIdle);
+            // It also ends configure mode, but not a stream that runs.
+            if (m_camera.csiNumber(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
+                m_camera.setCsiNumber(CSI_WMS_STATE, WMS_STATE_IDLE);
             }
         }
-    } else if (request == kLiveStream) {
-        m_camera.setCsiNumber(CSI_WMS_STATE, kWmsConfig);
-    } else if (request == kUpdateStart || request == kUpdateStartForced) {
+    } else if (request == WMS_REQUEST_LIVE_STREAM) {
+        m_camera.setCsiNumber(CSI_WMS_STATE, WMS_STATE_CONFIG);
+    } else if (request == WMS_REQUEST_UPDATE_START || request == WMS_REQUEST_UPDATE_START_FORCED) {
         startUpdate();
-    } else if (request == kUpdateCancel) {
+    } else if (request == WMS_REQUEST_UX_CANCEL) {
         cancelUpdate();
     }
 }
@@ -128,9 +116,9 @@ void NetworkFeatures::cancelUpdate() {
 void NetworkFeatures::urlWritten() {
     const bool ends = m_camera.csi(CSI_BROADCAST_PRIVATE).value_or(Bytes()).empty();
     if (ends) {
-        m_camera.setCsiNumber(CSI_WMS_STATE, kWmsIdle);
-    } else if (m_camera.csiNumber(CSI_WMS_STATE) == kWmsConfig) {
-        m_camera.setCsiNumber(CSI_WMS_STATE, kWmsReady);
+        m_camera.setCsiNumber(CSI_WMS_STATE, WMS_STATE_IDLE);
+    } else if (m_camera.csiNumber(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
+        m_camera.setCsiNumber(CSI_WMS_STATE, WMS_STATE_READY);
     }
 }
 

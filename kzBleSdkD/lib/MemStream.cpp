@@ -1,4 +1,4 @@
-// MemoryStream: what need not be inline, and the dumps.
+// The operations of MemoryStream that are seldom called, and its dumps.
 #include "MemStream.h"
 
 #include <string>
@@ -13,7 +13,7 @@ constexpr unsigned kDumpLineBytes = 16;
 
 }  // namespace
 
-// The assertion names the operation that every read or write comes down to, whichever operator it began with.
+// The assertions name the operation that all operators call in the end.
 void MemoryStream::writeFailed() {
     kzAssertFailedTraced(kPath, "writeArray", __LINE__, "(m_index + len) <= m_sourceLen");
 }

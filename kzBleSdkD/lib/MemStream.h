@@ -9,6 +9,8 @@
 
 #include <cstring>
 
+#include "littleEndian.h"
+
 class MemoryStream {
   public:
     // An empty stream: no buffer, no room.
@@ -38,7 +40,7 @@ class MemoryStream {
     unsigned short getRemainder() const {
         return static_cast<unsigned short>(m_index < m_sourceLen ? m_sourceLen - m_index : 0);
     }
-    // The limit.
+    // The limit: how many bytes of the buffer the stream may touch.
     unsigned short getSourceLength() const { return m_sourceLen; }
 
     void writeArray(const void* data, unsigned short len) {
@@ -68,7 +70,7 @@ class MemoryStream {
     // Logs `len` bytes in hexadecimal at level 6, 16 a line; "None\n" for a null pointer.
     static void dumpArray(const unsigned char* data, unsigned short len);
 
-    // Position of the next read or write; at most m_sourceLen after every operation.
+    // Position of the next read or write. No operation moves it beyond m_sourceLen.
     unsigned short m_index = 0;
 
   private:
@@ -112,15 +114,14 @@ inline MemoryStream& operator>>(MemoryStream& stream, unsigned char& value) {
 inline MemoryStream& operator>>(MemoryStream& stream, unsigned short& value) {
     unsigned char bytes[2];
     stream.readArray(bytes, sizeof(bytes));
-    value = static_cast<unsigned short>(bytes[0] | bytes[1] << 8);
+    value = ReadLittleEndian16(bytes);
     return stream;
 }
 
 inline MemoryStream& operator>>(MemoryStream& stream, unsigned int& value) {
     unsigned char bytes[4];
     stream.readArray(bytes, sizeof(bytes));
-    value = static_cast<unsigned int>(bytes[0]) | static_cast<unsigned int>(bytes[1]) << 8 |
-            static_cast<unsigned int>(bytes[2]) << 16 | static_cast<unsigned int>(bytes[3]) << 24;
+    value = ReadLittleEndian32(bytes);
     return stream;
 }
 

@@ -11,7 +11,7 @@ namespace {
 constexpr const char* kLogTag = "kzBleMessages.cpp";
 constexpr const char* kPath = "kzBleSdkD/lib/kzBleMessages";
 
-// The lengths of the wire are big-endian, the stream's own operators are not.
+// Lengths are big-endian on the wire; the stream's own operators are little-endian.
 void writeBigEndian(MemoryStream& stream, unsigned short value) {
     stream << static_cast<unsigned char>(value >> 8) << static_cast<unsigned char>(value);
 }
@@ -55,11 +55,11 @@ void MsgElement::setData(const void* data, unsigned short length) {
         copy = std::make_unique<unsigned char[]>(length);
         std::memcpy(copy.get(), data, length);
     }
-    m_data = std::move(copy);  // only now: `data` may point into the old data
+    m_data = std::move(copy);  // not earlier: `data` may point into the old data
     m_length = length;
 }
 
-// The assertions name the operation the caller used.
+// The assertions name getDataAs, which is what the caller called.
 template <typename T>
 void MsgElement::readDataAs(T& data) const {
     if (getData() == nullptr) {
@@ -193,7 +193,7 @@ bool Msg::decode(MemoryStream& stream) {
     return true;
 }
 
-// The elements of a message whose header was read; the reason when they do not hold together, else null.
+// Reads the elements of a message whose header was read. Returns why they are refused, or null.
 const char* Msg::decodeElements(MemoryStream& stream, unsigned short totalLength) {
     if (totalLength < kTlvMessageHeaderSize) {
         return "its length is below its header's";

@@ -10,11 +10,10 @@
 
 #include "MemStream.h"
 
-// One element: a type and a copy of its data. offset width: 0 1 reserved, 1 2 data length big-endian, 3 1 type, 4 n
-// data.
+// One element: a type and a copy of its data.
 class MsgElement {
   public:
-    // TLV_VOID, no data, not static.
+    // An element of type TLV_VOID without data, not static.
     MsgElement();
     // A static element is not freed by the Msg it is added to.
     MsgElement(unsigned char type, bool isStatic);
@@ -23,7 +22,7 @@ class MsgElement {
     MsgElement& operator=(const MsgElement&) = delete;
     virtual ~MsgElement() = default;
 
-    // Bytes on the wire: data length + 4.
+    // How many bytes the element takes on the wire: data length + 4.
     virtual unsigned int getSize() const;
     virtual unsigned char getType() const;
     // Replaces the data with a copy; a length of 0 leaves no data.
@@ -31,12 +30,12 @@ class MsgElement {
     // Owned by the element, not terminated; null when the length is 0.
     virtual unsigned char* getData() const;
     virtual unsigned short getDataLength() const;
-    // The data as one little-endian value. The element must hold exactly sizeof(data) bytes: callers check received
-    // elements before they ask, anything else is a calling error and aborts.
+    // Reads the data as one little-endian value. An element that does not hold exactly sizeof(data) bytes is a calling
+    // error and aborts, so callers check the length of a received element first.
     virtual void getDataAs(unsigned char& data) const;
     virtual void getDataAs(unsigned short& data) const;
     virtual void getDataAs(unsigned int& data) const;
-    // Type name, length and data at level 6.
+    // Logs type name, length and data at level 6.
     virtual void dump() const;
 
     bool isStatic() const { return m_isStatic; }
@@ -55,8 +54,7 @@ class MsgElement {
     bool m_isStatic = false;
 };
 
-// One message: a category and its elements in order. offset width: 0 2 total length big-endian, 2 1 reserved, 3 1
-// category, 4 .. elements.
+// One message: a category and its elements in their order.
 class Msg {
   public:
     explicit Msg(unsigned char category);
@@ -66,12 +64,12 @@ class Msg {
 
     // Frees every non-static element and empties the list; the category stays.
     virtual void clear();
-    // Bytes on the wire, kept to 16 bits.
+    // How many bytes the message takes on the wire, modulo 65536.
     virtual unsigned short getSize() const;
     virtual unsigned char getCategory() const;
     // The first element of that type, owned by the message; null when there is none.
     virtual MsgElement* findElement(unsigned char type) const;
-    // The whole message at level 6, under the label.
+    // Logs the whole message at level 6, under the label.
     virtual void dump(const char* label) const;
 
     // Appends the element. The message owns it from here on unless it is static; a static element must outlive the
@@ -80,10 +78,10 @@ class Msg {
     // Appends an owned element with a copy of the data.
     void addElement(unsigned char type, unsigned short length, const void* data);
 
-    // Rewinds the stream and reads one message, replacing category and elements. Elements are read until they reach the
-    // total length; the last is read whole where the stream holds it. A total length below 4 or above what the stream
-    // holds, and an element that runs past the stream's limit, are refused: a level-2 text, an empty message, false.
-    // The category is readable all the same; it is 0 when the stream holds less than a header.
+    // Rewinds the stream and reads one message, which replaces category and elements. Elements are read until the total
+    // length is reached; the last one may pass it. Returns false, with a level-2 text and without elements, for a total
+    // length below 4 or above what the stream holds, and for an element that passes the stream's limit. The category is
+    // set all the same, to 0 if the stream holds less than a header.
     bool decode(MemoryStream& stream);
 
   private:
@@ -100,12 +98,12 @@ class Msg {
     unsigned char m_category;
 };
 
-// The element as on the wire. The stream must have room for getSize() bytes.
+// Writes the element. The stream must have room for getSize() bytes.
 MemoryStream& operator<<(MemoryStream& stream, const MsgElement& element);
-// MsgElement::decode; a truncated element is logged at level 2.
+// Reads an element as MsgElement::decode does; one that is cut is logged at level 2.
 MemoryStream& operator>>(MemoryStream& stream, MsgElement& element);
-// Rewinds the stream and writes header and elements. No end marker is added: a message meant for the wire has a TLV_END
+// Rewinds the stream and writes header and elements. No end marker is added: whoever sends the message adds a TLV_END
 // as its last element.
 MemoryStream& operator<<(MemoryStream& stream, const Msg& message);
-// Msg::decode.
+// Reads a message as Msg::decode does.
 MemoryStream& operator>>(MemoryStream& stream, Msg& message);

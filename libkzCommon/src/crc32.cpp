@@ -1,7 +1,11 @@
-// CRC-32 of IEEE 802.3, eight bytes a step: table k advances the checksum of a byte by k further zero bytes, so eight
-// independent look-ups replace eight dependent ones.
+// CRC-32 of IEEE 802.3, eight bytes a step: table k advances the checksum of a byte by k further zero bytes, so that
+// eight look-ups that do not wait for one another replace eight of which each needs the result before it.
+//
+// The plain loop of one table would be ten lines. But a firmware image is checked on the thread that serves all
+// clients, and the benchmark "roads" compares that with zlib: 300 KB take 0.13 ms here and 0.65 ms in the plain loop.
 #include <array>
 
+#include "littleEndian.h"
 #include "utils.h"
 
 namespace {
@@ -30,17 +34,13 @@ constexpr Tables makeTables() {
 
 constexpr Tables kTables = makeTables();
 
-uint32_t littleEndian32(const uint8_t* data) {
-    return uint32_t{data[0]} | uint32_t{data[1]} << 8 | uint32_t{data[2]} << 16 | uint32_t{data[3]} << 24;
-}
-
 }  // namespace
 
 uint32_t Utils::crc32(const uint8_t* data, uint32_t length) {
     uint32_t crc = 0xFFFFFFFF;
     for (; length >= kStep; data += kStep, length -= kStep) {
-        const uint32_t low = crc ^ littleEndian32(data);
-        const uint32_t high = littleEndian32(data + 4);
+        const uint32_t low = crc ^ ReadLittleEndian32(data);
+        const uint32_t high = ReadLittleEndian32(data + 4);
         crc = kTables[7][low & 0xFF] ^ kTables[6][low >> 8 & 0xFF] ^ kTables[5][low >> 16 & 0xFF] ^
               kTables[4][low >> 24] ^ kTables[3][high & 0xFF] ^ kTables[2][high >> 8 & 0xFF] ^
               kTables[1][high >> 16 & 0xFF] ^ kTables[0][high >> 24];

@@ -1,4 +1,4 @@
-// A C stream with an owner: closed when its handle goes.
+// FileHandle owns a C stream (FILE) and closes it.
 #pragma once
 
 #include <cstdio>

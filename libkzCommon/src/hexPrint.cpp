@@ -11,7 +11,7 @@ constexpr unsigned kLineBytes = 16;
 constexpr unsigned kGroupBytes = 4;
 constexpr int64_t kShortenedHead = 80;  // bytes shown at the start of a shortened dump
 constexpr int64_t kShortenedTail = 32;  // most bytes shown at its end
-constexpr size_t kLabelSize = 64;       // room for label and address of a line
+constexpr size_t kLabelSize = 64;       // room for the label and the address at the beginning of a line
 
 void printLine(const char* line) {
     KZ_DEBUG_PRINT(kDebugThresholdDump, "%s\n", line);
@@ -25,8 +25,8 @@ char printable(uint8_t byte) {
     return byte >= 32 && byte <= 126 ? static_cast<char>(byte) : '.';
 }
 
-// Fills the hexadecimal columns (three blanks between them and the characters' 16 columns included) for the line whose
-// first column stands for offset `first` of the data; columns outside the data stay blank.
+// Writes the columns of one line: 16 bytes in hexadecimal in groups of four, two blanks, the same bytes as characters.
+// The first column is for offset `first` of the data; columns for offsets outside the data stay blank.
 void formatColumns(char* out, const uint8_t* data, int64_t length, int64_t first) {
     constexpr unsigned kHexWidth = kLineBytes * 2 + kLineBytes / kGroupBytes - 1;
     constexpr unsigned kWidth = kHexWidth + 2 + kLineBytes;
@@ -45,7 +45,8 @@ void formatColumns(char* out, const uint8_t* data, int64_t length, int64_t first
     }
 }
 
-// Bytes alone; a blank goes before every byte whose index modulo the group equals `phase`.
+// Prints the bytes without addresses and characters, 16 a line. A blank precedes every byte whose index in the data
+// modulo the size of a group equals `phase`.
 void printGroups(const char* label, const uint8_t* data, uint32_t length, uint32_t phase) {
     constexpr size_t kLongestLine = 97;
     for (uint32_t first = 0; first < length; first += kLineBytes) {
@@ -68,7 +69,7 @@ void hexprint(const char* label, uint32_t address, const void* data, uint32_t le
     }
     const bool shortened = (g_debug_level & kDebugWholeHexDumps) == 0 && int64_t{length} > kShortenedHead;
     printLine("");
-    // Offsets into the data; the first line may begin before it.
+    // `first` is an offset into the data. It is negative in the first line unless the address is a multiple of 16.
     for (int64_t first = -int64_t{address % kLineBytes}; first < int64_t{length}; first += kLineBytes) {
         if (shortened && first >= kShortenedHead && int64_t{length} - first > kShortenedTail) {
             continue;

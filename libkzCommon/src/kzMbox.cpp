@@ -21,7 +21,7 @@ constexpr mode_t kQueueMode = 0664;
 constexpr int kReceiveTries = 5;
 constexpr useconds_t kReceivePause = 10'000;
 constexpr int kSharedTries = 6;
-constexpr useconds_t kSharedPause = 100'000;  // times the number of the failed try
+constexpr useconds_t kSharedPause = 100'000;  // after the first try, twice that after the second, and so on
 
 constexpr mqd_t kNoQueue = -1;
 
@@ -46,7 +46,7 @@ bool hasRoom(kzMbox* mbox) {
     return mbox->attr.mq_curmsgs < mbox->attr.mq_maxmsg;
 }
 
-// Whether the queue became readable within the time; otherwise errno is ETIMEDOUT.
+// Waits until the queue is readable. Returns false, with errno ETIMEDOUT, when it is not within `seconds`.
 bool waitReadable(mqd_t mqd, int seconds) {
     int ready = 0;
     if (mqd >= 0 && mqd < FD_SETSIZE) {

@@ -14,7 +14,7 @@ constexpr const char* kLogTag = "kzMsg.cpp";
 constexpr const char* kPath = "libkzCommon/src/kzMsg";
 constexpr uint32_t kCommandLength = 2;
 
-// Direction and peer, twelve characters, and the bit of g_debug that enables the dump.
+// The label of a dump, twelve characters for direction and peer, and the bit of g_debug that enables it.
 struct DumpLabel {
     char text[13];
     uint32_t bit;
@@ -52,7 +52,8 @@ void dump(const kzmsg& message, int index) {
     }
 }
 
-// Steps that both written forms share: from here on an invalid message is our own mistake.
+// The steps that kzmsg_send and kzmsg_send_timedreceive share. Their callers build messages that are valid, so one that
+// is not is this process's own mistake and ends it.
 void complete(kzmsg* iobuf, const char* from, const char* to, int dumpIndex, const char* function) {
     appendAddresses(iobuf, from, to);
     dump(*iobuf, dumpIndex);

@@ -5,7 +5,8 @@
 //     kzmsg_build(&message, "CR", keys, sizeof(keys), CAT_KZNET_CMD);
 //     kzmsg_try_send(&message, "/to_blesdk", "/to_kznet", nullptr, 0);
 //
-// No shared state between calls; two exchanges with the same reply mailbox wait for one another.
+// Calls share no state, but only one exchange at a time can use a reply mailbox: another one with the same waits for
+// it.
 #pragma once
 
 #include <cstdint>
@@ -19,33 +20,35 @@ struct kzmsg {
     uint8_t buf[KZMSG_MAX];     // the TLV message
 };
 
-// Which message directions are hex-dumped, one bit a dump label, while bit 8 of g_debug_level is set. Initially
+// Which messages are dumped in hexadecimal while bit 8 of g_debug_level is set; each dump label has its bit. Initially
 // 0x30000000.
 extern uint32_t g_debug;
 
-// Indices of dump labels run from 0 (never dumped) to 28; any other is never dumped either.
+// The indices of dump labels run from 0 to 28. Messages with index 0 or any other number are never dumped.
 constexpr int kDumpLabelCount = 29;
 
-// Starts the message with the two characters of `command` and the argument; sets `length`. An argument that does not
-// fit is left out, which validation reports later.
+// Starts a message: writes the two characters of `command` and the argument, and sets `length`. An argument that does
+// not fit is left out; the validation when the message is sent finds that.
 void kzmsg_build(kzmsg* message, const char* command, const void* argument, uint32_t argumentLength, uint8_t category);
 
 // Completes a built message and posts it to `via`, or to `to` when `via` is null. `from` names the mailbox for the
-// reply. An invalid message and a missing destination abort, a full one drops the message: only for messages and queues
-// that are this process's own doing. Returns the result of closing the transmit queue.
+// reply. An invalid message or a missing destination aborts, and a full queue drops the message, so this is only for
+// messages and queues that this process alone answers for. Returns the result of closing the transmit queue.
 int kzmsg_send(kzmsg* message, const char* from, const char* to, const char* via, int dumpIndex);
 
-// The same for a destination that may be missing, gone or full: never blocks, never aborts. Returns a kzSendResult;
-// every failure is logged at level 2 and leaves the message as it was built, so that it can be tried again.
+// The same for a destination that may be missing or full: never blocks, never aborts. Returns a kzSendResult. A failure
+// is logged at level 2 and leaves the message as it was built, so that the caller may try again.
 int kzmsg_try_send(kzmsg* message, const char* from, const char* to, const char* via, int dumpIndex);
 
 // Posts like kzmsg_send and waits at most g_timedreceive seconds for the reply, which replaces the message in the
-// buffer; `size` must be KZMSG_MAX. The mailbox `from` exists during the exchange alone; that it cannot be made aborts.
-// Returns the reply's length, kExchangeTimeout (the buffer holds the request, `length` is -1) or kExchangeInvalidReply
-// (the buffer holds what arrived; it was debug-printed and dumped).
+// buffer; `size` must be KZMSG_MAX. The mailbox `from` is made for the exchange and removed after it; a failure to make
+// it aborts. Returns the length of the reply or
+//   kExchangeTimeout        the buffer still holds the request, and `length` is -1
+//   kExchangeInvalidReply   the buffer holds what arrived, which was printed and dumped on the debug-print channel
 int kzmsg_send_timedreceive(kzmsg* message, const char* from, const char* to, const char* via, int dumpIndex);
 enum : int { kExchangeTimeout = -1, kExchangeInvalidReply = -2 };
 
-// Finds the response argument of a received, validated message. Returns its data, also in `*data` with its length in
-// `*length`; null (and null and 0 there) when there is none. Points into the message.
+// Finds the response argument of a received message that was validated. Sets `*data` to its bytes, inside the message,
+// and
+// `*length` to their number, or to null and 0 when there is none. Returns `*data`.
 uint8_t* kzmsg_response(kzmsg* message, uint8_t** data, uint32_t* length);

@@ -29,8 +29,8 @@ void putLength(unsigned char* buffer, uint32_t length) {
     buffer[1] = static_cast<unsigned char>(length);
 }
 
-// The data of the first element of a type as a text: cut at its first zero byte or at the end of the element, for
-// element data carries no terminator. Empty when there is no such element.
+// The data of the first element of a type as a text with a terminator, which elements do not have. It ends at the first
+// zero byte of the data, if any. Empty when there is no such element.
 class ElementText {
   public:
     ElementText(const unsigned char* buffer, uint8_t type) {
@@ -49,8 +49,8 @@ class ElementText {
     char m_text[kTlvMaxMessageSize + 1];
 };
 
-// Adds up the sizes the elements announce until they reach the end of the message or pass it. Bytes of a header that
-// would lie past the end count as zero.
+// Adds up the sizes that the elements announce until the sum reaches or passes the end of the message. If the header of
+// an element is cut off by the end, the missing bytes count as zero.
 uint32_t sumOfElements(const unsigned char* buffer, uint32_t total) {
     const auto byteAt = [&](uint32_t offset) { return offset < total ? uint32_t{buffer[offset]} : 0; };
     uint32_t sum = 0;
@@ -61,7 +61,7 @@ uint32_t sumOfElements(const unsigned char* buffer, uint32_t total) {
     return sum;
 }
 
-// Lengths and the last byte.
+// Checks the lengths and the last byte. Logs, on the debug-print channel, what is wrong.
 bool isWellFormed(const unsigned char* buffer) {
     const uint32_t total = sntlv_msg_len(buffer);
     const int length = static_cast<int>(total);
@@ -87,7 +87,7 @@ bool isWellFormed(const unsigned char* buffer) {
     return true;
 }
 
-// A response's argument may be missing, its command's may not.
+// A response must repeat the argument of its command. One without an argument of its own is only reported.
 int validateResponse(const unsigned char* buffer, const ElementText& command) {
     if (tlv_find(buffer, TLV_CMDARG) == nullptr) {
         KZ_DEBUG_PRINT(kDebugThresholdTlv, "TLV_ERROR: MSG :%s RSP needs a CMDARG\n", command.text());
@@ -109,7 +109,7 @@ int validateCommand(const unsigned char* buffer, const ElementText& command) {
     return kValid;
 }
 
-// Finds the element inside the message; null when it, or anything before it, reaches past the message's end.
+// Returns null when there is no such element, or when it or one before it reaches past the end of the message.
 const unsigned char* find(const unsigned char* buffer, uint8_t type) {
     const uint32_t total = sntlv_msg_len(buffer);
     uint32_t offset = kTlvMessageHeaderSize;

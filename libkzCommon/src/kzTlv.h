@@ -10,9 +10,9 @@
 // A valid message has 18 to 1500 bytes and ends with an element of type TLV_END without data. Even categories are
 // commands; a response carries its command's category plus one.
 //
-// No shared state: a message belongs to the one thread that builds or reads it. Nothing here reads past a message's
-// total length, whatever its elements claim; that the total length itself lies inside the buffer is the caller's
-// promise, which tlv_validate_received checks for messages that arrived.
+// A message belongs to the thread that builds or reads it; there is no shared state. Nothing here reads past a
+// message's total length, whatever the lengths of its elements are. That the total length lies inside the buffer is up
+// to the caller: tlv_validate_received checks it for messages that arrived.
 #pragma once
 
 #include <cstdint>
@@ -47,21 +47,22 @@ enum kzTlvCategory : uint8_t {
 
 // Writes the header of an empty message. Returns 4, or 0 when `size` is smaller.
 int sntlv_msg_init(unsigned char* buffer, uint32_t size, uint8_t category);
-// The total length the header announces.
+// The total length that the header announces.
 unsigned short sntlv_msg_len(const unsigned char* buffer);
 // Appends an element with a copy of the data. Returns the bytes added (length + 4), or 0 with the message unchanged
 // when it does not fit. An empty TLV_SRC or TLV_DST is a calling error and aborts.
 int sntlv_add_bin(unsigned char* buffer, uint32_t size, uint8_t type, uint32_t length, const void* data);
-// The same for the low `length` (at most 4) bytes of `value`, least significant first.
+// The same with the low `length` bytes of `value`, least significant first. More than 4 do not fit.
 int sntlv_add_dat(unsigned char* buffer, uint32_t size, uint8_t type, uint32_t length, uint32_t value);
 
 // ---------------------------------------------------------------- searching
 
-// The header of the first element of that type, or null. An element that reaches past the message's end is not found.
+// Returns the header of the first element of that type, or null. An element that reaches past the end of the message is
+// not found, nor is any behind it.
 unsigned char* tlv_find(unsigned char* buffer, uint8_t type);
 const unsigned char* tlv_find(const unsigned char* buffer, uint8_t type);
-// Copies the data of the first element of that type and returns its length. 0, with nothing written, when there is no
-// such element or its length is not smaller than `outSize`. No terminator is added.
+// Copies the data of the first element of that type, without adding a terminator, and returns its length. Returns 0 and
+// writes nothing when there is no such element, or when its length is not smaller than `outSize`.
 int sntlv_find(void* out, uint32_t outSize, uint8_t type, const unsigned char* buffer);
 
 // Parts of an element found by tlv_find.

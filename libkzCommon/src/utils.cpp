@@ -31,14 +31,14 @@ namespace {
 
 constexpr const char* kLogTag = "utils.cpp";
 
-// syslog.h, included behind utils.h, takes the names LOG_DEBUG and LOG_INFO for priorities: here they are its own.
+// syslog.h, which is included behind utils.h, takes the names LOG_DEBUG and LOG_INFO: in this file they are priorities.
 static_assert(LOG_DEBUG == 7);
 
 struct FreeMemory {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-// Callers print strerror(errno) after a line was logged; nothing that happens in here may show there.
+// Restores errno: callers print strerror(errno) after they have logged a line, which must not change it.
 class ErrnoKeeper {
   public:
     ErrnoKeeper() : m_errno(errno) {}
@@ -62,7 +62,8 @@ bool probeSyslog() {
         return false;
     }
     const sockaddr_un address = {AF_UNIX, "/dev/log"};
-    // EPROTOTYPE: somebody listens there on a stream socket. A dead socket refuses the connection.
+    // EPROTOTYPE means that somebody listens there on a stream socket. A socket that nobody serves refuses the
+    // connection.
     const bool listens =
         connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 || errno == EPROTOTYPE;
     close(fd);
@@ -83,7 +84,8 @@ bool syslogListens() {
     return s_listens;
 }
 
-// One write, so that the lines of several processes do not mix. There is nobody left to tell when it fails.
+// One write, so that the lines of several processes do not mix. A failure is ignored: there is no place left to report
+// it.
 void writeStandardError(const char* text, size_t length) {
     if (write(STDERR_FILENO, text, length) < 0) {
         return;
@@ -96,9 +98,9 @@ constexpr const char* kLevelTags[] = {"[ OFF ]", "[FATAL]", "[ERROR]", "[WARN ]"
 constexpr int kLevelCount = static_cast<int>(std::size(kLevelTags));
 
 constexpr size_t kLineSize = 441;    // a log line with its terminator
-constexpr size_t kMessageEnd = 349;  // the message ends here at the latest; the location follows
+constexpr size_t kMessageEnd = 349;  // a longer message is cut here, so that the location has room behind it
 
-// Writes the location behind the message at `offset`; a blank when it has no room there.
+// Writes the location at `offset`, behind the message, or a blank when there is no room for it.
 void appendLocation(char (&text)[kLineSize], size_t offset, const char* file, int line) {
     const size_t room = kLineSize - 1 - offset;
     const int length = std::snprintf(text + offset, room, " @%s:%d", file, line);
@@ -152,7 +154,7 @@ constexpr size_t kDebugTextSize = 2048;
 constexpr int kAssertionFrames = 10;
 constexpr int kStackTraceFrames = 100;
 
-// Text formatted once per form; the formats come from the literals that kzDebugPrint's callers had checked.
+// Room for one text. The compiler cannot check the formats here; it has checked them at the callers of kzDebugPrint.
 struct DebugText {
     char text[kDebugTextSize] = {};
 
@@ -192,7 +194,7 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
     va_list args;
     if ((g_debug_level & (kDebugPrintStdout | kDebugPrintFile)) != 0) {
         va_start(args, plainFormat);
-        // The time stands for the leading "%s".
+        // printTimed prints the time, so the leading "%s" of the format is skipped.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
         text.format(timedFormat + std::strlen("%s"), args);

@@ -1,8 +1,8 @@
 // Logging and small utilities shared by the camera's daemons: the levelled log, the debug-print channel, the two fatal
 // assertion forms, hex dumps, daemon start, error and model names, a few string and file functions.
 //
-// Everything here may be called from any thread. The log level may change at any time; the debug-print mask is set
-// before threads start.
+// Everything here may be called from any thread. The log level may change at any time; the debug-print mask is only set
+// before the threads start.
 #pragma once
 
 #include <atomic>
@@ -26,7 +26,7 @@ enum kzLogLevel : int {
 // A message of level L is produced when g_logLevel is at least L. Initially KZ_LOG_ERROR.
 extern int g_logLevel;
 
-// The threshold in force. Any thread may ask while another changes it; it costs what reading the integer costs.
+// The current threshold. Any thread may ask while another changes it; that costs no more than reading an integer.
 inline int kzUtilGetLogLevel() {
     return std::atomic_ref<int>(g_logLevel).load(std::memory_order_relaxed);
 }
@@ -38,7 +38,7 @@ inline int kzUtilGetLogLevel() {
 void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
-// Levels 0 to 6; any other value is ignored.
+// Sets the threshold, 0 to 6. Any other value is ignored.
 void kzUtilSetLogLevel(int level);
 
 // LOG_AT(level, format, ...) logs under the tag `kLogTag`, which every source file defines for itself:
@@ -58,16 +58,17 @@ void kzUtilSetLogLevel(int level);
 
 // ---------------------------------------------------------------- debug print
 
-// Mask of the debug-print channel: low byte a level; the bits below. Initially 0x00285420.
+// Mask of the debug-print channel: a level in the low byte, and the bits below. Initially 0x00285420.
 extern uint32_t g_debug_level;
 
 constexpr uint32_t kDebugPrintStdout = 1u << 30;   // copy to standard output, with the time in front
 constexpr uint32_t kDebugPrintFile = 1u << 29;     // append to "/tmp/fuse_d/wifi_log.txt", with the time in front
 constexpr uint32_t kDebugDumpMessages = 1u << 8;   // hex dumps of IPC messages
 constexpr uint32_t kDebugWholeHexDumps = 1u << 9;  // long hex dumps are not shortened
-constexpr unsigned kDebugThresholdDump = 7;        // assertion texts and hex dumps: low byte above this
-constexpr unsigned kDebugThresholdTlv = 15;        // TLV validation texts
-constexpr unsigned kDebugThresholdStart = 31;      // start-up lines
+// A text is printed when the low byte of the mask is above its threshold.
+constexpr unsigned kDebugThresholdDump = 7;    // assertion texts and hex dumps
+constexpr unsigned kDebugThresholdTlv = 15;    // texts of the TLV validation
+constexpr unsigned kDebugThresholdStart = 31;  // start-up lines
 
 // Prints a text when the low byte of g_debug_level is above `threshold`. `timedFormat` is used for standard output and
 // the file; it begins with the "%s" that takes the time. `plainFormat` is used for syslog (LOG_DEBUG), which is opened
@@ -91,8 +92,8 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
 // Traced form: also appends the text to "/tmp/kzlog.txt" and debug-prints a backtrace of at most 10 frames.
 [[noreturn]] void kzAssertFailedTraced(const char* path, const char* function, int line, const char* condition);
 
-// The condition's text is written out: it is part of what the operator sees and must not depend on how the code spells
-// it.
+// `text` is what the operator sees of the condition. It is given apart from the condition, so that it stays the same
+// when the code spells the condition differently.
 #define KZ_ASSERT(condition, path, text) \
     ((condition) ? static_cast<void>(0) : kzAssertFailed((path), __func__, __LINE__, (text)))
 #define KZ_ASSERT_TRACED(condition, path, text) \
@@ -103,17 +104,19 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
 // One line per 16 bytes with address and characters. A dump longer than 80 bytes shows its first 80 and last 32 or
 // fewer bytes unless kDebugWholeHexDumps is set.
 void hexprint(const char* label, uint32_t address, const void* data, uint32_t length);
-// Bytes alone, in groups of four counted from the start (2, 3) or from the end of the data.
+// The bytes without addresses and characters, 16 a line in groups of four. The groups of the first form are counted
+// from the end of the data, those of the other two from its start.
 void hexprint_noaddr(const char* label, uint32_t address, const void* data, uint32_t length);
 void hexprint_noaddr2(const char* label, uint32_t address, const void* data, uint32_t length);
 void hexprint_noaddr3(const char* label, uint32_t address, const void* data, uint32_t length);
 
 // ---------------------------------------------------------------- process
 
-// Makes the process a daemon (fork, new session, root directory, umask 0); at once 0 when the parent is process 1.
-// 0 on success, -1 when fork fails. The parent exits with status 0.
+// Makes the process a daemon: fork, new session, root directory, umask 0; the parent exits with status 0. Returns 0, or
+// -1 when fork fails. A process whose parent is process 1 is taken for a daemon already: nothing is done and 0
+// returned.
 int daemon_init();
-// With `core` non-zero core dumps are unlimited and go to "/tmp/fuse_b/".
+// The same; if `core` is not 0, core dumps are unlimited and go to "/tmp/fuse_b/".
 int daemon_init_ext(int core);
 // Prints up to 100 frames of the caller's backtrace on standard output.
 void print_stack_trace();
@@ -147,34 +150,38 @@ enum kzErrnoCode : int {
 
 // The name of an error code, for example "KZ_ERR_NAK"; "UNKNOWN" for any other.
 const char* kzErrno2Str(int code);
-// The name of a camera model number (its low byte counts), or null.
+// The name of a camera model, of whose number only the low byte counts; null for an unknown one.
 const char* get_model_name(int model);
 
 // ---------------------------------------------------------------- strings and files
 
-// The first character that is neither blank nor tab; null when there is none or `text` is null.
+// Returns the first character of `text` that is neither blank nor tab; null when there is none or `text` is null.
 char* trim(char* text);
-// Decodes percent escapes in place; `*length` becomes the decoded length and the text is terminated there, so the
-// buffer holds at least one byte more than `*length`. A "%" too close to the end for its two digits ends the text; one
-// without two digits stays as it is.
+// Decodes percent escapes in place. `*length` becomes the decoded length, and a terminator is written there, for which
+// the buffer must have room. A "%" that is less than two characters from the end ends the text; one that no two
+// hexadecimal digits follow stays as it is.
 void unescapeUrl(char* text, int* length);
 // True when every character before the terminator or `length` is a decimal digit; true for an empty text.
 bool validateCardID(const char* text, int length);
-// Reads the card's id into `buffer` (at least 32 bytes), making one when there is none or the stored one is not a
-// number. 0, or -1 with "0" in the buffer and the reason on standard error.
+// Reads the card's id into `buffer` (at least 32 bytes). If there is none, or the stored one is no number, an id is
+// made and stored. Returns 0, or -1 with "0" in the buffer and the reason on standard error.
 int getCardIDStr(char* buffer);
-int getCardIDStrFromCard(char* buffer, int which);  // 1: internal storage, else the card
+int getCardIDStrFromCard(char* buffer, int which);  // `which`: 1 for the internal storage, else the card
 // Whether the card holds "messages.txt".
 bool messages_txt_exists();
 
 namespace Utils {
 
-// Reads the integer under `key`: a number, a string that is a decimal number as a whole, true (1) or false (0). Values
-// beyond int become the nearest int. -3 when an argument is null; a missing or null member gives -1 if `required`, else
-// 0 with `*out` untouched; -1 otherwise, after a string with what its leading digits give in `*out`.
+// Reads the integer under `key` into `*out`: a number, a string that is a decimal number as a whole, true (1) or false
+// (0). A value beyond int becomes the nearest int. Returns
+//    0   when it was read, and when it is missing or JSON null and not `required` (`*out` stays as it was)
+//   -1   when it is required and missing, or is no integer; of a string `*out` gets what the leading digits give
+//   -3   when an argument is null
 int cjson_parse_int(const cJSON* object, const char* key, int* out, int required);
-// Reads the string under `key` as a pointer into the JSON tree (null for JSON null). -3 when an argument is null; a
-// missing member gives -1 if `required`, else 0 with `*out` untouched; -1 for anything else.
+// Sets `*out` to the string under `key`, inside the JSON tree, or to null for JSON null. Returns
+//    0   when it was read, and when it is missing and not `required` (`*out` stays as it was)
+//   -1   when it is required and missing, or is no string
+//   -3   when an argument is null
 int cjson_parse_string(const cJSON* object, const char* key, const char** out, int required);
 
 // CRC-32 of IEEE 802.3 (reflected 0xEDB88320, initial and final complement); 0 for empty input.

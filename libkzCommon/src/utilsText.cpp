@@ -49,7 +49,7 @@ bool makeCardFolder(const char* folder) {
     if ((exists && S_ISDIR(status.st_mode)) || (!exists && mkdir(folder, 0777) == 0)) {
         return true;
     }
-    // With a slash at its end the path of a file cannot be looked up, but its name is taken.
+    // The path ends with a slash, so stat fails when a file has this name, and only mkdir says that the name is taken.
     if (exists || errno == EEXIST) {
         std::fprintf(stderr, "Path:%s exists and is a NOT folder\n", folder);
     } else {
@@ -69,7 +69,7 @@ bool readCardId(const char* path, char* buffer) {
     return length > 0 && validateCardID(buffer, static_cast<int>(length));
 }
 
-// A number between 1 and INT_MAX; 0 when chance refuses one.
+// A random number between 1 and INT_MAX; 0 when all tries gave 0.
 int nonZeroRandom() {
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     for (int i = 0; i < kRandomTries; ++i) {
@@ -90,7 +90,7 @@ bool writeCardId(const char* path, const char* id) {
     // A full card may show only when the file is closed.
     if (std::fclose(file.release()) != 0 || !written) {
         std::fprintf(stderr, "Failed to get write card_id to file\n");
-        std::remove(path);  // the first digits alone would pass for an id
+        std::remove(path);  // a part of the id is a number too and would be taken for a whole one
         return false;
     }
     return true;

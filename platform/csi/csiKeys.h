@@ -57,3 +57,27 @@ enum {
 
 /* Values of CSI_SYSTEM_STATE. */
 enum { SYS_RESUMED = 0, SYS_SUSPENDED_UNSAFE = 1 };
+
+/* Values of CSI_SD_CARD_STATE; a full card can still be read. */
+enum { SD_CARD_OK = 0, SD_CARD_FULL = 1, SD_CARD_REMOVED = 2 };
+
+/* Values of CSI_WMS_STATE, the state of the wireless management service: what a live stream is doing. */
+enum {
+    WMS_STATE_IDLE = 0,
+    WMS_STATE_COMPLETE_STAY_ON = 5,
+    WMS_STATE_FAILED_STAY_ON = 7,
+    WMS_STATE_CONFIG = 17, /* configure mode: a stream is being set up */
+    WMS_STATE_READY = 18,
+    WMS_STATE_STREAMING = 19,
+    WMS_STATE_RECONNECTING = 21,
+};
+
+/* Values of CSI_WMS_REQUEST. The length of the value is part of the request: one byte for the cloud upload and for a
+ * cancel by the user, which also ends configure mode; four bytes for the firmware update and the live stream. */
+enum {
+    WMS_REQUEST_UPLOAD_START = 1, /* 1 byte */
+    WMS_REQUEST_UX_CANCEL = 2,    /* 1 byte; as 4 bytes it cancels the firmware update */
+    WMS_REQUEST_UPDATE_START = 5,
+    WMS_REQUEST_UPDATE_START_FORCED = 6,
+    WMS_REQUEST_LIVE_STREAM = 7,
+};

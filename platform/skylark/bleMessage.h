@@ -7,7 +7,7 @@
 constexpr const char* kMqToBleSdk = "/Mq_to_BleSdk";    // radio-stack daemon to this daemon
 constexpr const char* kMqToSkylark = "/Mq_to_Skylark";  // this daemon to the radio-stack daemon
 
-constexpr unsigned kBlePacketSize = 20;  // largest GATT payload, the data area of a record
+constexpr unsigned kBlePacketSize = 20;  // a whole packet, header and payload: the largest GATT payload
 constexpr unsigned kBleRecordSize = 88;  // bytes of one record
 constexpr unsigned kBleAddressSize = 6;  // bytes of a device address
 

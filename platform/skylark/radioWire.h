@@ -9,12 +9,12 @@
 #include <cstdint>
 
 #include "cameraWire.h"
+#include "skylark/bleMessage.h"
 
 namespace kzradio {
 
 constexpr kzwire::Endpoint kRadioEndpoint{"KZ_RADIO_SOCKET", "/tmp/kzcamera/radio"};
 
-constexpr unsigned kPacketSize = 20;
 constexpr unsigned kAddressSize = 6;
 
 // What a record is.
@@ -41,7 +41,7 @@ struct Record {
     uint8_t reserved;
     uint32_t argument0;
     uint32_t argument1;
-    uint8_t data[kPacketSize];
+    uint8_t data[kBlePacketSize];
 };
 static_assert(sizeof(Record) == 32);
 

@@ -4,6 +4,8 @@
 
 #include <numeric>
 
+#include "messageCutter.h"
+
 namespace {
 
 using kzclient::PacketAssembler;
@@ -16,27 +18,23 @@ Bytes counting(size_t length) {
     return bytes;
 }
 
-// A message as the camera sends it, behind that header.
-std::vector<Bytes> packets(Bytes packet, size_t length) {
+// A message as the camera sends it.
+std::vector<Bytes> packets(size_t length) {
+    const Bytes message = counting(length);
     std::vector<Bytes> result;
-    for (const uint8_t byte : counting(length)) {
-        if (packet.size() == 20) {
-            result.push_back(packet);
-            packet = {static_cast<uint8_t>(0x80 | ((result.size() - 1) & 0x0F))};
-        }
-        packet.push_back(byte);
+    MessageCutter cutter(static_cast<unsigned>(length));
+    while (cutter.HasNext()) {
+        Bytes& packet = result.emplace_back(kBlePacketSize);
+        packet.resize(cutter.WriteNext(message.data(), packet.data()));
     }
-    result.push_back(packet);
     return result;
 }
 
 TEST(PacketAssembler, EveryLengthFormArrivesWhole) {
-    const std::pair<Bytes, size_t> forms[] = {{{0x00}, 0},         {{0x13}, 19},         {{0x20, 0x14}, 20},
-                                              {{0x21, 0x04}, 260}, {{0x3F, 0xFC}, 8188}, {{0x40, 0x23, 0x2A}, 9002}};
-    for (const auto& [header, length] : forms) {
+    for (const size_t length : {0, 19, 20, 260, 8188, 9002}) {
         PacketAssembler assembler;
         std::optional<Bytes> whole;
-        for (const auto& packet : packets(header, length)) {
+        for (const auto& packet : packets(length)) {
             EXPECT_FALSE(whole);
             whole = assembler.add(packet).message;
         }
@@ -47,7 +45,7 @@ TEST(PacketAssembler, EveryLengthFormArrivesWhole) {
 
 TEST(PacketAssembler, ReportsWhatItDropsAndGoesOn) {
     PacketAssembler assembler;
-    const auto sent = packets({0x20, 0x28}, 40);
+    const auto sent = packets(40);
 
     EXPECT_EQ(assembler.add({}).problem, Problem::Empty);
     EXPECT_EQ(assembler.add(Bytes{0x80, 1}).problem, Problem::Orphan);

@@ -2,17 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <vector>
 
 #include "MemStream.h"
+#include "messageCutter.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 
 Bytes Written(const BlePacketHeader& header) {
-    Bytes packet(kPacketSize);
-    MemoryStream stream(packet.data(), kPacketSize);
+    Bytes packet(kBlePacketSize);
+    MemoryStream stream(packet.data(), kBlePacketSize);
     stream << header;
     packet.resize(stream.getLength());
     return packet;
@@ -49,8 +51,8 @@ TEST(BlePacketHeaderTest, ReadingTakesTheFormsThatClientsSend) {
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << "first byte " << int(row.bytes[0]));
         Bytes packet = row.bytes;
-        packet.resize(kPacketSize);
-        MemoryStream stream(packet.data(), kPacketSize);
+        packet.resize(kBlePacketSize);
+        MemoryStream stream(packet.data(), kBlePacketSize);
         BlePacketHeader header;
 
         stream >> header;
@@ -60,6 +62,34 @@ TEST(BlePacketHeaderTest, ReadingTakesTheFormsThatClientsSend) {
         EXPECT_EQ(header.m_headerLength, row.headerLength);
         EXPECT_EQ(header.m_counter, 0);
         EXPECT_EQ(stream.getLength(), row.headerLength);
+    }
+}
+
+// The bytes are written out here: every other test cuts its messages with the cutter.
+TEST(MessageCutterTest, MessageOfAnyLengthIsCutByteForByte) {
+    for (size_t length = 0; length < 9000; length += length < 700 ? 1 : 83) {
+        Bytes message(length);
+        std::iota(message.begin(), message.end(), static_cast<unsigned char>(1));
+        const auto high = static_cast<unsigned char>(length >> 8);
+        const auto low = static_cast<unsigned char>(length);
+        Bytes expected = length <= 19     ? Bytes{low}
+                         : length <= 8188 ? Bytes{static_cast<unsigned char>(0x20 + high), low}
+                                          : Bytes{0x40, high, low};
+        for (const unsigned char byte : message) {
+            if (expected.size() % 20 == 0) {
+                expected.push_back(static_cast<unsigned char>(0x80 + (expected.size() / 20 - 1) % 16));
+            }
+            expected.push_back(byte);
+        }
+
+        MessageCutter cutter(static_cast<unsigned>(length));
+        Bytes cut;
+        while (cutter.HasNext()) {
+            Bytes packet(kBlePacketSize, 0xEE);
+            const size_t size = cutter.WriteNext(message.data(), packet.data());
+            cut.insert(cut.end(), packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(size));
+        }
+        ASSERT_EQ(cut, expected) << length;
     }
 }
 

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <numeric>
 
+#include "messageCutter.h"
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
@@ -21,32 +23,24 @@ Bytes MessageOf(size_t length) {
 
 // A packet with this header.
 Bytes Packet(Bytes header) {
-    header.resize(kPacketSize, kFiller);
+    header.resize(kBlePacketSize, kFiller);
     return header;
 }
 const Bytes kContinuation = Packet({0x80});
 
-// A message as packets, the way the format says it: this cutter shares nothing with the code under test.
+// A message as packets, filled up behind its end.
 std::vector<Bytes> Cut(size_t length) {
     const Bytes message = MessageOf(length);
     std::vector<Bytes> packets;
-    Bytes packet{static_cast<unsigned char>(length)};
-    if (length > 19) {
-        packet = {static_cast<unsigned char>(0x20 + length / 256), static_cast<unsigned char>(length % 256)};
+    MessageCutter cutter(static_cast<unsigned>(length));
+    while (cutter.HasNext()) {
+        cutter.WriteNext(message.data(), packets.emplace_back(Packet({})).data());
     }
-    for (const unsigned char byte : message) {
-        if (packet.size() == kPacketSize) {
-            packets.push_back(packet);
-            packet = {static_cast<unsigned char>(0x80 + (packets.size() - 1) % 16)};
-        }
-        packet.push_back(byte);
-    }
-    packets.push_back(Packet(packet));
     return packets;
 }
 
 BlePacketHeader HeaderOf(Bytes& packet) {
-    MemoryStream stream(packet.data(), kPacketSize);
+    MemoryStream stream(packet.data(), kBlePacketSize);
     BlePacketHeader header;
     stream >> header;
     return header;

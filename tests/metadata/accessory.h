@@ -3,6 +3,7 @@
 
 #include "bleDevice.h"
 #include "logCapture.h"
+#include "messageCutter.h"
 #include "testServices.h"
 #include "testStream.h"
 
@@ -40,19 +41,15 @@ class Accessory {
 
     // Sends the request in packets. Hexadecimal; empty when nothing is answered.
     std::string Answer(const Request& request) {
-        const auto low = static_cast<uint8_t>(request.size());
-        Request packets = request.size() <= kMaxSimpleLength ? Request{low} : Request{0x20, low};
-        packets.insert(packets.end(), request.begin(), request.end());
-        for (size_t at = kPacketSize; at < packets.size(); at += kPacketSize) {
-            packets.insert(packets.begin() + static_cast<std::ptrdiff_t>(at), 0x80);
-        }
-        packets.resize((packets.size() + kPacketSize - 1) / kPacketSize * kPacketSize);
         std::vector<uint8_t> response(8188);
         unsigned short length = 0;
         bool answered = false;
-        for (size_t at = 0; at < packets.size(); at += kPacketSize) {
+        MessageCutter cutter(static_cast<unsigned>(request.size()));
+        while (cutter.HasNext()) {
+            uint8_t packet[kBlePacketSize] = {};
+            cutter.WriteNext(request.data(), packet);
             length = 8188;
-            answered = client.ProcessMetadataMessage(packets.data() + at, response.data(), &length, &code);
+            answered = client.ProcessMetadataMessage(packet, response.data(), &length, &code);
         }
         return answered ? Hex({response.data(), length}) : "";
     }

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <type_traits>
 
 #include "modelFixture.h"
 
@@ -36,6 +37,30 @@ TEST_F(Catalogue, SettingsAndOptionsAreAscendingAndIdsBeyondTheTablesNeverValid)
     EXPECT_TRUE(m_model.IsValidSettingsId(30));
     EXPECT_FALSE(m_model.IsValidSettingsId(31) || m_model.IsValidSettingsId(182) || m_model.IsValidSettingsId(~0u));
     EXPECT_EQ(m_log.Texts(), Texts{});
+}
+
+TEST_F(Catalogue, SettingIsMadeWithItsOptionsByIdAndTheLastOfARepeatedOption) {
+    static_assert(std::has_virtual_destructor_v<Model::Setting> && std::has_virtual_destructor_v<Model::Option> &&
+                  std::has_virtual_destructor_v<Model::IdNums>);
+    Load(R"({"id":3,"display_name":"Lens","options":[{"id":4,"display_name":"Wide"},
+        {"id":-1,"display_name":"Linear, which is longer than a short string"},{"id":4,"display_name":"Narrow"}]})");
+
+    const std::unique_ptr<Model::Setting> setting = m_model.MakeSetting(3);
+
+    EXPECT_EQ(setting->display_name + " " + std::to_string(setting->id), "Lens 3");
+    std::map<int, std::string> names;
+    for (const auto& [id, option] : setting->options) {
+        EXPECT_EQ(option->id, id);
+        names[id] = option->display_name;
+    }
+    EXPECT_EQ(names, (std::map<int, std::string>{{-1, "Linear, which is longer than a short string"}, {4, "Narrow"}}));
+    EXPECT_EQ(m_model.MakeSetting(4), nullptr);
+
+    Model::IdNums entry;
+    EXPECT_EQ(entry.tag, "NOT BUILT FROM JSON");
+    EXPECT_TRUE(entry.FromJSON(JsonTree(cJSON_Parse(R"({"a":3,"b":[9,1,9]})")).get(), std::string("a").c_str(), "b"));
+    EXPECT_EQ(entry.tag, "a");
+    EXPECT_EQ(entry.numbers, (Ints{1, 9, 9}));
 }
 
 TEST_F(Catalogue, BrokenSettingIsDroppedWithItsReasonAndNothingElse) {

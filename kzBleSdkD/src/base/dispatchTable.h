@@ -1,4 +1,4 @@
-// Dispatch is data: a table with one row per command or action, found by its one-byte id without a search.
+// DispatchTable: the rows of a dispatch table (commands, actions, keys), each found by its one-byte id in one step.
 #pragma once
 
 #include <array>
@@ -6,8 +6,7 @@
 #include <cstdint>
 #include <stdexcept>
 
-// Rows of type Row, which has a member `id` below 256. Built at compile time, where an id that appears twice is an
-// error.
+// `Row` has a member `id` below 256. The table is built at compile time; two rows with one id do not compile.
 template <typename Row, size_t Count>
 class DispatchTable {
   public:
@@ -33,5 +32,5 @@ class DispatchTable {
 
   private:
     std::array<Row, Count> m_rows;
-    std::array<uint8_t, 256> m_index{};  // position + 1; 0 without a row
+    std::array<uint8_t, 256> m_index{};  // position of the id's row + 1; 0 for an id without a row
 };

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 FileHandle OpenRegularFile(const char* path) {
-    // Opening a FIFO for reading waits for its writer unless it is opened non-blocking.
+    // Without O_NONBLOCK, opening a pipe for reading waits for a writer.
     const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
         return nullptr;

@@ -1,7 +1,8 @@
-// Files that are read from directories others write to. A handle closes its file.
+// Opening files in directories that others write to. A handle closes its file.
 #pragma once
 
 #include "fileCloser.h"
 
-// Opens a regular file for reading; null with errno for anything else. Never blocks, whatever stands at `path`.
+// Opens a regular file for reading. Returns null, with errno, when there is none or `path` names anything else, and
+// never blocks, not even at a pipe without a writer.
 FileHandle OpenRegularFile(const char* path);

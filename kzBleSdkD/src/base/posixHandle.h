@@ -42,7 +42,7 @@ class PosixHandle {
 using QueueHandle = PosixHandle<mq_close>;
 using FileDescriptor = PosixHandle<close>;
 
-// The attributes of a queue; none when it is closed or they cannot be read.
+// The attributes of a queue; nothing when it is closed or the system does not give them.
 inline std::optional<mq_attr> QueueAttributes(const QueueHandle& queue) {
     mq_attr attributes{};
     if (!queue.IsOpen() || mq_getattr(queue, &attributes) != 0) {

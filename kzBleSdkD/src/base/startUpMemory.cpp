@@ -7,8 +7,9 @@
 
 namespace {
 
-// A segment that was never writable holds exactly what its file holds. The others do not: relocations and variables
-// are written into them, and what was relocated becomes read-only only afterwards.
+// Whether the pages of a segment can be dropped and read again. Only those of a segment that never was writable hold
+// what its file holds: relocations and variables are written into the others, some of which become read-only
+// afterwards.
 bool EqualsItsFile(const ElfW(Phdr) & segment) {
     return segment.p_type == PT_LOAD && (segment.p_flags & PF_W) == 0;
 }
@@ -22,7 +23,7 @@ int ReleaseFilePages(dl_phdr_info* object, size_t, void*) {
         }
         const ElfW(Addr) begin = object->dlpi_addr + segment.p_vaddr;
         const ElfW(Addr) firstPage = begin & ~(pageSize - 1);
-        // Best effort: a kernel object without a file refuses.
+        // A failure is of no account: the kernel's own object has no file and refuses.
         madvise(reinterpret_cast<void*>(firstPage), begin + segment.p_memsz - firstPage, MADV_DONTNEED);
     }
     return 0;

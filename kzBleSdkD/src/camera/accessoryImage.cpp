@@ -6,6 +6,7 @@
 #include <system_error>
 #include <vector>
 
+#include "littleEndian.h"
 #include "skylark/bleMessage.h"
 #include "transmitPlan.h"
 
@@ -56,23 +57,18 @@ bool IsReadableImage(const std::string& path) {
                        [&target](const char* directory) { return IsWithin(target, directory); });
 }
 
-uint32_t ReadWord(std::span<const uint8_t> bytes, size_t offset) {
-    return static_cast<uint32_t>(bytes[offset]) | static_cast<uint32_t>(bytes[offset + 1]) << 8 |
-           static_cast<uint32_t>(bytes[offset + 2]) << 16 | static_cast<uint32_t>(bytes[offset + 3]) << 24;
-}
-
 }  // namespace
 
 std::optional<AccessoryImage> ParseAccessoryImage(std::span<const uint8_t> file) {
     if (file.size() < kImageHeaderSize) {
         return std::nullopt;
     }
-    const uint32_t length = ReadWord(file, 16);
+    const uint32_t length = ReadLittleEndian32(file.data() + 16);
     if (length > file.size() - kImageHeaderSize) {
         return std::nullopt;
     }
     AccessoryImage image;
-    image.storedCrc = ReadWord(file, 0);
+    image.storedCrc = ReadLittleEndian32(file.data());
     image.version = {file[4], file[8], file[12]};
     image.image = file.subspan(kImageHeaderSize, length);
     return image;

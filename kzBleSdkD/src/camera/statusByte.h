@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "csi/csiKeys.h"
+
 // The inputs, as taken from the CSI notifications.
 struct StInputs {
     uint8_t batteryGood = 0;  // external power, or battery at 20 percent or more
@@ -14,14 +16,13 @@ struct StInputs {
 };
 
 constexpr uint32_t kGoodBatteryPercent = 20;
-constexpr uint32_t kFirstUnusableSdCardState = 2;
 
 constexpr uint8_t BatteryGood(uint32_t externalPower, uint32_t batteryPercent) {
     return externalPower != 0 || batteryPercent >= kGoodBatteryPercent ? 1 : 0;
 }
 
 constexpr uint8_t SdCardGood(uint32_t sdCardState) {
-    return sdCardState < kFirstUnusableSdCardState ? 1 : 0;
+    return sdCardState < SD_CARD_REMOVED ? 1 : 0;  // a full card can still be read
 }
 
 constexpr uint8_t StReady(const StInputs& in) {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kLogTag = "bleResponses.cpp";
 
-constexpr size_t kMaxField = 255;  // what a one-byte length can say
+constexpr size_t kMaxField = 255;  // the longest field that a one-byte length can announce
 
 unsigned short FieldLength(size_t length) {
     return static_cast<unsigned short>(std::min(length, kMaxField));

@@ -1,15 +1,15 @@
-// The answers of the four interfaces and their byte layouts. Responses are built on the stack and written onto a
-// MemoryStream; a write past the stream is a fatal assertion, so whoever builds one keeps it within the buffer. The
-// three query responses with entries keep themselves within it: an entry that does not fit is left out whole, and the
-// result byte then says failure (1) whatever m_result is.
+// The answers of the command, settings and query interfaces and their byte layouts. Responses are built on the stack
+// and written onto a MemoryStream. A write past the stream is a fatal assertion, so whoever builds a response makes
+// sure that it fits. Only the three query responses with entries see to that themselves: an entry that does not fit is
+// left out whole, and the result byte then says failure (1) whatever m_result is.
 //
 // L is a one-byte length. FlexValue data is big-endian.
 //   BleCommandResponse          command id, result, then per parameter: L, data
 //   BleSettingsResponseMessage  setting id, error code
 //   BleQueryResponse            category | type << 4, result
 //   ...CurrentValueResponse     header, then per entry in ascending id: id, L, data
-//   ...CurrentCapabilities...   header, then per allowed value of each entry: id, L, value; an entry without: id, 0
-//   ...CapabilitiesAndNames...  as above with the option's name (no length byte) behind each value; without: id, 0, 0
+//   ...CurrentCapabilities...   header, then per allowed option of each entry: id, L, option; id, 0 if it has none
+//   ...CapabilitiesAndNames...  likewise with the option's name (no length byte) behind each; id, 0, 0 if it has none
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ class BleCommandResponse {
     std::vector<FlexValue> m_params;
 };
 MemoryStream& operator<<(MemoryStream& stream, const BleCommandResponse& response);
-// Bytes that the answer takes on the wire.
+// How many bytes the answer takes on the wire.
 size_t WireSize(const BleCommandResponse& response);
 
 class BleSettingsResponseMessage {
@@ -61,8 +61,8 @@ class BleQueryResponse {
 };
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryResponse& response);
 
-// A query answer written entry by entry: the header, then the entries that fit whole. When some do not, the result byte
-// says failure and a level-2 text how many.
+// A query answer that is written entry by entry. The constructor writes the header; the destructor, if some entry did
+// not fit, sets the result byte to failure and logs how many were left out.
 class EntryAnswer {
   public:
     EntryAnswer(MemoryStream& stream, const BleQueryResponse& header);
@@ -70,7 +70,7 @@ class EntryAnswer {
     EntryAnswer(const EntryAnswer&) = delete;
     EntryAnswer& operator=(const EntryAnswer&) = delete;
 
-    // Takes what an Append function said of the next entry.
+    // Counts an entry; `written` is what its Append function (queryEntries.h) returned.
     void Count(bool written) { ++(written ? m_written : m_leftOut); }
 
   private:

@@ -1,8 +1,8 @@
 #include "featureStatus.h"
 
-#include <algorithm>
-
 #include "MemStream.h"
+#include "csi/csiKeys.h"
+#include "dispatchTable.h"
 #include "protoFields.h"
 #include "wsdkCommands/WSDK_NotifyCAHStatus.pb.h"
 #include "wsdkCommands/WSDK_NotifyLiveStreamStatus.pb.h"
@@ -14,7 +14,7 @@ using wsdk_commands::WSDK_NotifyCAHStatus;
 using wsdk_commands::WSDK_NotifyLiveStreamStatus;
 using wsdk_commands::WSDK_NotifyOTAStatus;
 
-// Four consecutive fields, from `firstField` on, hold the four bytes of a state word.
+// Writes the four bytes of a state word into four consecutive fields, of which `firstField` is the first.
 void WriteStateWord(ProtoFieldWriter& writer, int firstField, const std::optional<uint32_t>& word) {
     if (!word) {
         return;
@@ -45,29 +45,31 @@ constexpr int32_t kLenses[] = {wsdk_commands::WSDK_LENS_WIDE, wsdk_commands::WSD
                                wsdk_commands::WSDK_LENS_PANOVA};
 
 struct ModelAbilities {
-    uint8_t modelNumber;
+    uint8_t id;  // model number
     LiveStreamAbilities abilities;
 };
-constexpr ModelAbilities kModelAbilities[] = {
+constexpr ModelAbilities kModelRows[] = {
     {57, {kFullHdWindows, kLenses, true, true}},
     {58, {kFullHdWindows, kLenses, true, true}},
     {60, {kHdWindows, kLenses, true, true}},
     {61, {kHdWindows, kLenses, true, true}},
 };
+constexpr DispatchTable kModelAbilities(kModelRows);
 
-struct WmsRow {
-    uint32_t wms;
+struct WmsStatus {
+    uint32_t id;  // WMS state
     int32_t status;
 };
-constexpr WmsRow kWmsRows[] = {
-    {kWmsIdle, wsdk_commands::WSDK_LIVE_STREAM_STATE_IDLE},
-    {kWmsConfig, wsdk_commands::WSDK_LIVE_STREAM_STATE_CONFIG},
-    {kWmsReady, wsdk_commands::WSDK_LIVE_STREAM_STATE_READY},
-    {kWmsStreaming, wsdk_commands::WSDK_LIVE_STREAM_STATE_STREAMING},
-    {kWmsCompleteStayOn, wsdk_commands::WSDK_LIVE_STREAM_STATE_COMPLETE_STAY_ON},
-    {kWmsFailedStayOn, wsdk_commands::WSDK_LIVE_STREAM_STATE_FAILED_STAY_ON},
-    {kWmsReconnecting, wsdk_commands::WSDK_LIVE_STREAM_STATE_RECONNECTING},
+constexpr WmsStatus kWmsRows[] = {
+    {WMS_STATE_IDLE, wsdk_commands::WSDK_LIVE_STREAM_STATE_IDLE},
+    {WMS_STATE_CONFIG, wsdk_commands::WSDK_LIVE_STREAM_STATE_CONFIG},
+    {WMS_STATE_READY, wsdk_commands::WSDK_LIVE_STREAM_STATE_READY},
+    {WMS_STATE_STREAMING, wsdk_commands::WSDK_LIVE_STREAM_STATE_STREAMING},
+    {WMS_STATE_COMPLETE_STAY_ON, wsdk_commands::WSDK_LIVE_STREAM_STATE_COMPLETE_STAY_ON},
+    {WMS_STATE_FAILED_STAY_ON, wsdk_commands::WSDK_LIVE_STREAM_STATE_FAILED_STAY_ON},
+    {WMS_STATE_RECONNECTING, wsdk_commands::WSDK_LIVE_STREAM_STATE_RECONNECTING},
 };
+constexpr DispatchTable kWmsStatus(kWmsRows);
 
 }  // namespace
 
@@ -110,12 +112,8 @@ bool OtaStateHasError(uint32_t state) {
 }
 
 LiveStreamAbilities LiveStreamAbilitiesOf(uint8_t modelNumber) {
-    for (const ModelAbilities& row : kModelAbilities) {
-        if (row.modelNumber == modelNumber) {
-            return row.abilities;
-        }
-    }
-    return {};
+    const ModelAbilities* row = kModelAbilities.Find(modelNumber);
+    return row != nullptr ? row->abilities : LiveStreamAbilities{};
 }
 
 MemoryStream& operator<<(MemoryStream& stream, const LiveStreamStatus& status) {
@@ -144,20 +142,17 @@ MemoryStream& operator<<(MemoryStream& stream, const LiveStreamStatus& status) {
 }
 
 std::optional<int32_t> LiveStreamStatusOfWms(uint32_t wms) {
-    const auto* row = std::find_if(std::begin(kWmsRows), std::end(kWmsRows),
-                                   [wms](const WmsRow& candidate) { return candidate.wms == wms; });
-    if (row == std::end(kWmsRows)) {
-        return std::nullopt;
-    }
-    return row->status;
+    const WmsStatus* row = kWmsStatus.Find(wms);
+    return row != nullptr ? std::optional(row->status) : std::nullopt;
 }
 
 uint32_t LiveStreamErrorWhileEncoding(uint32_t wms, uint32_t sdCard, uint32_t streamError) {
-    if (sdCard == kSdCardFull) {
+    if (sdCard == SD_CARD_FULL) {
         return wsdk_commands::WSDK_LIVE_STREAM_ERROR_SD_CARD_FULL;
     }
-    const bool writesToCard = wms == kWmsCompleteStayOn || wms == kWmsFailedStayOn || wms == kWmsStreaming;
-    if (sdCard == kSdCardRemoved && writesToCard) {
+    const bool writesToCard =
+        wms == WMS_STATE_COMPLETE_STAY_ON || wms == WMS_STATE_FAILED_STAY_ON || wms == WMS_STATE_STREAMING;
+    if (sdCard == SD_CARD_REMOVED && writesToCard) {
         return wsdk_commands::WSDK_LIVE_STREAM_ERROR_SD_CARD_REMOVED;
     }
     return streamError;

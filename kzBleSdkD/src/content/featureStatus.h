@@ -1,9 +1,9 @@
-// What the camera's features are doing, as clients are told of it: the cloud upload (CAH), the firmware update (OTA)
-// and the live stream. Plain structs filled from CSI values by the query handler and by the feature notifications, and
-// their protobuf form. State words are carried as they are, also outside their enumerations.
+// What the camera's features are doing, in the form that answers and notifications share: the cloud upload (CAH), the
+// firmware update (OTA) and the live stream. The query handler and the feature pushes fill plain structs from CSI
+// values; numbers go out as the services gave them, also outside their enumerations.
 //
-// Each operator<< writes the struct's set fields as a serialised message (WSDK_Notify*), in the byte form of the
-// generated class; the stream must have room for kMaxFeatureStatus bytes.
+// Each operator<< writes the fields that are set as a serialised message (WSDK_Notify*), byte for byte as the generated
+// class would. The stream must have room for kMaxFeatureStatus bytes.
 #pragma once
 
 #include <array>
@@ -16,10 +16,8 @@ class MemoryStream;
 
 constexpr size_t kMaxFeatureStatus = 20 * 12;  // at most 20 fields of at most 12 bytes
 
-// The feature id of the query interface's protobuf messages: first byte of requests, answers and notifications.
-constexpr uint8_t kQueryFeatureId = 245;
-
-// Byte `index`, the least significant first, of a state word: 0 state, 1 category, 2 sub-state, 3 error.
+// One byte of a state word. Index 0, the least significant byte, is the state, 1 the category, 2 the sub-state, 3 the
+// error.
 constexpr uint8_t StateByte(uint32_t word, unsigned index) {
     return static_cast<uint8_t>(word >> (index * 8));
 }
@@ -27,7 +25,7 @@ constexpr uint8_t StateByte(uint32_t word, unsigned index) {
 // ---------------------------------------------------------------- cloud upload
 
 constexpr uint32_t kCsiErrorWord = 0x7F7F7F7F;  // every byte 127: the service could not be read
-constexpr uint8_t kWomNotTriggered = 5;         // WOM state; in any other the camera is busy with an upload
+constexpr uint8_t kWomNotTriggered = 5;         // the WOM state without an upload; in any other the camera is busy
 
 struct CahUpload {
     uint32_t currentFile = 0;
@@ -59,38 +57,23 @@ struct OtaStatus {
 };
 MemoryStream& operator<<(MemoryStream& stream, const OtaStatus& status);
 
-// Whether an update in this state failed, so that its error says why.
+// Whether this state is that of a failed update, of which the error then says why it failed.
 bool OtaStateHasError(uint32_t state);
 
 // ---------------------------------------------------------------- live stream
 
-enum : uint32_t {
-    kWmsIdle = 0,
-    kWmsCompleteStayOn = 5,
-    kWmsFailedStayOn = 7,
-    kWmsConfig = 17,
-    kWmsReady = 18,
-    kWmsStreaming = 19,
-    kWmsReconnecting = 21,
-};
-
-enum : uint32_t {
-    kSdCardFull = 1,
-    kSdCardRemoved = 2,
-};
-
-constexpr uint32_t kLiveStreamEncoding = 1;  // value of the encode setting
+constexpr uint32_t kLiveStreamEncoding = 1;  // value of CSI_LIVE_STREAM_ENCODE: the stream is recorded as well
 
 // What one camera model's live stream can do.
 struct LiveStreamAbilities {
     std::span<const int32_t> windowSizes;  // WSDK_EnumWindowSize
     std::span<const int32_t> lenses;       // WSDK_EnumLens
     bool encodeSupported = false;
-    bool lensSupported = false;  // absent from the message when false
+    bool lensSupported = false;  // the message has the field only when it is true
 };
 LiveStreamAbilities LiveStreamAbilitiesOf(uint8_t modelNumber);
 
-// WSDK_NotifyLiveStreamStatus. The abilities and bitrate limits are in answers only.
+// WSDK_NotifyLiveStreamStatus. With `abilities`, which only answers have, it carries the bitrate limits too.
 struct LiveStreamStatus {
     int32_t status = 0;
     uint32_t error = 0;
@@ -100,8 +83,8 @@ struct LiveStreamStatus {
 };
 MemoryStream& operator<<(MemoryStream& stream, const LiveStreamStatus& status);
 
-// The live_stream_status of a WMS state; none for a state that clients are not told of.
+// The live_stream_status of a WMS state; nothing for a state that clients are not notified of.
 std::optional<int32_t> LiveStreamStatusOfWms(uint32_t wms);
-// The live_stream_error while the stream is encoded to the card: what is wrong with the card comes before the stream's
-// own error, a removed card only in the states that write to it.
+// The live_stream_error while the stream is recorded on the card: a full card counts before the stream's own error, and
+// so does a removed card, but only in the states in which the camera writes to it.
 uint32_t LiveStreamErrorWhileEncoding(uint32_t wms, uint32_t sdCard, uint32_t streamError);

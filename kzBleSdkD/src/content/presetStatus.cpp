@@ -13,11 +13,11 @@ using wsdk_commands::WSDK_PresetGroup;
 constexpr const char* kLogTag = "bleDevice.cpp";
 
 constexpr uint32_t kModelWithAllPresets = 51;
-// Most significant bytes of CSI_PRESETS_MODIFIED that concern every preset.
+// The range of the most significant byte of CSI_PRESETS_MODIFIED, the kind of the change, that concerns every preset.
 constexpr uint32_t kModifiedAllFirst = 7;
 constexpr uint32_t kModifiedAllLast = 8;
 
-// The number of an enumeration field; a number outside the enumeration is found among the unknown fields.
+// The number of an enumeration field. One outside the enumeration was put among the unknown fields by the parser.
 int EnumNumber(const google::protobuf::Message& message, const google::protobuf::FieldDescriptor* field) {
     const google::protobuf::Reflection* reflection = message.GetReflection();
     if (reflection->HasField(message, field)) {
@@ -33,7 +33,7 @@ int EnumNumber(const google::protobuf::Message& message, const google::protobuf:
     return reflection->GetEnumValue(message, field);  // absent: the default
 }
 
-// Sets an enumeration field of `to` to that of `from`, of the same type, and returns it.
+// Copies the number of an enumeration field of `from` to `to` and returns it.
 template <typename Message>
 int CopyEnum(const Message& from, Message* to, int fieldNumber) {
     const google::protobuf::FieldDescriptor* field = Message::descriptor()->FindFieldByNumber(fieldNumber);

@@ -1,4 +1,4 @@
-// The preset notification: what a client is told when the camera's presets changed.
+// The presets of the camera as clients are notified of them and as they get them for an answer.
 #pragma once
 
 #include <cstddef>
@@ -10,16 +10,17 @@ class WSDK_NotifyPresetStatus;
 
 constexpr uint32_t kPresetReplySize = 2400;  // room for the control daemon's answer to KZCONTROL_PRESET_GET_PRESETS
 
-// Which presets a notification carries in full; the others carry only their id.
+// Which presets a notification carries in full. Of the others it carries only the id.
 struct PresetDetail {
     bool all = false;
-    bool currentPreset = true;
+    bool currentPreset = true;  // the preset with currentPresetId
     uint32_t currentPresetId = 0;
 };
 
-// Whether all presets are carried in full, by the cached values of CSI_PRESETS_MODIFIED and CSI_MODEL_NUMBER.
+// Whether the cached values of CSI_PRESETS_MODIFIED and CSI_MODEL_NUMBER ask for all presets in full.
 bool AllPresetsInFull(uint32_t presetsModified, uint32_t modelNumber);
 
-// Copies groups and presets of `from` in order. Values outside their enumerations stay as they are.
+// Appends the groups of `from` with their presets to `to`, in their order. Numbers outside their enumerations stay as
+// they are.
 void CopyPresetStatus(const wsdk_commands::WSDK_NotifyPresetStatus& from, const PresetDetail& detail,
                       wsdk_commands::WSDK_NotifyPresetStatus& to);

@@ -16,7 +16,7 @@ constexpr size_t kHeaderSize = 2;
 }  // namespace
 
 void ParseRequest(const std::vector<uint8_t>& payload, google::protobuf::MessageLite* request) {
-    // Partial: the runtime would print a line of its own about every required field that is missing.
+    // The plain parse would have the runtime print a line of its own about every required field that is missing.
     static_cast<void>(request->ParsePartialFromArray(payload.data(), static_cast<int>(payload.size())));
 }
 

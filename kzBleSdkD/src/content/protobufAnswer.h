@@ -14,8 +14,8 @@ class MessageLite;
 
 constexpr uint8_t kProtobufAnswerBit = 0x80;
 
-// A request's payload, read into `request` as far as it goes: what does not parse leaves its field absent, and the
-// handler goes on with defaults. Nothing is logged.
+// Reads a request's payload into `request`. A field that does not parse stays absent, and its handler goes on with the
+// default; nothing is logged.
 void ParseRequest(const std::vector<uint8_t>& payload, google::protobuf::MessageLite* request);
 
 template <typename Request>
@@ -25,12 +25,12 @@ Request ParseRequest(const std::vector<uint8_t>& payload) {
     return request;
 }
 
-// A byte of the payload for the log; 0 beyond its end.
+// The byte at `index` of the payload, for the log; 0 beyond its end.
 inline uint8_t PayloadByte(const std::vector<uint8_t>& payload, size_t index) {
     return index < payload.size() ? payload[index] : uint8_t{0};
 }
 
-// RESULT_SUCCESS or RESULT_UNKNOWN.
+// How the outcome of a request is reported in a ResponseGeneric.
 constexpr EnumResultGeneric ResultOf(bool success) {
     return success ? RESULT_SUCCESS : RESULT_UNKNOWN;
 }
@@ -48,7 +48,8 @@ class ProtobufAnswer {
     int SendResult(EnumResultGeneric result) const;      // a ResponseGeneric
 
   private:
-    // Where the body goes; null when `bodyLength` bytes do not fit.
+    // Writes feature and action id and returns where the body goes. Null, after a log line, when a body of `bodyLength`
+    // bytes does not fit.
     uint8_t* Begin(size_t bodyLength) const;
 
     uint8_t m_featureId;

@@ -5,9 +5,9 @@
 //   capability       per allowed option: id, L, the option as a number of the setting's width; no option: id, 0
 //   ... with names   per allowed option: id, L, the option, the option's name without a length; no option: id, 0, 0
 //
-// An entry is written whole or not at all: every Append returns false, with the stream untouched, when the stream has
-// no room for all of it. A value longer than its one-byte length can say is cut to 255 bytes, with a level-2 text.
-// Nothing allocates but the names.
+// An entry is written whole or not at all: every Append function returns false and leaves the stream as it is when
+// there is no room for all of it. A value of more than 255 bytes, which its length byte could not announce, is cut to
+// them and logged at level 2. Only the names allocate memory.
 #pragma once
 
 #include <cstddef>
@@ -19,13 +19,13 @@
 
 class MemoryStream;
 
-constexpr size_t kMaxEntryValue = 255;  // what the length byte of an entry can say
+constexpr size_t kMaxEntryValue = 255;  // bytes of the longest value that an entry's length byte can announce
 
 bool AppendValueEntry(MemoryStream& stream, int id, const FlexValue& value);
 bool AppendCapabilityEntry(MemoryStream& stream, int id, const SettingsStatusMapping::IdNums& capability);
-// The names come from the loaded model; without one they are empty.
+// The names come from the loaded model; while none is loaded they are empty.
 bool AppendCapabilityAndNamesEntry(MemoryStream& stream, int id, const SettingsStatusMapping::IdNums& capability);
 
-// Adds the ids of the value or capability entries in `length` bytes at `entries` to `ids`, each run of one id once.
-// Stops at the first entry that is not whole.
+// Appends to `ids` the ids of the value or capability entries in the `length` bytes at `entries`. Consecutive entries
+// of one id add it once. Reading ends at the first entry that is not whole.
 void CollectEntryIds(const unsigned char* entries, size_t length, std::vector<int>& ids);

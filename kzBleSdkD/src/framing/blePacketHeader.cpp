@@ -8,7 +8,6 @@ namespace {
 constexpr const char* kLogTag = "blePacketHeader.cpp";
 
 constexpr unsigned char kContinuationFlag = 0x80;
-constexpr unsigned char kCounterMask = 0x0F;
 constexpr unsigned char kLengthTypeMask = 0x60;
 constexpr unsigned char kSimpleStart = 0x00;
 constexpr unsigned char kExtendedStart = 0x20;
@@ -28,22 +27,36 @@ BlePacketHeader::BlePacketHeader(unsigned int length)
                      : length > kMaxSimpleLength ? 2
                                                  : 1) {}
 
-MemoryStream& operator<<(MemoryStream& stream, const BlePacketHeader& header) {
+unsigned WriteHeader(const BlePacketHeader& header, unsigned char* bytes) {
     if (!header.m_isStart) {
-        return stream << static_cast<unsigned char>(kContinuationFlag | (header.m_counter & kCounterMask));
+        bytes[0] = ContinuationHeader(header.m_counter);
+        return 1;
     }
-    const uint32_t length = header.m_length;
+    const unsigned char high = LowByte(header.m_length >> 8);
+    const unsigned char low = LowByte(header.m_length);
     switch (header.m_headerLength) {
         case 1:
-            return stream << LowByte(length);
+            bytes[0] = low;
+            return 1;
         case 2:
-            return stream << static_cast<unsigned char>(kExtendedStart | LowByte(length >> 8)) << LowByte(length);
+            bytes[0] = static_cast<unsigned char>(kExtendedStart | high);
+            bytes[1] = low;
+            return 2;
         case 3:
-            return stream << kLongStart << LowByte(length >> 8) << LowByte(length);
+            bytes[0] = kLongStart;
+            bytes[1] = high;
+            bytes[2] = low;
+            return 3;
         default:
             LOG_ERROR("Unhandled header length");
-            return stream;
+            return 0;
     }
+}
+
+MemoryStream& operator<<(MemoryStream& stream, const BlePacketHeader& header) {
+    unsigned char bytes[kMaxHeaderSize];
+    stream.writeArray(bytes, static_cast<unsigned short>(WriteHeader(header, bytes)));
+    return stream;
 }
 
 MemoryStream& operator>>(MemoryStream& stream, BlePacketHeader& header) {

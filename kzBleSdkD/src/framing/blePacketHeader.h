@@ -6,22 +6,27 @@
 //   long start      3      01000000 HHHHHHHH LLLLLLLL    16 bits             17
 //   continuation    1      1000NNNN                      -                   19; N counts from 0 and wraps after 15
 //
-// Lengths are big-endian. The long form is sent only (settings.json files); it is refused on receive.
+// A whole packet, header and payload, has at most kBlePacketSize bytes. Lengths are big-endian. The daemon sends the
+// long form, for the file settings.json.gz, and refuses it when it receives it.
 #pragma once
 
 #include <cstdint>
 
+#include "skylark/bleMessage.h"
+
 class MemoryStream;
 
-constexpr int kPacketSize = 20;                // a whole packet: header and payload
-constexpr unsigned kMaxSimpleLength = 19;      // longest message sent behind a one-byte header
-constexpr unsigned kMaxExtendedLength = 8188;  // longest behind a two-byte header: what the response buffer holds
+// The longest message that senders put behind a one-byte and behind a two-byte header; the latter is what the response
+// buffer holds.
+constexpr unsigned kMaxSimpleLength = 19;
+constexpr unsigned kMaxExtendedLength = 8188;
 
-// A plain value. Default-constructed it is the receive default, into which a packet's header is read.
+// A plain value.
 struct BlePacketHeader {
+    // The receive default, into which the header of a received packet is read.
     BlePacketHeader() = default;
-    // The start header of a message of `length` bytes, in the shortest form that senders use for it. For a continuation
-    // set m_isStart to false and m_counter.
+    // The start header of a message of `length` bytes, in the shortest form that senders use for it. MessageCutter
+    // makes the headers of the packets behind it.
     explicit BlePacketHeader(unsigned int length);
 
     bool m_isStart = false;
@@ -30,13 +35,21 @@ struct BlePacketHeader {
     uint8_t m_counter = 0;   // continuation counter; only its low 4 bits go on the wire
 };
 
-// Writes 1 to 3 bytes at the stream's position; the stream must have room for them. A start header whose m_headerLength
-// is outside 1 to 3 is logged and writes nothing.
+// The one byte that a continuation's header is.
+constexpr uint8_t ContinuationHeader(uint8_t counter) {
+    return static_cast<uint8_t>(0x80 | (counter & 0x0F));
+}
+
+// Writes a header of 1 to kMaxHeaderSize bytes and returns how many. A start header whose m_headerLength is none of 1,
+// 2 and 3 is logged and writes nothing.
+constexpr unsigned kMaxHeaderSize = 3;
+unsigned WriteHeader(const BlePacketHeader& header, unsigned char* bytes);
+// The same at the stream's position; the stream must have room for the bytes.
 MemoryStream& operator<<(MemoryStream& stream, const BlePacketHeader& header);
 
-// Reads one packet's header into a header that holds the receive default. Reads at most 2 bytes: bind the stream to the
-// whole packet area, whatever the packet's length.
-//   continuation             the receive default stays; receivers do not use the counter
-//   simple, extended start   m_isStart, m_length and m_headerLength
-//   any other length type    logged; a start header of length 0, so that a message in progress ends
+// Reads the header of a received packet into a header that holds the receive default. It reads up to 2 bytes, so the
+// stream must be bound to the whole packet area, however short the packet is.
+//   continuation             the header stays the receive default: receivers do not use the counter
+//   simple, extended start   sets m_isStart, m_length and m_headerLength
+//   any other length type    is logged and gives a start header of length 0, so that a message in progress ends
 MemoryStream& operator>>(MemoryStream& stream, BlePacketHeader& header);

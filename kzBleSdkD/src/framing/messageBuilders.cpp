@@ -11,11 +11,19 @@ constexpr const char* kLogTag = "messageBuilders.cpp";
 constexpr int kContinuationHeaderLength = 1;
 
 int PayloadRoom(const BlePacketHeader& header) {
-    return kPacketSize - header.m_headerLength;
+    return static_cast<int>(kBlePacketSize) - header.m_headerLength;
 }
 
-// The first step of both fragmented builders: begins a message or checks that one is in progress. False when the packet
-// is to be ignored.
+// What SetLength means to all builders.
+template <typename Builder>
+void ExpectLength(Builder& builder, int length) {
+    builder.m_length = length;
+    builder.m_received = 0;
+    builder.m_stream.reset();
+}
+
+// The first step of both fragmented builders: begins a message or checks that one is in progress. Returns false when
+// the packet is to be ignored.
 template <typename Builder>
 bool AcceptHeader(Builder& builder, const BlePacketHeader& header) {
     if (header.m_isStart) {
@@ -39,7 +47,8 @@ bool AcceptHeader(Builder& builder, const BlePacketHeader& header) {
     return true;
 }
 
-// Shows the parser `length` bytes behind the packet's header and counts what it consumes. False when it refuses them.
+// The step that the two builders share which store nothing: shows the parser `length` bytes behind the packet's header
+// and counts what it consumes. Returns false when the parser refuses them.
 template <typename Builder>
 bool ParsePayload(Builder& builder, unsigned char* packet, const BlePacketHeader& header, int length) {
     builder.m_stream.attach(packet + header.m_headerLength, static_cast<unsigned short>(length));
@@ -53,9 +62,7 @@ bool ParsePayload(Builder& builder, unsigned char* packet, const BlePacketHeader
 }  // namespace
 
 void FragmentedMessageBuilder::SetLength(int length) {
-    m_length = length;
-    m_received = 0;
-    m_stream.reset();
+    ExpectLength(*this, length);
     m_firstHeaderLength = 0;
     m_packets.clear();
 }
@@ -73,7 +80,7 @@ int FragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHead
         LOG_ERROR("Got more than %d packets for a single message, dropping", static_cast<int>(kMaxPacketsPerMessage));
         return kMessageFailed;
     }
-    std::copy_n(packet, kPacketSize, m_packets.emplace_back().begin());
+    std::copy_n(packet, kBlePacketSize, m_packets.emplace_back().begin());
     m_received += PayloadRoom(header);
     if (m_received < m_length) {
         return kMessageNeedsMore;
@@ -88,11 +95,12 @@ int FragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHead
     return Deserialize();
 }
 
-// The last packet's payload area is copied to its end, which can lie behind the message's: no further than the room.
+// The payload area of the last packet is copied whole, also what lies behind the end of the message, as far as there is
+// room for it.
 void FragmentedMessageBuilder::Join(unsigned char* destination, int room) {
     int headerLength = m_firstHeaderLength;
     for (const Packet& packet : m_packets) {
-        const int run = std::min(kPacketSize - headerLength, room);
+        const int run = std::min(static_cast<int>(kBlePacketSize) - headerLength, room);
         destination = std::copy_n(packet.data() + headerLength, run, destination);
         room -= run;
         headerLength = kContinuationHeaderLength;
@@ -102,9 +110,7 @@ void FragmentedMessageBuilder::Join(unsigned char* destination, int room) {
 }
 
 void FragmentedMessageBuilderSimple::SetLength(int length) {
-    m_length = length;
-    m_received = 0;
-    m_stream.reset();
+    ExpectLength(*this, length);
 }
 
 int FragmentedMessageBuilderSimple::ProcessPacket(unsigned char* packet, BlePacketHeader& header) {
@@ -125,9 +131,7 @@ int FragmentedMessageBuilderSimple::ProcessPacket(unsigned char* packet, BlePack
 }
 
 void NonFragmentedMessageBuilder::SetLength(int length) {
-    m_length = length;
-    m_received = 0;
-    m_stream.reset();
+    ExpectLength(*this, length);
 }
 
 int NonFragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHeader& header) {

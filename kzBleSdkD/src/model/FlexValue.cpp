@@ -92,8 +92,8 @@ FlexValue& FlexValue::operator=(const FlexValue& other) {
     if (this == &other) {
         return *this;
     }
-    // A buffer of the same length is filled again: values keep their width, so copying them over and over allocates
-    // nothing.
+    // A buffer of the same length is filled again. The values of one id keep their width, so that copying them over and
+    // over allocates nothing.
     if (m_length != other.m_length) {
         m_pString.reset();
         m_length = 0;
@@ -119,7 +119,7 @@ void FlexValue::GetData(const uint8_t*& data, unsigned int& length) const {
 }
 
 bool FlexValue::SetValue(const uint8_t* bytes) {
-    if (m_length > 0) {  // an empty value may come from a null pointer, which memcpy does not take
+    if (m_length > 0) {  // memcpy must not be called with a null pointer, which is what an empty value may be set from
         std::memcpy(Storage(), bytes, static_cast<size_t>(m_length));
     }
     return true;

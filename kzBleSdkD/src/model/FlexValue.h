@@ -25,8 +25,8 @@ class FlexValue {
   public:
     // An empty value, to be read into.
     FlexValue() : FlexValue(eValueWidthNone, 0) {}
-    // Zero-filled. `length` counts only for eValueWidthString, where a negative one is 0; an unknown width makes an
-    // empty value.
+    // A value of zero bytes: 1, 4 or 8 of them by the width, `length` of them for eValueWidthString (a negative length
+    // counts as 0), none for eValueWidthNone and for an unknown width.
     FlexValue(eValueWidth width, int length);
     // Copies are deep and take the changed mark along; a value that was moved from is empty.
     FlexValue(const FlexValue& other);
@@ -48,16 +48,17 @@ class FlexValue {
     void GetData(const uint8_t*& data, unsigned int& length) const;
     int GetDataLength() const { return m_length; }
 
-    // The mark of a value that the last push carried and that clients were not told of yet.
+    // Marks a value that a push of the control daemon carried and that clients were not notified of yet.
     bool HasChanged() const { return m_changed; }
     void SetChanged(bool changed) { m_changed = changed; }
 
-    // Setters return true. A value too short for the setter is a calling error (traced assertion).
-    bool SetValue(const uint8_t* bytes);       // copies the value's whole length
-    bool SetValue(uint8_t value);              // first byte
-    bool SetValue(unsigned int value);         // first 4 bytes, big-endian
-    bool SetValue(unsigned long value);        // first 8 bytes, big-endian
-    bool SetValueByWidth(unsigned int value);  // over the whole length, big-endian; the low bytes of a shorter value
+    // The setters' result, always true, belongs to the public interface. Setting a value that is too short for the
+    // number is a calling error (traced assertion).
+    bool SetValue(const uint8_t* bytes);       // all GetDataLength() bytes, copied from `bytes`
+    bool SetValue(uint8_t value);              // the first byte
+    bool SetValue(unsigned int value);         // the first 4 bytes, big-endian
+    bool SetValue(unsigned long value);        // the first 8 bytes, big-endian
+    bool SetValueByWidth(unsigned int value);  // all bytes, big-endian; one that is too short takes the low bytes
 
     // The low 32 bits of the big-endian number. An empty value is a calling error (traced assertion).
     uint32_t GetUI32Value() const;
@@ -76,11 +77,11 @@ class FlexValue {
     friend MemoryStream& operator>>(MemoryStream& stream, FlexValue& result);
 
     uint8_t* Storage() { return m_length <= kInlineSize ? m_inline : m_pString.get(); }
-    // Takes this length with zero bytes. The value was empty.
+    // Makes the value, which must be empty, `length` zero bytes long.
     void Allocate(int length);
 
-    uint8_t m_inline[kInlineSize] = {};    // in use up to kInlineSize bytes
-    std::unique_ptr<uint8_t[]> m_pString;  // in use beyond, then exactly m_length bytes
+    uint8_t m_inline[kInlineSize] = {};    // the bytes of a value of at most kInlineSize
+    std::unique_ptr<uint8_t[]> m_pString;  // the m_length bytes of a longer value, else null
     int m_length = 0;
     bool m_changed = false;
 };
@@ -99,7 +100,7 @@ MemoryStream& operator>>(MemoryStream& stream, FlexValue& result);
 //
 // The exact integer is what the digits before the point say, without sign, fraction and exponent ("-5" is 5, "12.9" is
 // 12, "1e3" is 1); more than 64 bits saturate to 2^64 - 1. A double does not hold it, so `numberText` points at the
-// number in the JSON text (it ends at its first other character; see ObjectText in jsonText.h). Without the text the
-// item's double stands in, which is right for integers up to 2^53. An item of another type than its width wants counts
-// as 0 or as the empty string, but true in one byte is 1.
+// number in the JSON text, where the first character that is no digit ends it (ObjectText in jsonText.h finds it).
+// Without the text the item's double is used, which is right for integers up to 2^53. An item whose type does not suit
+// the width counts as 0 or as the empty string; only true, in one byte, counts as 1.
 FlexValue BuildFlexValue(const eValueWidth& width, const cJSON* item, const char* numberText = nullptr);

@@ -1,4 +1,4 @@
-// FilterTable: see the header for the two tables and why they suffice.
+// The making of the two tables that the header describes, and their use.
 #include "filterTable.h"
 
 #include <algorithm>
@@ -81,7 +81,7 @@ void FilterTable::MakeTriggers(const std::vector<std::unique_ptr<FilterItem>>& f
         for (const auto& criterion : filters[i]->criteria) {
             std::vector<Trigger>& triggers =
                 criterion->tag == SettingsStatusMapping::kTagStatus ? m_statusTriggers : m_settingTriggers;
-            // No value is ever stored for an id beyond the table: its criterion stays unmet.
+            // No value is ever stored for an id beyond the table, so its criterion stays unmet.
             if (criterion->id < 0 || static_cast<size_t>(criterion->id) >= triggers.size()) {
                 continue;
             }
@@ -135,7 +135,7 @@ size_t FilterTable::SlotOf(int settingId) const {
 
 // ---------------------------------------------------------------- which filters are on
 
-void FilterTable::Follow(Trigger& trigger, const FlexValue& value) {
+void FilterTable::Note(Trigger& trigger, const FlexValue& value) {
     if (trigger.valueCount == 0) {
         return;
     }
@@ -210,7 +210,8 @@ void FilterTable::WriteNumbers(const Slot& slot, std::vector<int>& numbers) cons
     size_t index = 0;  // of the option among the different ones
     for (size_t i = 0; i < options.size(); ++i) {
         index += i != 0 && options[i] != options[i - 1] ? 1 : 0;
-        // Without a branch: which options are forbidden has no pattern.
+        // Every option is written, but the end moves on only behind one that stays: a branch on it would often be
+        // predicted wrongly, for forbidden options come in no regular order.
         numbers[kept] = options[i];
         kept += ((m_removed[slot.firstWord + index / kBitsPerWord] & Bit(index)) == 0) ? 1 : 0;
     }

@@ -1,12 +1,14 @@
-// FilterTable: the filters of a catalogue, compiled so that a push costs what it changes. It follows the current values
-// one by one and knows at any time which filters are on; from these it brings the capabilities up to date.
+// FilterTable: the filters of a catalogue, compiled so that the work for a push depends on what the push changes and
+// not on how many filters there are. It is given every current value that is stored, knows at any time which filters
+// are on, and brings the capabilities up to date from that.
 //
-// What an `ApplyFilters` run gives is every setting's options less those that some filter forbids that is on: which
-// filters come first does not matter, since a filter is listed under each setting it blacklists. So two tables do:
-//   - per trigger id and per value that satisfies a criterion, the filters whose criterion that is; a filter is on when
-//     none of its criteria is unmet;
-//   - per filter, the bits to clear among the options of all settings.
-// Nothing is allocated after construction but what a growing entry of the capabilities needs. Not thread-safe.
+// ApplyFilters leaves every setting the options that no filter forbids among those that are on. The order of the
+// filters does not matter, since a filter is applied for each setting that it blacklists. So two tables hold all that
+// is needed:
+//   - for each trigger id and each value that satisfies a criterion, the filters that have this criterion. A filter is
+//     on when it has no unmet criterion left;
+//   - for each filter, the bits to clear in one bit set over the options of all settings.
+// After construction nothing is allocated unless an entry of the capabilities grows. Not thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -22,45 +24,46 @@ class FilterTable {
     using IdNums = SettingsStatusMapping::IdNums;
     using FilterItem = SettingsStatusMapping::FilterItem;
 
-    // Of the options of all settings (kept by reference, not to change) and the filters (read here only), without any
-    // current value.
+    // Compiles the filters for the state in which no id has a current value. `options`, the options of all settings,
+    // are kept by reference and must not change; `filters` are read here only.
     FilterTable(const std::map<int, IdNums>& options, const std::vector<std::unique_ptr<FilterItem>>& filters);
 
-    // Whether the id occurs in some criterion. `id` lies in the table of settings or of status fields, here and below.
+    // Whether the id occurs in some criterion. Here and below `id` must lie in the table of settings or of status
+    // fields.
     bool IsSettingTrigger(int id) const { return m_settingTriggers[static_cast<size_t>(id)].valueCount != 0; }
     bool IsStatusTrigger(int id) const { return m_statusTriggers[static_cast<size_t>(id)].valueCount != 0; }
 
-    // Take the value that has become the id's current one.
-    void FollowSetting(int id, const FlexValue& value) { Follow(m_settingTriggers[static_cast<size_t>(id)], value); }
-    void FollowStatus(int id, const FlexValue& value) { Follow(m_statusTriggers[static_cast<size_t>(id)], value); }
+    // Note the value that has become the id's current one.
+    void NoteSetting(int id, const FlexValue& value) { Note(m_settingTriggers[static_cast<size_t>(id)], value); }
+    void NoteStatus(int id, const FlexValue& value) { Note(m_statusTriggers[static_cast<size_t>(id)], value); }
 
-    // The capabilities for the values followed so far.
+    // Computes the capabilities of all settings for the values noted so far.
     std::map<int, IdNums> MakeCapabilities();
 
-    // Takes charge of capabilities that MakeCapabilities made and that nothing was followed since: Update works on them
-    // in place until they are released.
+    // Lets Update rewrite the entries of `capabilities` in place until Release. They must be what MakeCapabilities
+    // returned, and no value may have been noted since: Update takes them to be those of the present state.
     void Attach(std::map<int, IdNums>& capabilities);
     void Release();
     bool IsAttached() const { return !m_entries.empty(); }
-    // Rewrites the attached entries that differ for the values followed since, marks these alone as changed, and
-    // returns whether there are any.
+    // Rewrites the attached entries that the values noted since Attach or the last Update changed, marks exactly these
+    // as changed, and returns whether there are any.
     bool Update();
 
   private:
     struct TriggerValue {
         uint32_t value;
-        uint32_t firstFilter;  // of m_satisfied
+        uint32_t firstFilter;  // index in m_satisfied
         uint32_t filterCount;
     };
     struct Trigger {
-        uint32_t firstValue = 0;  // of m_triggerValues, ascending by value
+        uint32_t firstValue = 0;  // index in m_triggerValues, where an id's values are ascending
         uint32_t valueCount = 0;  // 0 for an id that is no trigger
-        uint32_t holding = 0;     // which of the values is the current one, counted from 1; 0 when none is
+        uint32_t holding = 0;     // which of these values is current, counted from 1; 0 when none of them is
     };
     struct Slot {
         int id;
-        const IdNums* options;  // null for a setting that is known to a blacklist only
-        uint32_t firstWord;     // of the option bits: one bit for each different option, ascending
+        const IdNums* options;  // null for a setting that blacklists name and the catalogue does not have
+        uint32_t firstWord;     // of its bits in m_removed: one bit for each different option, ascending
     };
     struct Removal {
         uint32_t word;
@@ -71,16 +74,17 @@ class FilterTable {
         uint32_t removalCount;
     };
 
-    // Returns the different options of each slot.
+    // Gives every setting a slot. Returns the different options of each slot, ascending.
     std::vector<std::vector<int>> MakeSlots(const std::map<int, IdNums>& options,
                                             const std::vector<std::unique_ptr<FilterItem>>& filters);
     void MakeTriggers(const std::vector<std::unique_ptr<FilterItem>>& filters);
     void MakeRemovals(const FilterItem& filter, const std::vector<std::vector<int>>& optionsOfSlots);
-    size_t SlotOf(int settingId) const;  // of a setting that has one
+    size_t SlotOf(int settingId) const;  // the setting must have one
 
-    void Follow(Trigger& trigger, const FlexValue& value);
+    void Note(Trigger& trigger, const FlexValue& value);
     uint32_t ValueHolding(const Trigger& trigger, const FlexValue& value) const;  // see Trigger::holding
-    std::span<const uint32_t> FiltersOf(const Trigger& trigger) const;            // that the current value satisfies
+    // The filters of which the trigger's current value satisfies a criterion. There must be such a value.
+    std::span<const uint32_t> FiltersOf(const Trigger& trigger) const;
     void SetOn(uint32_t filter, bool on);
     void ComputeRemoved();
     void WriteNumbers(const Slot& slot, std::vector<int>& numbers) const;
@@ -88,18 +92,18 @@ class FilterTable {
     std::vector<Trigger> m_settingTriggers;  // by setting id
     std::vector<Trigger> m_statusTriggers;   // by status id
     std::vector<TriggerValue> m_triggerValues;
-    std::vector<uint32_t> m_satisfied;  // filters, once for each of their criteria that the value satisfies
+    std::vector<uint32_t> m_satisfied;  // filters; one stands here once for each criterion that a value satisfies
 
     std::vector<Filter> m_filters;
     std::vector<Removal> m_removals;
-    std::vector<uint32_t> m_unmet;  // by filter: criteria that do not hold
+    std::vector<uint32_t> m_unmet;  // by filter: how many of its criteria do not hold
     std::vector<uint64_t> m_on;     // bit set of the filters without unmet criteria
-    bool m_onChanged = true;        // since m_removed was computed
+    bool m_onChanged = true;        // m_on has changed since m_removed was computed
 
     std::vector<Slot> m_slots;  // ascending by id
     std::vector<uint32_t> m_slotOfWord;
-    std::vector<uint64_t> m_removed;     // option bits that the filters remove
-    std::vector<uint64_t> m_wasRemoved;  // those that the attached entries lack
-    std::vector<IdNums*> m_entries;      // by slot; empty while nothing is attached
-    std::vector<IdNums*> m_marked;       // entries that are marked as changed
+    std::vector<uint64_t> m_removed;     // bits of the options that filters forbid
+    std::vector<uint64_t> m_wasRemoved;  // the same when the attached entries were last written
+    std::vector<IdNums*> m_entries;      // the attached entries by slot; empty while none are attached
+    std::vector<IdNums*> m_marked;       // the attached entries that are marked as changed
 };

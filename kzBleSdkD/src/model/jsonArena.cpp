@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kFirstBlockSize = size_t{16} * 1024;  // holds the tree of a usual push
 constexpr size_t kMaxBlockSize = size_t{512} * 1024;
-constexpr size_t kAlignment = 8;  // of pointers and doubles, all that a node holds
+constexpr size_t kAlignment = 8;  // a node holds pointers, doubles and integers, none of which needs more
 
 constexpr size_t RoundUp(size_t size) {
     return (size + kAlignment - 1) & ~(kAlignment - 1);
@@ -67,7 +67,7 @@ void* JsonArena::Take(size_t size) {
     return memory;
 }
 
-// Populated at once: that costs less than a fault for each page.
+// The pages of a block are mapped at once (MAP_POPULATE), which costs less than a page fault for each of them.
 bool JsonArena::AddBlock(size_t atLeast) {
     const size_t next = m_blocks.empty() ? kFirstBlockSize : std::min(m_blocks.back().size * 2, kMaxBlockSize);
     const size_t size = std::max(atLeast, next);

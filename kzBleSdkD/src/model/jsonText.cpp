@@ -1,5 +1,5 @@
-// cJSON trees, and a skipping reader of JSON text that cJSON has accepted. cJSON's grammar counts, which is a little
-// wider than the standard's: every character up to the blank separates.
+// Reads JSON text that cJSON has accepted, so it follows cJSON's grammar, which is a little wider than the standard's:
+// every character from 1 to the blank separates.
 #include "jsonText.h"
 
 #include <cjson/cJSON.h>
@@ -19,7 +19,7 @@ const char* SkipBlanks(const char* text) {
     return text;
 }
 
-// From the opening quote to behind the closing one.
+// `text` is at an opening quote. Returns the character behind the closing one.
 const char* SkipString(const char* text) {
     for (++text; *text != '"' && *text != '\0'; ++text) {
         if (*text == '\\' && text[1] != '\0') {
@@ -29,7 +29,8 @@ const char* SkipString(const char* text) {
     return *text == '"' ? text + 1 : text;
 }
 
-// From a value's first character to the comma or brace behind it, whatever the value's nesting.
+// `text` is at the first character of a value. Returns the comma or the closing brace behind the value, whatever is
+// nested in it.
 const char* SkipValue(const char* text) {
     int depth = 0;
     while (*text != '\0') {
@@ -61,7 +62,7 @@ const char* SkipValue(const char* text) {
     return text;
 }
 
-// From behind a brace or comma to the value of the member that follows.
+// `text` is behind a brace or a comma. Returns the first character of the value of the member that follows.
 const char* SkipName(const char* text) {
     text = SkipBlanks(SkipString(SkipBlanks(text)));
     return *text == ':' ? SkipBlanks(text + 1) : text;

@@ -36,8 +36,8 @@ int ReadDecimal(const char* text) {
     return static_cast<int>(negative ? -value : value);
 }
 
-// A push beside its tree, to look up the digits of the numbers that a double may not hold. Most pushes have none. The
-// tree belongs to the arena in use.
+// The text of a push and its JSON tree. The text is needed for the digits of numbers that a double may not hold; most
+// pushes have no such number, and then it is not read again. The tree belongs to the arena in use.
 class Push {
   public:
     explicit Push(const char* text) : m_text(text), m_root(cJSON_Parse(text)) {}
@@ -49,7 +49,7 @@ class Push {
       public:
         Part(const Push& push, const cJSON* part) : m_push(push), m_part(part) {}
 
-        // The member's number in the text; null when the member's double says the same.
+        // The text of the member's number, or null when the member's double holds the number exactly.
         const char* DigitsOf(const cJSON* member, eValueWidth width) {
             if (!NeedsDigits(member, width)) {
                 return nullptr;
@@ -105,7 +105,7 @@ unsigned long NumberForLog(const FlexValue& value) {
     return value.GetDataLength() != 0 ? value.GetUI32Value() : 0;
 }
 
-// Ids are collected in order: there is something to sort only when the caller brought some.
+// Ids are collected in ascending order, so there is something to sort only when the caller's vector was not empty.
 void SortIds(std::vector<int>& ids) {
     if (!std::is_sorted(ids.begin(), ids.end())) {
         std::sort(ids.begin(), ids.end());
@@ -165,12 +165,12 @@ uint8_t SettingsStatusMapping::CurrentSettingsStatusFromJSON(const char* text, b
 }
 
 bool SettingsStatusMapping::StoreSetting(int id, FlexValue&& value) {
-    m_filterTable->FollowSetting(id, m_settingValues.Store(id, std::move(value)));
+    m_filterTable->NoteSetting(id, m_settingValues.Store(id, std::move(value)));
     return m_filterTable->IsSettingTrigger(id);
 }
 
 bool SettingsStatusMapping::StoreStatus(int id, FlexValue&& value) {
-    m_filterTable->FollowStatus(id, m_statusValues.Store(id, std::move(value)));
+    m_filterTable->NoteStatus(id, m_statusValues.Store(id, std::move(value)));
     return m_filterTable->IsStatusTrigger(id);
 }
 

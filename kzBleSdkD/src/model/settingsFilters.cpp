@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* kLogTag = "settingsStatusMapping.cpp";
 
-constexpr const char* kSettingIdKey = SettingsStatusMapping::kTagSetting.data();
-constexpr const char* kStatusIdKey = SettingsStatusMapping::kTagStatus.data();
+constexpr const char* kSettingIdKey = SettingsStatusMapping::kTagSetting;
+constexpr const char* kStatusIdKey = SettingsStatusMapping::kTagStatus;
 
 // A criterion whose first key is the status id has its numbers under "values", any other under "ids".
 const char* NumbersKeyOf(const cJSON* criterion) {
@@ -162,8 +162,8 @@ void SettingsStatusMapping::AddFilter(std::unique_ptr<FilterItem> filter) {
 
 void SettingsStatusMapping::BuildFilterTable() {
     m_filterTable = std::make_unique<FilterTable>(m_settingOptions, m_filters);
-    m_settingValues.ForEach([&](int id, const FlexValue& value) { m_filterTable->FollowSetting(id, value); });
-    m_statusValues.ForEach([&](int id, const FlexValue& value) { m_filterTable->FollowStatus(id, value); });
+    m_settingValues.ForEach([&](int id, const FlexValue& value) { m_filterTable->NoteSetting(id, value); });
+    m_statusValues.ForEach([&](int id, const FlexValue& value) { m_filterTable->NoteStatus(id, value); });
 }
 
 // ---------------------------------------------------------------- capabilities
@@ -199,7 +199,7 @@ bool SettingsStatusMapping::ApplyFilters(const std::map<int, FlexValue>& setting
 bool SettingsStatusMapping::UpdateCapabilities() {
     std::map<int, IdNums> capabilities;
     if (kzUtilGetLogLevel() >= KZ_LOG_TRACE) {
-        // Only the plain evaluation tells its steps.
+        // Only the plain evaluation logs its steps.
         ApplyFilters(CopyOf(m_settingValues), CopyOf(m_statusValues), capabilities);
         return TagChangedOptions(capabilities);
     }

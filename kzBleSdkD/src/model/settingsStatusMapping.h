@@ -2,9 +2,9 @@
 // blacklist options, and the camera's current values. One object per process, owned by BleSDK; used by one thread at a
 // time.
 //
-// Sources: settingsStatusMapping.cpp (catalogue and its parser), settingsFilters.cpp (filters and capabilities),
-// settingsCurrentValues.cpp (pushes of the control daemon, changed marks), filterTable.cpp (the filters as the push
-// path evaluates them).
+// Sources: settingsCatalogue.cpp (the parser of settings and status fields), settingsStatusMapping.cpp (width tables,
+// questions, listing), settingsFilters.cpp (filters and capabilities), settingsCurrentValues.cpp (pushes of the control
+// daemon, changed marks), filterTable.cpp (the filters as the push path evaluates them).
 //
 // settings.json, read by cJSON; integers may also be strings of decimal digits, true (1) or false (0):
 //
@@ -22,12 +22,12 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "FlexValue.h"
 #include "jsonArena.h"
+#include "packedSetting.h"
 #include "valueTable.h"
 
 class FilterTable;
@@ -48,30 +48,25 @@ class SettingsStatusMapping {
     static constexpr uint8_t kSettingsChanged = 1;
     static constexpr uint8_t kStatusChanged = 2;
 
-    static constexpr std::string_view kTagNotFromJson = "NOT BUILT FROM JSON";
-    static constexpr std::string_view kTagSetting = "setting_id";
-    static constexpr std::string_view kTagStatus = "status_id";
+    static constexpr const char* kTagNotFromJson = "NOT BUILT FROM JSON";
+    static constexpr const char* kTagSetting = "setting_id";
+    static constexpr const char* kTagStatus = "status_id";
 
-    // A catalogue has thousands of options, so they are kept small: the names of a setting's options lie in one block.
-    struct Option {
+    class Option {
+      public:
+        virtual ~Option() = default;
+
         int id = 0;
-        const char* display_name = "";  // owned by the setting
+        std::string display_name;
     };
 
     class Setting {
       public:
-        // Copies the names; of options with the same id the last one stays.
-        Setting(int settingId, std::string name, std::vector<Option> givenOptions);
-        Setting(const Setting&) = delete;
-        Setting& operator=(const Setting&) = delete;
         virtual ~Setting() = default;
 
-        int id;
+        int id = 0;
         std::string display_name;
-        std::vector<Option> options;  // ascending by id, each id once
-
-      private:
-        std::unique_ptr<char[]> m_names;
+        std::map<int, std::unique_ptr<Option>> options;
     };
 
     // An id with a sorted list of numbers: a setting with its options, a criterion, a blacklist entry.
@@ -86,17 +81,17 @@ class SettingsStatusMapping {
         virtual ~IdNums() = default;
 
         // Reads the id under `idKey` and the array of numbers under `numbersKey`. False when either is missing, or when
-        // no number could be collected. `idKey` becomes the tag: its characters must outlive the entry.
+        // no number could be collected. `idKey` becomes the tag.
         bool FromJSON(const cJSON* item, const char* idKey, const char* numbersKey);
         eValueWidth GetWidth() const;  // of this id as a setting id
-        // Prints the entry on standard output.
+        // Prints id and numbers on standard output.
         void Dump() const;
 
         int id = 0;
-        std::vector<int> numbers;                // ascending; duplicates stay
-        std::string_view tag = kTagNotFromJson;  // the JSON key of the id; static characters
-        bool changed = false;                    // in capabilities: the last computation changed the numbers
-        uint8_t model = kDefaultModelNumber;     // selects the width table
+        std::vector<int> numbers;             // ascending; duplicates stay
+        std::string tag = kTagNotFromJson;    // the JSON key that the id was read from
+        bool changed = false;                 // in capabilities: the last computation changed the numbers
+        uint8_t model = kDefaultModelNumber;  // selects the width table
     };
 
     // One filter: on when every criterion holds; then its blacklist forbids options.
@@ -107,8 +102,8 @@ class SettingsStatusMapping {
         FilterItem& operator=(const FilterItem&) = delete;
         virtual ~FilterItem() = default;
 
-        // Tries each of `idKeys` (static characters) for the id of a criterion. False, after a log line, when the item
-        // is no filter; a broken blacklist entry alone is skipped.
+        // Reads one filter. The id of a criterion stands under the first of `idKeys` that it has. Returns false, after
+        // a log line, when the item is no filter. A broken blacklist entry is skipped and does not spoil the filter.
         bool FromJSON(const cJSON* item, const std::vector<const char*>& idKeys);
         // Whether the filter is on for these current values (by setting id, by status id). A criterion holds when its
         // value's low 32 bits equal one of its numbers; one without a value, or with an empty one, does not hold.
@@ -136,7 +131,7 @@ class SettingsStatusMapping {
     bool ParseJsonFile(const std::string& path);
     bool ParseSettings(const cJSON* root);
     bool ParseStatus(const cJSON* root);
-    bool ParseFilters(const cJSON* root);  // false only without "filters", which the catalogue can do without
+    bool ParseFilters(const cJSON* root);  // false only without "filters"; a catalogue needs none
 
     // Whether the catalogue has the id; ids beyond the tables are never valid.
     bool IsValidSettingsId(unsigned int id) const;
@@ -144,33 +139,37 @@ class SettingsStatusMapping {
     // Replace `ids` by all ids of the catalogue, ascending.
     void GetValidSettingsIds(std::vector<int>& ids) const;
     void GetValidStatusIds(std::vector<int>& ids) const;
-    // The sizes of the tables, that is the first ids beyond them.
+    // The sizes of the tables, which are the first ids beyond them.
     int GetMaxSettingsId() const { return kSettingsTableSize; }
     int GetMaxStatusId() const { return kStatusTableSize; }
     // "TODO", whatever the key: clients get no other names yet.
     std::string GetSettingName(std::string key) const;
+    // A setting with its options, as the file names them; null for an id that the catalogue does not have. Made on
+    // demand: see PackedSetting for what keeping them would cost.
+    std::unique_ptr<Setting> MakeSetting(int id) const;
     // Whether the camera accepts this option now: asks the control daemon's library, not the catalogue.
     bool IsCurrentlyValidSettingOptionId(unsigned int settingId, unsigned int optionId);
     // Lists everything, on standard output and in the log at level 5.
     void Dump() const;
 
-    // ---- filters. Capabilities are the options of a setting less the blacklisted ones. They are computed when a push
-    // carries an id that occurs in some criterion (a trigger id); until then there are none.
+    // ---- filters. The capabilities of a setting are its options without the blacklisted ones. They are computed when
+    // a push carries a value of a trigger id, that is one that occurs in some criterion. Before, no setting has any.
 
-    // Computes the capabilities for the given values into `result`, which is replaced; tells each step at level 6.
-    // Always true.
+    // Replaces `result` by the capabilities for the given values and logs each step at level 6. The result, always
+    // true, belongs to the public interface.
     bool ApplyFilters(const std::map<int, FlexValue>& settings, const std::map<int, FlexValue>& status,
                       std::map<int, IdNums>& result) const;
-    // Brings the capabilities up to date with the current values and marks those that changed. Returns whether any did.
-    // The result is that of ApplyFilters and TagChangedOptions on the current values, and below level 6 no more is done
-    // than the values stored since the last call ask for.
+    // Brings the capabilities up to date with the current values, marks those that changed and returns whether any did.
+    // The result is that of ApplyFilters and TagChangedOptions on the current values. At log level 6 it is computed
+    // that way, because the steps are to be logged; below, only what the values stored since the last call affect is
+    // computed (FilterTable).
     bool UpdateCapabilities();
-    // Compares `capabilities` with the present ones, marks the entries whose numbers differ, and replaces the present
-    // ones. Returns whether any differed; entries that are no longer there do not count.
+    // Marks the entries of `capabilities` whose numbers differ from those of the present capabilities, which they then
+    // replace. Returns whether any differed. A present entry that `capabilities` does not have does not count.
     bool TagChangedOptions(std::map<int, IdNums>& capabilities);
 
-    // Copies the capabilities of `ids` (all when empty) into `result`; an id without gets an entry without numbers.
-    // Always true.
+    // Copies the capabilities of `ids`, or all when `ids` is empty, into `result`. An id without capabilities gets an
+    // entry without numbers. The result is always true.
     bool GetTheseSettingsCapabilityValues(const std::vector<int>& ids, std::map<int, IdNums>& result) const;
     // The capabilities of a setting, or null. Valid until the next push.
     const IdNums* FindCapability(int id) const;
@@ -184,8 +183,8 @@ class SettingsStatusMapping {
     // kStatusChanged when a status was stored; 0, after a log line, when the text is no JSON.
     uint8_t CurrentSettingsStatusFromJSON(const char* text, bool& capabilitiesChanged);
 
-    // Append the ids that are marked changed and sort `ids` ascending. They clear no mark and, into a vector that has
-    // the room, allocate nothing.
+    // Append the ids that are marked changed to `ids` and sort all of it ascending. The marks stay. Nothing is
+    // allocated when `ids` has the room.
     void GetChangedSettingsIds(std::vector<int>& ids) const;
     void GetChangedStatusIds(std::vector<int>& ids) const;
     void GetCapabilityChangedSettingsIds(std::vector<int>& ids) const;  // as of the last computation
@@ -193,19 +192,19 @@ class SettingsStatusMapping {
     void ResetSettingsHasChanged();
     void ResetStatusHasChanged();
 
-    // Copy the current values of `ids` (all when empty) into `result`. An id without a value gets an empty one, in the
-    // model too when it lies in the table. Always true.
+    // Copy the current values of `ids`, or all when `ids` is empty, into `result`. An id without a value gets an empty
+    // one, which the model then keeps if the id lies in the table. The result is always true.
     bool GetTheseSettingsValues(const std::vector<int>& ids, std::map<int, FlexValue>& result);
     bool GetTheseStatusValues(const std::vector<int>& ids, std::map<int, FlexValue>& result);
     // The same for one id, without a copy. Valid until a value of this id is stored.
     const FlexValue& GetSettingValue(int id);
     const FlexValue& GetStatusValue(int id);
-    // The current value of an id, or null; changes nothing. Any id may be asked for. Valid as above.
+    // The current value of any id, or null when it has none; the model stays as it is. Valid as above.
     const FlexValue* FindSettingValue(int id) const { return m_settingValues.Find(id); }
     const FlexValue* FindStatusValue(int id) const { return m_statusValues.Find(id); }
 
-    // Sets one current status value as it is, changed mark included: status 33 becomes 255 on disconnection. An id
-    // beyond the table is ignored. Leaves the capabilities to the next push.
+    // Replaces one current status value, changed mark included; an id beyond the table is ignored. Used where this
+    // daemon itself decides a status (33 becomes 255 at a disconnection). The capabilities follow with the next push.
     void SetStatusValue(int id, const FlexValue& value);
 
     uint8_t modelNumber = kDefaultModelNumber;
@@ -217,14 +216,14 @@ class SettingsStatusMapping {
     void AddFilter(std::unique_ptr<FilterItem> filter);
     void BuildFilterTable();  // after options or filters were added
 
-    // `id` lies in the table. Return whether the id is a trigger.
+    // Store the current value of `id`, which must lie in the table. Return whether the id is a trigger.
     bool StoreSetting(int id, FlexValue&& value);
     bool StoreStatus(int id, FlexValue&& value);
 
     // catalogue
     std::vector<int> m_validSettingIds;      // ascending
     std::map<int, IdNums> m_settingOptions;  // every option id of a setting
-    std::map<int, Setting> m_settings;
+    std::map<int, PackedSetting> m_settings;
     std::vector<int> m_validStatusIds;  // ascending
     std::map<int, std::string> m_statusNames;
 

@@ -1,5 +1,5 @@
-// ValueTable: the current values of the ids 0 to kSize - 1, each present or not. Ids are looked up, compared and
-// iterated on every push, so the values lie side by side and nothing is allocated for an id.
+// ValueTable: the current values of the ids 0 to kSize - 1; an id may be without one. Values are looked up, replaced
+// and visited on every push, so they lie side by side in one array, and an id that gets a value allocates nothing.
 #pragma once
 
 #include <array>
@@ -14,12 +14,13 @@ class ValueTable {
   public:
     static constexpr bool Covers(int id) { return id >= 0 && id < kSize; }
 
-    // The value of any id, or null. Stays valid, also while the value is replaced.
+    // The value of an id; null when it has none and for ids beyond the table. The pointer stays valid as long as the
+    // table and shows each later value of the id.
     const FlexValue* Find(int id) const {
         return Covers(id) && m_present[static_cast<size_t>(id)] ? &m_values[static_cast<size_t>(id)] : nullptr;
     }
 
-    // Stores the value of an id of the table.
+    // Replaces the value of `id`, which must lie in the table (Covers), and returns it where it is kept.
     const FlexValue& Store(int id, FlexValue&& value) {
         const size_t index = static_cast<size_t>(id);
         m_present.set(index);
@@ -27,7 +28,8 @@ class ValueTable {
         return m_values[index];
     }
 
-    // The value of any id; an id without one gets an empty value, which is kept when the id lies in the table.
+    // The value of an id. An id of the table without a value gets an empty one, which stays; an id beyond the table has
+    // an empty value too, but nothing is stored for it.
     const FlexValue& GetOrMake(int id) {
         static const FlexValue kEmpty;
         if (!Covers(id)) {
@@ -43,7 +45,7 @@ class ValueTable {
         }
     }
 
-    // Calls use(id, value) for each value, ascending.
+    // Calls use(id, value) for each value, ascending by id.
     template <typename Use>
     void ForEach(Use&& use) const {
         for (size_t i = 0; i < m_values.size(); ++i) {

@@ -165,7 +165,7 @@ bool FileSender::GetSettingsJSONResponse(StoredResponse& out) {
     if (!PrepareFilePacket(out)) {
         return false;
     }
-    unsigned char packet[kPacketSize];
+    unsigned char packet[kBlePacketSize];
     MemoryStream stream(packet, sizeof(packet));
     BlePacketHeader header(m_fileSize + kSettingsJSONPrefix);
     if (m_fileIndex == 0) {
@@ -189,8 +189,8 @@ bool FileSender::GetLarchResponse(StoredResponse& out) {
     if (!PrepareFilePacket(out)) {
         return false;
     }
-    unsigned char packet[kPacketSize]{};
-    size_t wanted = kPacketSize;
+    unsigned char packet[kBlePacketSize]{};
+    size_t wanted = kBlePacketSize;
     LOG_INFO("Reading %d file bytes from offset %d", static_cast<int>(wanted), m_fileIndex);
     if (m_identity.m_deviceType == KZ_CALLER_MAPLE && m_bytesRemaining != 0) {
         wanted = std::min<size_t>(wanted, m_bytesRemaining);

@@ -1,13 +1,13 @@
 #include "clientPushes.h"
 
 #include <algorithm>
-#include <bitset>
 #include <iterator>
 
 #include "MemStream.h"
 #include "bleSDK.h"
 #include "cameraStatus.h"
 #include "featurePush.h"
+#include "idSet.h"
 #include "peer.h"
 #include "queryEntries.h"
 #include "settingsStatusMapping.h"
@@ -20,23 +20,6 @@ constexpr const char* kLogTag = "bleDevice.cpp";
 // First bytes of the buffers that are pushed to sensor clients.
 constexpr unsigned char kLcdMarker = 0x51;
 constexpr unsigned char kLedMarker = 0x53;
-
-// Room for any setting or status id.
-using IdSet = std::bitset<256>;
-
-IdSet MakeIdSet(const std::vector<int>& ids) {
-    IdSet set;
-    for (int id : ids) {
-        if (id >= 0 && static_cast<size_t>(id) < set.size()) {
-            set.set(static_cast<size_t>(id));
-        }
-    }
-    return set;
-}
-
-bool Holds(const IdSet& set, int id) {
-    return id >= 0 && static_cast<size_t>(id) < set.size() && set[static_cast<size_t>(id)];
-}
 
 bool Contains(const std::vector<int>& ids, int id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
@@ -90,9 +73,9 @@ bool ClientPushes::ExecuteValuePush(const ValuePush& push, const SettingsStatusM
         push.logNoInterest(m_peer.m_identity.m_connectionId);
         return false;
     }
-    const IdSet interested = MakeIdSet(interest);
+    const IdSet interested(interest);
     std::copy_if(ids.begin(), ids.end(), std::back_inserter(m_pushRemainder),
-                 [&interested](int id) { return Holds(interested, id); });
+                 [&interested](int id) { return interested.Contains(id); });
     if (m_pushRemainder.empty()) {
         LOG_AT(push.noMatchLevel, "This client is has no matching ids in this push");
         return false;

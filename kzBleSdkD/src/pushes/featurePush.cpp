@@ -12,6 +12,7 @@
 #include "kzCtrlD/kzCtrlD.h"
 #include "presetStatus.h"
 #include "protobufAnswer.h"
+#include "queryKinds.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_NotifyPresetStatus.pb.h"
@@ -140,7 +141,7 @@ bool BuildOta(const FeatureChange& change, MemoryStream& stream) {
 // ---------------------------------------------------------------- live stream
 
 void LogWmsState(uint32_t wms) {
-    if (wms == kWmsReconnecting) {
+    if (wms == WMS_STATE_RECONNECTING) {
         LOG_INFO("csi_wms_state = WSKD_LIVE_STREAM_STATE_RECONNECTING");
     } else {
         LOG_INFO("csi_wms_state = WSDK_LIVE_STREAM_STATE_IDLE");
@@ -149,10 +150,10 @@ void LogWmsState(uint32_t wms) {
 
 void LogSdCard(uint32_t sdCard) {
     switch (sdCard) {
-        case kSdCardFull:
+        case SD_CARD_FULL:
             LOG_INFO("WSDK_LIVE_STREAM_ERROR_SD_CARD_FULL");
             break;
-        case kSdCardRemoved:
+        case SD_CARD_REMOVED:
             LOG_INFO("WSDK_LIVE_STREAM_ERROR_SD_CARD_REMOVED");
             break;
         default:
@@ -183,7 +184,7 @@ bool BuildLiveStream(const FeatureChange& change, MemoryStream& stream) {
     status.error = change.camera.GetCsiValue(CSI_LIVE_STREAM_ERROR);
     status.encode = change.camera.GetCsiValue(CSI_LIVE_STREAM_ENCODE) == kLiveStreamEncoding;
     status.bitrate = change.camera.GetCsiValue(CSI_LIVE_STREAM_BITRATE);
-    if (status.encode && wms != kWmsIdle) {
+    if (status.encode && wms != WMS_STATE_IDLE) {
         const uint32_t sdCard = change.camera.GetCsiValue(CSI_SD_CARD_STATE);
         LogSdCard(sdCard);
         status.error = LiveStreamErrorWhileEncoding(wms, sdCard, status.error);

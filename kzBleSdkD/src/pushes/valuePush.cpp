@@ -7,18 +7,13 @@
 #include "bleResponses.h"
 #include "bleSDK.h"
 #include "queryEntries.h"
+#include "queryKinds.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "bleDevice.cpp";
-
-// Category and type of a push, in the header that answers of the query interface have.
-constexpr uint32_t kCategorySettings = 2;
-constexpr uint32_t kCategoryStatus = 3;
-constexpr uint32_t kTypeValuePush = 9;
-constexpr uint32_t kTypeCapabilityPush = 10;
 
 bool AppendValue(MemoryStream& stream, int id, const FlexValue* value) {
     static const FlexValue kNoValue;
@@ -40,14 +35,14 @@ bool AppendCapability(MemoryStream& stream, const SettingsStatusMapping& model, 
 }
 
 constexpr ValuePush kValuePushes[kValuePushTypes] = {
-    {NotificationClient::eNotifySettings, kCategorySettings, kTypeValuePush, eStoredSettingsPush, AppendSetting,
+    {NotificationClient::eNotifySettings, kCategorySettings, kQueryTypeValuePush, eStoredSettingsPush, AppendSetting,
      KZ_LOG_TRACE, "Handling Settings Push Notifications", "Settings Push Notifications backed up, replacing oldest",
      [](uint32_t id) { LOG_TRACE("Connection_id:%d has no interest in ANY settings push.", id); }, [](size_t) {}},
-    {NotificationClient::eNotifyStatus, kCategoryStatus, kTypeValuePush, eStoredStatusPush, AppendStatus, KZ_LOG_INFO,
+    {NotificationClient::eNotifyStatus, kCategoryStatus, kQueryTypeValuePush, eStoredStatusPush, AppendStatus, KZ_LOG_INFO,
      "Handling Status Push Notifications", "Status Push Notifications backed up, replacing oldest",
      [](uint32_t id) { LOG_TRACE("Connection_id:%d has no interest in ANY status push.", id); },
      [](size_t count) { LOG_INFO("Got %d values back", static_cast<int>(count)); }},
-    {NotificationClient::eNotifyCapabilities, kCategorySettings, kTypeCapabilityPush, eStoredCapabilitiesPush,
+    {NotificationClient::eNotifyCapabilities, kCategorySettings, kQueryTypeCapabilityPush, eStoredCapabilitiesPush,
      AppendCapability, KZ_LOG_TRACE, "Handling SettingsCapabilities Push Notifications",
      "Capabilities Push Notifications backed up, replacing oldest",
      [](uint32_t id) { LOG_TRACE("Connection_id:%d has no interest in ANY capabilities push.", id); },

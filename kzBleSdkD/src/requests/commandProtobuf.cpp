@@ -34,12 +34,6 @@ constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
 using Payload = std::vector<uint8_t>;
 
-// Values of CSI_WMS_REQUEST, here written as one byte.
-enum : uint8_t {
-    kWmsStartUpload = 1,
-    kWmsUserCancel = 2,
-};
-
 // ---------------------------------------------------------------- cloud upload
 
 EnumResultGeneric SetCloudUpload(const Payload& payload) {
@@ -52,10 +46,10 @@ EnumResultGeneric SetCloudUpload(const Payload& payload) {
     if (!request.has_cah_upload_start()) {
         return RESULT_UNKNOWN;
     }
-    uint8_t wms = kWmsUserCancel;
+    uint8_t wms = WMS_REQUEST_UX_CANCEL;
     if (request.cah_upload_start()) {
         LOG_INFO("START CAH UPLOAD");
-        wms = kWmsStartUpload;
+        wms = WMS_REQUEST_UPLOAD_START;
     } else {
         LOG_INFO("CANCEL CAH UPLOAD");
     }
@@ -110,7 +104,7 @@ EnumResultGeneric ResetShortcuts(const Payload&) {
 }
 
 EnumResultGeneric ReleaseNetwork(const Payload&) {
-    const uint8_t wms = kWmsUserCancel;
+    const uint8_t wms = WMS_REQUEST_UX_CANCEL;
     const int error = SetCsi(CSI_WMS_REQUEST, wms);
     if (error != CSI_OK) {
         LOG_ERROR("csi_set CSI_WMS_REQUEST WMS_REQUEST_UX_CANCEL Failed");

@@ -25,8 +25,6 @@ constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
 constexpr const char* kCertificatePath = "/tmp/tmp_certs.crt";
 
-constexpr uint32_t kWmsLiveStream = 7;  // value of CSI_WMS_REQUEST
-
 // Settings of the control daemon.
 constexpr uint32_t kSettingLens = 43;
 constexpr uint32_t kSettingWindowSize = 64;
@@ -111,7 +109,7 @@ class LiveStreamRequest {
         : m_request(request), m_inStreamPreset(inStreamPreset), m_presetBefore(presetBefore) {}
 
     EnumResultGeneric Run() {
-        if (SetCsi(CSI_WMS_REQUEST, kWmsLiveStream) == CSI_OK) {
+        if (SetCsi(CSI_WMS_REQUEST, uint32_t{WMS_REQUEST_LIVE_STREAM}) == CSI_OK) {
             KeepCertificate();
             SetUrl();
         }

@@ -8,6 +8,7 @@
 #include "cameraCalls.h"
 #include "cameraStatus.h"
 #include "featureStatus.h"
+#include "littleEndian.h"
 #include "protoFields.h"
 #include "protobufAnswer.h"
 #include "protobufQuery.h"
@@ -43,8 +44,7 @@ std::optional<uint32_t> ReadCsiWord(uint8_t key) {
     if (csi_get(key, sizeof(bytes), &length, bytes) != CSI_OK) {
         return std::nullopt;
     }
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-           static_cast<uint32_t>(bytes[3]) << 24;
+    return ReadLittleEndian32(bytes);
 }
 
 // ---------------------------------------------------------------- CSI texts

@@ -1,16 +1,15 @@
 #include "queryMessage.h"
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <iterator>
 #include <string>
 
 #include "bleResponses.h"
 #include "bleSDK.h"
-#include "featureStatus.h"
+#include "idSet.h"
 #include "peer.h"
 #include "queryEntries.h"
+#include "queryKinds.h"
 #include "utils.h"
 
 namespace {
@@ -18,12 +17,6 @@ namespace {
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
 constexpr unsigned kHeaderSize = 2;  // of every answer
-constexpr int kMaxId = 255;          // ids are one byte
-
-enum : uint32_t {
-    kCategorySettings = 2,
-    kCategoryStatus = 3,
-};
 
 bool IsKnownId(const SettingsStatusMapping& model, uint32_t category, int id) {
     const auto number = static_cast<unsigned>(id);
@@ -56,30 +49,6 @@ void LogCount(size_t count) {
     LOG_INFO("Got %d values back", static_cast<int>(count));
 }
 
-// Ids as a set: every one-byte id once, ascending, without a heap.
-class IdSet {
-  public:
-    void Add(int id) {
-        uint64_t& word = m_words[static_cast<size_t>(id) / 64];
-        const uint64_t bit = uint64_t{1} << (id % 64);
-        m_count += (word & bit) == 0 ? 1 : 0;
-        word |= bit;
-    }
-    size_t Count() const { return m_count; }
-    template <typename Visit>
-    void ForEach(Visit visit) const {
-        for (size_t i = 0; i < m_words.size(); ++i) {
-            for (uint64_t word = m_words[i]; word != 0; word &= word - 1) {
-                visit(static_cast<int>(i * 64) + std::countr_zero(word));
-            }
-        }
-    }
-
-  private:
-    std::array<uint64_t, (kMaxId + 1) / 64> m_words{};
-    size_t m_count = 0;
-};
-
 // What a query of one category's values reads.
 struct ValueSource {
     const FlexValue* (SettingsStatusMapping::*find)(int id) const;  // null for an id without a value
@@ -91,12 +60,9 @@ constexpr ValueSource kStatusValues = {&SettingsStatusMapping::FindStatusValue, 
 
 // The ids of the answer: those asked for, or all that have a value.
 IdSet IdsToRead(const Read& read, const ValueSource& source) {
-    IdSet ids;
-    for (int id : read.query.m_ids) {
-        ids.Add(id);
-    }
+    IdSet ids(read.query.m_ids);
     if (!read.query.m_idsGiven) {
-        for (int id = 0; id <= kMaxId; ++id) {
+        for (int id = 0; id < IdSet::kSize; ++id) {
             if ((read.model.*source.find)(id) != nullptr) {
                 ids.Add(id);
             }
@@ -177,37 +143,50 @@ constexpr auto kReadCapabilitiesAndNames = ReadCapabilities<BleQueryCurrentCapab
 
 constexpr PlainQuery kPlainQueries[] = {
     {kCategorySettings,
-     1,
+     kQueryTypeValues,
      [](int count) { LOG_INFO("Get settings values. Count %d", count); },
      Interest::kKeep,
      {},
      ReadSettingValues},
-    {kCategorySettings, 2, [](int) { LOG_INFO("Get Name of settings"); }, Interest::kKeep, {}, ReadSettingNames},
     {kCategorySettings,
-     3,
+     kQueryTypeNames,
+     [](int) { LOG_INFO("Get Name of settings"); },
+     Interest::kKeep,
+     {},
+     ReadSettingNames},
+    {kCategorySettings,
+     kQueryTypeCapabilities,
      [](int) { LOG_INFO("Get Settings Capability Values"); },
      Interest::kKeep,
      {},
      kReadCapabilities},
     {kCategorySettings,
-     4,
+     kQueryTypeCapabilitiesAndNames,
      [](int) { LOG_INFO("Get Settings Capability Values and Names"); },
      Interest::kKeep,
      {},
      kReadCapabilitiesAndNames},
-    {kCategorySettings, 5, [](int) { LOG_INFO("Settings Register When Value Changes"); }, Interest::kAdd,
-     NotificationClient::eNotifySettings, ReadSettingValues},
-    {kCategorySettings, 6, [](int) { LOG_INFO("Settings Register When Capabilities Changes"); }, Interest::kAdd,
+    {kCategorySettings, kQueryTypeRegisterValues, [](int) { LOG_INFO("Settings Register When Value Changes"); },
+     Interest::kAdd, NotificationClient::eNotifySettings, ReadSettingValues},
+    {kCategorySettings, kQueryTypeRegisterCapabilities,
+     [](int) { LOG_INFO("Settings Register When Capabilities Changes"); }, Interest::kAdd,
      NotificationClient::eNotifyCapabilities, kReadCapabilities},
-    {kCategorySettings, 7, [](int) { LOG_INFO("Settings Unegister When Settings Value Changes"); }, Interest::kRemove,
+    {kCategorySettings, kQueryTypeUnregisterValues,
+     [](int) { LOG_INFO("Settings Unegister When Settings Value Changes"); }, Interest::kRemove,
      NotificationClient::eNotifySettings, ReadNothing},
-    {kCategorySettings, 8, [](int) { LOG_INFO("Settings Unegister When settings capabilities Changes"); },
-     Interest::kRemove, NotificationClient::eNotifyCapabilities, ReadNothing},
-    {kCategoryStatus, 1, [](int) { LOG_INFO("Get Value of Status"); }, Interest::kKeep, {}, ReadStatusValues},
-    {kCategoryStatus, 5, [](int) { LOG_INFO("Status Register When Value Changes"); }, Interest::kAdd,
-     NotificationClient::eNotifyStatus, ReadStatusValues},
-    {kCategoryStatus, 7, [](int) { LOG_INFO("Settings Unegister When Status Value Changes"); }, Interest::kRemove,
-     NotificationClient::eNotifyStatus, ReadNothing},
+    {kCategorySettings, kQueryTypeUnregisterCapabilities,
+     [](int) { LOG_INFO("Settings Unegister When settings capabilities Changes"); }, Interest::kRemove,
+     NotificationClient::eNotifyCapabilities, ReadNothing},
+    {kCategoryStatus,
+     kQueryTypeValues,
+     [](int) { LOG_INFO("Get Value of Status"); },
+     Interest::kKeep,
+     {},
+     ReadStatusValues},
+    {kCategoryStatus, kQueryTypeRegisterValues, [](int) { LOG_INFO("Status Register When Value Changes"); },
+     Interest::kAdd, NotificationClient::eNotifyStatus, ReadStatusValues},
+    {kCategoryStatus, kQueryTypeUnregisterValues, [](int) { LOG_INFO("Settings Unegister When Status Value Changes"); },
+     Interest::kRemove, NotificationClient::eNotifyStatus, ReadNothing},
 };
 
 const PlainQuery* FindPlainQuery(uint32_t category, uint32_t type) {

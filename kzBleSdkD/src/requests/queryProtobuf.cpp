@@ -10,6 +10,7 @@
 #include "protoFields.h"
 #include "protobufAnswer.h"
 #include "protobufQuery.h"
+#include "queryKinds.h"
 #include "queryMessage.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_EnumLiveStreamStatus.pb.h"

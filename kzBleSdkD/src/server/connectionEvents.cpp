@@ -25,14 +25,11 @@ constexpr uint8_t kSensorAnalytics[] = {0x76, 0x10, 0xFF, 0xFF};
 // Status 33 after the last client left: a value the camera does not report, so that its next report counts as a change.
 constexpr unsigned char kStatusUnknown = 255;
 
-// State and request of the wireless management service while an accessory configures the network.
-constexpr uint32_t kWmsStateConfigureMode = 17;
-constexpr uint8_t kWmsRequestExitConfigureMode = 2;
-
 // Who leaves in configure mode leaves the camera in it, unless it is told to end it.
 void EndConfigureMode(const CameraStatus& camera) {
-    if (camera.GetCsiValue(CSI_WMS_STATE) == kWmsStateConfigureMode) {
-        csi_set_no_rsp(CSI_WMS_REQUEST, &kWmsRequestExitConfigureMode, sizeof(kWmsRequestExitConfigureMode));
+    if (camera.GetCsiValue(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
+        const uint8_t cancel = WMS_REQUEST_UX_CANCEL;
+        csi_set_no_rsp(CSI_WMS_REQUEST, &cancel, sizeof(cancel));
         LOG_ERROR("EXIT CONFIGURE MODE on BLE DISCONNECT");
     }
 }

@@ -97,7 +97,7 @@ bool ProcessMessage(const InterfaceRow& row, Peer& peer, Message& message, eStor
         row.logOutstanding(peer.m_identity.m_connectionId);
         stored.Clear();
     }
-    MemoryStream stream(packet, kPacketSize);
+    MemoryStream stream(packet, kBlePacketSize);
     BlePacketHeader header;
     stream >> header;
     switch (message.ProcessPacket(packet, header, answer.bytes, *answer.length)) {

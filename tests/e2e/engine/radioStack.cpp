@@ -4,36 +4,23 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "messageCutter.h"
+
 namespace e2e {
 namespace {
 
-constexpr size_t kSimpleLimit = 19;      // longest message behind a one-byte header
-constexpr size_t kExtendedLimit = 8188;  // behind a two-byte header
-constexpr long kPacedBacklog = 60;       // the daemon discards data packets while more than 90 wait
+constexpr long kPacedBacklog = 60;  // the daemon discards data packets while more than 90 wait
 constexpr size_t kShownTranscript = 5000;
-
-Bytes startHeader(size_t length) {
-    const auto high = static_cast<uint8_t>(length >> 8);
-    const auto low = static_cast<uint8_t>(length);
-    if (length <= kSimpleLimit) {
-        return {low};
-    }
-    return length <= kExtendedLimit ? Bytes{static_cast<uint8_t>(0x20 | high), low} : Bytes{0x40, high, low};
-}
 
 }  // namespace
 
 std::vector<Bytes> cutIntoPackets(const Bytes& message) {
     std::vector<Bytes> packets;
-    Bytes packet = startHeader(message.size());
-    size_t done = 0;
-    do {
-        const size_t chunk = std::min(kBlePacketSize - packet.size(), message.size() - done);
-        const auto begin = message.begin() + static_cast<long>(done);
-        packets.push_back(packet + Bytes(begin, begin + static_cast<long>(chunk)));
-        done += chunk;
-        packet = {static_cast<uint8_t>(0x80 | ((packets.size() - 1) & 0x0F))};
-    } while (done < message.size());
+    MessageCutter cutter(static_cast<unsigned>(message.size()));
+    while (cutter.HasNext()) {
+        Bytes& packet = packets.emplace_back(kBlePacketSize);
+        packet.resize(cutter.WriteNext(message.data(), packet.data()));
+    }
     return packets;
 }
 
