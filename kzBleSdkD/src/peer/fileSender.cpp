@@ -7,9 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "MemStream.h"
 #include "answers.h"
-#include "blePacketHeader.h"
 #include "bleSDK.h"
 #include "identity.h"
 #include "skylark/bleMessage.h"
@@ -84,6 +82,7 @@ bool FileSender::OpenSettingsJSON() {
         return false;
     }
     HoldFile(std::move(file), static_cast<uint32_t>(size));
+    m_cutter = MessageCutter(m_fileSize + kSettingsJSONPrefix);
     LOG_ERROR("Settings.json.gz filesize: %d", m_fileSize);
     m_transferringSettingsJSON = true;
     return true;
@@ -165,23 +164,22 @@ bool FileSender::GetSettingsJSONResponse(StoredResponse& out) {
     if (!PrepareFilePacket(out)) {
         return false;
     }
-    unsigned char packet[kBlePacketSize];
-    MemoryStream stream(packet, sizeof(packet));
-    BlePacketHeader header(m_fileSize + kSettingsJSONPrefix);
-    if (m_fileIndex == 0) {
-        stream << header << kSettingsJSONCommand << kResultOk;
-        m_counter = 0;
-    } else {
-        header.m_isStart = false;
-        header.m_counter = m_counter++;
-        stream << header;
+    if (!m_cutter.HasNext()) {
+        return false;
     }
-    const size_t room = stream.getRemainder();
+    unsigned char packet[kBlePacketSize];
+    const bool first = m_cutter.Offset() == 0;
+    unsigned size = m_cutter.BeginNext(packet).headerSize;
+    if (first) {
+        packet[size++] = kSettingsJSONCommand;
+        packet[size++] = kResultOk;
+    }
+    const size_t room = sizeof(packet) - size;
     LOG_DEBUG("Reading %d file bytes from offset %d", static_cast<int>(room), m_fileIndex);
-    const size_t bytesRead = fread(packet + stream.getLength(), 1, room, m_file.get());
+    const size_t bytesRead = fread(packet + size, 1, room, m_file.get());
     const bool more = MoreFollows(m_fileSize, m_fileIndex, room, bytesRead);
     m_fileIndex += static_cast<uint32_t>(bytesRead);
-    out.Store(packet, stream.getLength() + static_cast<int>(bytesRead));
+    out.Store(packet, static_cast<int>(size + bytesRead));
     return more;
 }
 

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "fileHandle.h"
+#include "messageCutter.h"
 
 class Answers;
 class StoredResponse;
@@ -65,8 +66,8 @@ class FileSender {
 
     const Identity& m_identity;
     const Answers& m_answers;
-    uint32_t m_fileIndex = 0;  // file bytes sent; firmware: counted from the end of the image header
-    uint8_t m_counter = 0;     // continuation counter of the settings.json message
+    uint32_t m_fileIndex = 0;   // file bytes sent; firmware: counted from the end of the image header
+    MessageCutter m_cutter{0};  // of the settings.json message
     bool m_transferringSettingsJSON = false;
     bool m_transferringLarch = false;
     FileHandle m_file;              // of the running transfer

@@ -3,9 +3,8 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "bleSDK.h"
+#include "eventLoop.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "utils.h"
 
@@ -143,47 +142,21 @@ void KzBleServer::StartTick() {
 }
 
 // Waits and dispatches until it is stopped. The tick is a descriptor like the others: it comes when its time is over,
-// however much there is to receive, and a wait needs no timeout of its own.
+// however much there is to receive. The packet timer runs only while packets are held, so it is watched only then.
 void KzBleServer::Loop() {
-    fd_set descriptors;
-    FD_ZERO(&descriptors);
-    int nfds = 0;
-    for (const int descriptor : {int(m_controlEvents.Queue().Handle()), int(m_csiInbox.Queue().Handle()),
-                                 m_radio.ReceiveDescriptor(), int(m_tick_fd)}) {
-        FD_SET(descriptor, &descriptors);
-        nfds = std::max(nfds, descriptor + 1);
-    }
-    nfds = std::max(nfds, m_radio.TimerDescriptor() + 1);
-    while (m_running && !m_stopRequested) {
-        fd_set readable = descriptors;
-        if (m_radio.IsHolding()) {  // the only time at which the packet timer runs
-            FD_SET(m_radio.TimerDescriptor(), &readable);
-        }
-        if (select(nfds, &readable, nullptr, nullptr, nullptr) < 0) {
-            LOG_ERROR("Select failed and not handled");
-        } else {
-            HandleReadable(readable);
-        }
-    }
-}
-
-void KzBleServer::HandleReadable(const fd_set& readable) {
-    if (FD_ISSET(m_controlEvents.Queue().Handle(), &readable)) {
-        HandleEvent();
-    }
-    if (FD_ISSET(m_radio.ReceiveDescriptor(), &readable)) {
-        m_packetDispatch.HandleRecords();
-    }
-    if (FD_ISSET(m_csiInbox.Queue().Handle(), &readable)) {
-        HandleCSINotification();
-    }
-    if (FD_ISSET(m_radio.TimerDescriptor(), &readable)) {
-        DiscardExpirations(m_radio.TimerDescriptor());
-    }
-    if (FD_ISSET(m_tick_fd, &readable)) {
+    EventLoop loop;
+    loop.Add(m_controlEvents.Queue().Handle(), [this] { HandleEvent(); });
+    loop.Add(m_radio.ReceiveDescriptor(), [this] { m_packetDispatch.HandleRecords(); });
+    loop.Add(m_csiInbox.Queue().Handle(), [this] { HandleCSINotification(); });
+    loop.Add(m_radio.TimerDescriptor(), [this] { DiscardExpirations(m_radio.TimerDescriptor()); });
+    loop.Add(m_tick_fd, [this] {
         DiscardExpirations(m_tick_fd);
         HandlePeriodicTimer();
-    }
+    });
+    loop.Run([&] {
+        loop.SetWatched(m_radio.TimerDescriptor(), m_radio.IsHolding());
+        return m_running && !m_stopRequested;
+    });
 }
 
 void KzBleServer::HandlePeriodicTimer() {

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <pthread.h>
-#include <sys/select.h>
 
 #include <atomic>
 #include <cstdint>
@@ -150,7 +149,6 @@ class KzBleServer {
     void Run();
     void StartTick();
     void Loop();
-    void HandleReadable(const fd_set& readable);
 
     static KzBleServer* m_pInstance;  // null before the first GetInstance and after Destroy
     static constexpr pthread_t kNoThread = static_cast<pthread_t>(-1);

@@ -8,8 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "MemStream.h"
-#include "blePacketHeader.h"
+#include "messageCutter.h"
 #include "utils.h"
 
 itimerspec g_timerspec;
@@ -183,22 +182,9 @@ bool RadioPort::PostResponse(const ble_message_t& record, const unsigned char* d
         return false;
     }
     ble_message_t packet = record;
-    BlePacketHeader header(length);
-    MemoryStream stream(packet.data, kBlePacketSize);
-    int remaining = length;
-    for (bool first = true; remaining > 0; first = false) {
-        packet.dataLength = static_cast<uint8_t>(std::min<int>(header.m_headerLength + remaining, kBlePacketSize));
-        stream.reset();
-        stream << header;
-        const int chunk = packet.dataLength - header.m_headerLength;
-        stream.writeArray(data, static_cast<unsigned short>(chunk));
-        data += chunk;
-        remaining -= chunk;
-        // The header of the next packet; the counter starts at 0 with the second.
-        header.m_isStart = false;
-        header.m_headerLength = 1;
-        header.m_counter = first ? uint8_t{0} : static_cast<uint8_t>((header.m_counter + 1) % 16);
-
+    MessageCutter cutter(length);
+    while (cutter.HasNext()) {
+        packet.dataLength = static_cast<uint8_t>(cutter.WriteNext(data, packet.data));
         const SendResult result = SendOrHold(packet, tries ? WaitForRoom::kNo : WaitForRoom::kBounded);
         if (result == SendResult::kNoRoom) {
             LOG_ERROR("GATT Message queue is backed up, buffering response for later attempt");
