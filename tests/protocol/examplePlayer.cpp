@@ -10,7 +10,9 @@ namespace e2e {
 namespace {
 
 constexpr uint32_t kClient = 1;
-constexpr uint32_t kKeeper = 98;  // stays connected, so that clients come and go without a registration for pushes
+// Stays connected, so that clients come and go without a registration for pushes, and wants every push, so that no
+// change waits for the next example. Its gates stay closed.
+constexpr uint32_t kKeeper = 98;
 constexpr uint8_t kPushStream = KZ_STR_ID_QUERY_RESPONSE;
 constexpr uint8_t kGateEvent = KZBLE_SDK_EVENT_CCC;
 constexpr uint8_t kCategoryBuffers = 10;
@@ -19,9 +21,9 @@ constexpr unsigned kLogEverything = 5;
 constexpr std::chrono::milliseconds kAtOnce{0};
 constexpr std::chrono::seconds kPatienceForOne{4};  // ticks come twice a second
 
-const std::set<std::string> kExampleKeys = {"note", "as",      "before", "steps", "ask",       "write",    "gate",
-                                            "csi",  "values",  "show",   "calls", "malformed", "reported", "answer",
-                                            "push", "packets", "sets",   "logs",  "rejoin",    "radio"};
+const std::set<std::string> kExampleKeys = {
+    "note",     "as",    "on",  "radio",  "before", "steps", "replies", "rejoin", "gate",    "ask",  "malformed",
+    "reported", "write", "csi", "values", "show",   "calls", "answer",  "push",   "packets", "sets", "logs"};
 
 // An object inside `object`; an empty one when there is none.
 const Json& member(const Json& object, const char* key) {
@@ -88,11 +90,13 @@ std::string expand(const std::string& text) {
     std::istringstream words(text);
     std::string result;
     for (std::string word; words >> word;) {
-        const size_t star = word.find('*');
-        const unsigned long count = star == std::string::npos ? 1 : std::stoul(word.substr(star + 1));
+        const size_t star = std::min(word.find('*'), word.size());
+        size_t digits = 0;
+        const unsigned long count = star == word.size() ? 1 : std::stoul(word.substr(star + 1), &digits);
         for (unsigned long i = 0; i < count; ++i) {
             result += (result.empty() ? "" : " ") + word.substr(0, star);
         }
+        result += star == word.size() ? "" : word.substr(star + 1 + digits);
     }
     return result;
 }
@@ -109,21 +113,34 @@ const Json& find(const Json& list, const char* key, const Json& value) {
 ExamplePlayer::ExamplePlayer(Rig& rig) : m_rig(rig) {
     sets(kLogEverything)(m_rig);
     connects(kKeeper)(m_rig);
+    for (const char* everything : {"52", "53", "62"}) {
+        writes(kKeeper, kQuery, everything)(m_rig);
+    }
     notify(protocol().at("camera").at("csi"));
     pushValues(protocol().at("camera").at("values"));
 }
 
 void ExamplePlayer::play(const Json& interface, const Json& row, const Json& example) {
     checkKeys(example);
+    try {
+        playSteps(interface, row, example);
+    } catch (const std::exception&) {
+        restore(example);
+        throw;
+    }
+    restore(example);
+}
+
+void ExamplePlayer::playSteps(const Json& interface, const Json& row, const Json& example) {
     joins(kClient, example.value("as", kPhone))(m_rig);
     prepare(interface, member(example, "before"));
     for (const Json& step : stepsOf(example)) {
         checkKeys(step);
+        const Json& on = step.contains("on") ? find(protocol().at("interfaces"), "name", step.at("on")) : interface;
         forget();
-        act(interface, step);
-        check(interface, row, example, step);
+        act(on, step);
+        check(on, row, example, step);
     }
-    restore(example);
 }
 
 // ---------------------------------------------------------------- what happens
@@ -133,13 +150,7 @@ void ExamplePlayer::prepare(const Json& interface, const Json& before) {
     if (before.contains("values")) {
         pushValues(before.at("values"));
     }
-    for (const auto& [call, reply] : member(before, "replies").items()) {
-        if (reply.is_number()) {
-            m_rig.camera.reply(call, reply);
-        } else {
-            m_rig.camera.reply(call, call.starts_with("option") ? 1 : 0, bytesOf(reply));
-        }
-    }
+    setReplies(member(before, "replies"));
     for (const auto& [path, content] : member(before, "files").items()) {
         writeFile(path, bytesOf(content));
     }
@@ -149,6 +160,7 @@ void ExamplePlayer::prepare(const Json& interface, const Json& before) {
 }
 
 void ExamplePlayer::act(const Json& interface, const Json& step) {
+    setReplies(member(step, "replies"));
     if (step.contains("rejoin")) {
         disconnects(kClient)(m_rig);
         joins(kClient, step.at("rejoin"))(m_rig);
@@ -173,6 +185,17 @@ void ExamplePlayer::act(const Json& interface, const Json& step) {
         const Bytes data = bytesOf(text.substr(3));
         const TlvMessage message{kCategoryBuffers, {{kTlvCommand, textBytes(text.substr(0, 2))}, {kTlvArgument, data}}};
         tells(kCsiQueue, message.encode())(m_rig);
+    }
+}
+
+// A number is the result of the call, bytes are the reply of one that succeeds.
+void ExamplePlayer::setReplies(const Json& replies) {
+    for (const auto& [call, reply] : replies.items()) {
+        if (reply.is_number()) {
+            m_rig.camera.reply(call, reply);
+        } else {
+            m_rig.camera.reply(call, 0, bytesOf(reply));
+        }
     }
 }
 
@@ -216,12 +239,18 @@ void ExamplePlayer::check(const Json& interface, const Json& row, const Json& ex
     }
     m_rig.settle();
     expect("packets", joined(packets, "\n            "), joined(received(packets.size()), "\n            "));
-    expect("calls", joined(calls, ", "), m_rig.camera.takeCalls());
+    m_rig.settle();  // also what followed the packets
+    expect("calls", joined(calls, ", "), cameraCalls());
     expect("keys set", joined(texts(step, "sets"), ", "), netSets());
 
     std::vector<std::string> lines = texts(step, "logs");
-    if (parsed && row.contains("log")) {
-        lines.push_back(row.at("log"));
+    if (parsed && !step.contains("on")) {
+        for (const std::string& line : texts(row, "log")) {
+            lines.push_back(line);
+        }
+        for (const std::string& symbol : texts(row, "symbol")) {
+            lines.push_back("[DEBUG] " + symbol);
+        }
     }
     const std::string log = m_rig.daemon.log(m_logStart);
     for (const std::string& line : lines) {
@@ -237,6 +266,18 @@ std::vector<std::string> ExamplePlayer::received(size_t atLeast) {
         packets.push_back(numbered(record->streamId, {record->data, record->data + record->dataLength}));
     }
     return packets;
+}
+
+// The calls but those that hand samples over, which happens on a tick.
+std::string ExamplePlayer::cameraCalls() {
+    std::istringstream all(m_rig.camera.takeCalls());
+    std::vector<std::string> calls;
+    for (std::string call; std::getline(all >> std::ws, call, ',');) {
+        if (!call.starts_with("ipc-")) {
+            calls.push_back(call);
+        }
+    }
+    return joined(calls, ", ");
 }
 
 // "34: 1c, 38: 00 00 00 00": keys that the daemon has set without waiting for an answer.

@@ -29,14 +29,17 @@ class ExamplePlayer {
     void play(const Json& interface, const Json& row, const Json& example);
 
   private:
+    void playSteps(const Json& interface, const Json& row, const Json& example);
     void prepare(const Json& interface, const Json& before);
     void act(const Json& interface, const Json& step);
     void check(const Json& interface, const Json& row, const Json& example, const Json& step);
     void restore(const Json& example);
     void forget();  // what has happened so far
     std::vector<std::string> received(size_t atLeast);
+    std::string cameraCalls();
     std::string netSets();
 
+    void setReplies(const Json& replies);
     void notify(const Json& keys);
     void pushValues(const Json& values);
 
