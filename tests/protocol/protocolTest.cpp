@@ -1,6 +1,9 @@
 // protocol/protocol.json and the daemon say the same: every worked example plays, every row of the daemon's tables is
 // described, and what is not described is refused.
 #include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "examplePlayer.h"
@@ -195,6 +198,68 @@ TEST_F(Protocol, KeysThatAreNotDescribedArePushedToNobody) {
         EXPECT_TRUE(keys.insert(described).second) << described;
     }
     EXPECT_EQ(keys.size(), 256u);
+}
+
+// ---------------------------------------------------------------- protobuf
+
+// The field numbers of a serialised message of numbers and messages.
+Ids fieldsOf(const Bytes& message) {
+    size_t at = 0;
+    const auto number = [&] {
+        uint64_t value = 0;
+        for (unsigned shift = 0; at < message.size(); shift += 7) {
+            value |= uint64_t{message[at] & 0x7Fu} << shift;
+            if (message[at++] < 0x80) {
+                break;
+            }
+        }
+        return value;
+    };
+    Ids fields;
+    while (at < message.size()) {
+        const uint64_t tag = number();
+        const uint64_t value = number();
+        fields.insert(static_cast<int>(tag >> 3));
+        at += (tag & 7) == 2 ? value : 0;
+    }
+    return fields;
+}
+
+TEST(Description, FieldsOfPushesAreThoseOfTheirExamples) {
+    for (const Json& row : protocol().at("csi")) {
+        Ids fields;
+        for (const Json& example : row.at("examples")) {
+            const bool several = example.contains("steps");
+            for (const Json& step : several ? example.at("steps") : Json::array({example})) {
+                const Bytes push = fromHex(step.value("push", ""));
+                if (!push.empty()) {
+                    EXPECT_EQ(toHex({push.data() + 1, 1}), row.at("action")) << row.at("name");
+                    fields.merge(fieldsOf(Bytes(push.begin() + 2, push.end())));
+                }
+            }
+        }
+        EXPECT_EQ(Json(fields), row.value("fields", Json::array())) << row.at("name");
+    }
+}
+
+TEST(Description, NamesOfMessagesAreInTheSchemas) {
+    std::string schemas;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(KZ_SCHEMAS)) {
+        if (file.path().extension() == ".proto") {
+            std::ifstream in(file.path());
+            schemas += std::string(std::istreambuf_iterator<char>(in), {});
+        }
+    }
+    for (const auto& [section, rows] : protocol().items()) {
+        for (const Json& row : rows) {
+            for (const char* key : {"request", "answer", "enum", "form"}) {
+                const Json name = row.is_object() ? row.value(key, Json()) : Json();
+                const bool isSchema = name.is_string() && std::isupper(name.get<std::string>()[0]) != 0;
+                EXPECT_TRUE(!isSchema || schemas.find(' ' + name.get<std::string>() + " {") != std::string::npos)
+                    << name;
+            }
+        }
+    }
 }
 
 // ---------------------------------------------------------------- widths
