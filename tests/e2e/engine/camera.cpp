@@ -18,13 +18,17 @@ void writeFile(const std::string& path, const Bytes& content) {
 }
 
 Camera::Camera() {
-    std::filesystem::remove_all(fakes::kCameraReplies);
-    std::filesystem::create_directory(fakes::kCameraReplies);
+    forgetReplies();
     writeFile(fakes::kCameraCalls, Bytes());
 }
 
 void Camera::reply(const std::string& call, int result, const Bytes& bytes) {
     writeFile(fakes::kCameraReplies + call, little32(static_cast<uint32_t>(result)) + bytes);
+}
+
+void Camera::forgetReplies() {
+    std::filesystem::remove_all(fakes::kCameraReplies);
+    std::filesystem::create_directory(fakes::kCameraReplies);
 }
 
 std::string Camera::takeCalls(bool withCallers) {

@@ -21,6 +21,8 @@ class Camera {
 
     // From now on this call ("command 98", without its argument) has this result and reply.
     void reply(const std::string& call, int result, const Bytes& bytes = {});
+    // From now on every call succeeds again, or fails where it needs a reply.
+    void forgetReplies();
     // The calls since the last time, oldest first: "open, model-number". Those that only name the caller are left out.
     std::string takeCalls(bool withCallers = false);
 

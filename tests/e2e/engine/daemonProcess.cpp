@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -72,6 +73,10 @@ std::string DaemonProcess::log(size_t from) const {
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();
+}
+
+size_t DaemonProcess::logSize() const {
+    return std::filesystem::file_size(m_logPath);
 }
 
 size_t DaemonProcess::count(std::string_view text) const {

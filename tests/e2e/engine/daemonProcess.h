@@ -33,6 +33,7 @@ class DaemonProcess {
     std::string unread() const { return log(m_readTo); }
     // The log so far, from that byte on.
     std::string log(size_t from = 0) const;
+    size_t logSize() const;
     // How often a text occurs in the whole log so far.
     size_t count(std::string_view text) const;
 

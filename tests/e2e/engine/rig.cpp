@@ -104,7 +104,7 @@ void Rig::start() {
 void Rig::settle() {
     const auto eventType = static_cast<uint8_t>(kFirstFence + m_fence++ % kFences);
     const std::string text = "Unhandled event_type " + std::to_string(eventType) + " ";
-    const size_t before = daemon.log().size();
+    const size_t before = daemon.logSize();
     radio->send(eventRecord(eventType, 0));
     const auto handled = [&] { return daemon.log(before).find(text) != std::string::npos; };
     if (!waitUntil([&] { return handled() || !daemon.running(); }) || !handled()) {
