@@ -1,4 +1,5 @@
 // What holds for any sequence of stores and extractions, and for threads that do both at once.
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <random>
@@ -24,49 +25,39 @@ struct Ledger {
             counters[id] = KzmfNumber(*device.Child("STRM"), "TSMP", 0);
         }
     }
-    // Both copies of all streams.
-    void Extract(uint32_t sessionRate, std::vector<uint8_t>& buffer) {
-        void* payload = nullptr;
-        void* session = nullptr;
-        uint32_t payloadSize = 0;
-        uint32_t sessionSize = 0;
-        ASSERT_EQ(MetadataGetPayloadAndSession(buffer.data(), static_cast<uint32_t>(buffer.size()), &payload,
-                                               &payloadSize, &session, &sessionSize, sessionRate),
+    // Both copies of all streams, into a buffer of that size.
+    void Extract(uint32_t sessionRate, uint32_t bufferSize) {
+        std::vector<uint8_t> buffer(bufferSize);
+        void* copies[2] = {};
+        uint32_t sizes[2] = {};
+        ASSERT_EQ(MetadataGetPayloadAndSession(buffer.data(), bufferSize, &copies[0], &sizes[0], &copies[1], &sizes[1],
+                                               sessionRate),
                   kKzmfDone);
-        EXPECT_TRUE(MetadataIsValidKZMF(session, sessionSize, true));
-        Add(payload, payloadSize);
+        EXPECT_TRUE(MetadataIsValidKZMF(copies[1], sizes[1], true));
+        Add(copies[0], sizes[0]);
     }
 };
 
 class RandomRun {
   public:
     explicit RandomRun(unsigned seed) : m_random(seed) {
-        for (uint32_t id = 0; id < 4; ++id) {
-            m_streams.push_back(std::make_unique<TestStream>(id + 1, "X", 776 + Up(2000)));
-        }
-    }
-    void Step() {
-        const uint32_t choice = Up(12);
-        if (choice == 0) {
-            Extract();
-        } else if (choice == 1) {
-            ExtractGroups();
-        } else {
-            StoreSomething();
+        for (uint32_t id = 1; id <= 4; ++id) {
+            m_streams.push_back(std::make_unique<TestStream>(id, "X", 776 + Up(2000)));
         }
     }
     void Extract() {
         const uint32_t rate = Up(6);
-        std::vector<uint8_t> exact(MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate));
-        ledger.Extract(rate, exact);
+        ledger.Extract(rate, MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate));
     }
-
-    Ledger ledger;
-    std::map<uint64_t, uint64_t> stored;  // samples by device
-
-  private:
-    uint32_t Up(uint32_t below) { return static_cast<uint32_t>(m_random() % below); }
-
+    void ExtractGroups() {
+        kzmfGroup group{.limit = 400 + Up(2000), .samplesOnly = Up(2) == 0, .position = 0};
+        std::vector<uint8_t> buffer(4000);
+        for (uint32_t size = 1; size != 0;) {
+            ASSERT_EQ(MetadataGetPayloadGroup(group, buffer.data(), 4000, nullptr, &size), kKzmfDone);
+            ledger.Add(buffer.data(), size);
+        }
+    }
+    // A store that is refused changes nothing.
     void StoreSomething() {
         const uint32_t index = Up(4);
         const TestStream& stream = *m_streams[index];
@@ -75,11 +66,9 @@ class RandomRun {
         Store store{key, "bBcusSlLhHfFqQjJdGU12348?!\xFF"[Up(27)], 1 + (Up(4) == 0 ? Up(255) : Up(10)), {}};
         store.flags =
             (sticky ? kKzmfSticky : 0) | (Up(4) == 0 ? kKzmfBigEndian : 0) | (Up(6) == 0 ? kKzmfAccumulate : 0);
-        store.timeOffset = Up(10) == 0 ? 1.0F : 0.0F;
+        store.timeOffset = Up(4) == 0 ? static_cast<float>(Up(100)) : 0.0F;
         store.data.resize(size_t{store.size} * Up(6));
-        for (uint8_t& byte : store.data) {
-            byte = static_cast<uint8_t>(m_random());
-        }
+        std::generate(store.data.begin(), store.data.end(), [this] { return static_cast<uint8_t>(Up(256)); });
         if (Up(20) == 0) {
             store = Text("TYPE", "SLbJ", kKzmfSticky);
         }
@@ -90,38 +79,31 @@ class RandomRun {
             stored[index + 1] += store.data.size() / store.size;
         }
     }
-    void ExtractGroups() {
-        kzmfGroup group{.limit = 400 + Up(2000), .samplesOnly = Up(2) == 0, .position = 0};
-        std::vector<uint8_t> buffer(4000);
-        for (uint32_t size = 1; size != 0;) {
-            ASSERT_EQ(MetadataGetPayloadGroup(group, buffer.data(), 4000, nullptr, &size), kKzmfDone);
-            ledger.Add(buffer.data(), size);
-        }
-    }
+    uint32_t Up(uint32_t below) { return static_cast<uint32_t>(m_random() % below); }
 
+    Ledger ledger;
+    std::map<uint64_t, uint64_t> stored;  // samples by device
+
+  private:
     std::mt19937 m_random;
     std::vector<std::unique_ptr<TestStream>> m_streams;
 };
 
 TEST(KzmfAnySequence, YieldsValidPayloadsThatHoldEverySampleOnce) {
     for (unsigned seed = 1; seed < 9; ++seed) {
-        SCOPED_TRACE(seed);
         RandomRun run(seed);
-        for (int i = 0; i < 3000; ++i) {
-            run.Step();
+        for (int step = 0; step < 3000; ++step) {
+            const uint32_t choice = run.Up(12);
+            choice == 0 ? run.Extract() : choice == 1 ? run.ExtractGroups() : run.StoreSomething();
         }
         run.Extract();
-        EXPECT_EQ(run.ledger.samples, run.stored);
-        EXPECT_EQ(run.ledger.counters, run.stored);
+        EXPECT_EQ(run.ledger.samples, run.stored) << seed;
+        EXPECT_EQ(run.ledger.counters, run.stored) << seed;
     }
 }
 
 TEST(KzmfThreads, LoseNoSampleWhileStoringExtractingOpeningAndClosing) {
     constexpr uint64_t kSamples = 4000;
-    const TestStream first(1);
-    const TestStream second(2);
-    std::vector<uint8_t> work(100);
-    MetadataSetWorkBuf(work.data(), 100);
     std::atomic<int> writing{2};
     const auto write = [&writing](const TestStream& stream) {
         for (uint16_t sample = 0; sample < kSamples; ++sample) {
@@ -131,25 +113,21 @@ TEST(KzmfThreads, LoseNoSampleWhileStoringExtractingOpeningAndClosing) {
         }
         --writing;
     };
-
-    std::thread firstWriter(write, std::cref(first));
-    std::thread secondWriter(write, std::cref(second));
-    std::thread visitor([&writing] {
-        while (writing > 0) {
-            TestStream(3).Write(Sample("KVIS", 1));
-            EXPECT_GT(MetadataMaximumReadBufferSize() + MetadataEstimateUnsentSize(), 0u);
-        }
-    });
+    const TestStream streams[] = {TestStream(1), TestStream(2)};
+    std::thread threads[] = {std::thread(write, std::cref(streams[0])), std::thread(write, std::cref(streams[1])),
+                             std::thread([&writing] {
+                                 while (writing > 0) {
+                                     TestStream(3).Write(Sample("KVIS", 1));
+                                 }
+                             })};
     Ledger ledger;
-    std::vector<uint8_t> buffer(65536);
     while (writing > 0) {
-        ledger.Extract(2, buffer);
+        ledger.Extract(2, 65536);
     }
-    firstWriter.join();
-    secondWriter.join();
-    visitor.join();
-    ledger.Extract(2, buffer);
-    MetadataSetWorkBuf(work.data(), 1);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    ledger.Extract(2, 65536);
 
     for (const uint64_t id : {1u, 2u}) {
         EXPECT_EQ(ledger.samples[id], kSamples);
