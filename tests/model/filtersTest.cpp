@@ -12,10 +12,6 @@ class Filters : public ModelTest {
     }
 };
 
-std::string FilterJson(const std::string& criteria, const std::string& blacklist) {
-    return R"({"activated_by":[)" + criteria + R"(],"blacklist":[)" + blacklist + "]}";
-}
-
 const std::string kSetting2Is1Or4 = R"({"setting_id":2,"ids":[4,1]})";
 const std::string kStatus8Is0 = R"({"status_id":8,"values":[0]})";
 const std::string kForbid5 = R"({"setting_id":5,"opt_ids":[2,1]})";

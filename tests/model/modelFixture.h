@@ -38,6 +38,11 @@ inline std::string SettingJson(int id, const Ints& options) {
            JsonOf(options, R"({"display_name":"Option","id":)", "}") + "}";
 }
 
+// One filter of settings.json.
+inline std::string FilterJson(const std::string& criteria, const std::string& blacklist) {
+    return R"({"activated_by":[)" + criteria + R"(],"blacklist":[)" + blacklist + "]}";
+}
+
 inline JsonTree CatalogueJson(const std::string& settings, const std::string& filters = "") {
     return JsonTree(cJSON_Parse(
         (R"({"modes":[],"settings":[)" + settings + R"(],"status":{"groups":[]},"filters":[)" + filters + "]}")
