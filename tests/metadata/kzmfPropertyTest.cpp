@@ -41,23 +41,25 @@ struct Ledger {
 class RandomRun {
   public:
     explicit RandomRun(unsigned seed) : m_random(seed) {
-        for (uint32_t id = 1; id <= 4; ++id) {
-            m_streams.push_back(std::make_unique<TestStream>(id, "X", 776 + Up(2000)));
+        for (uint32_t id = 0; id < 4; ++id) {
+            m_streams.push_back(std::make_unique<TestStream>(id + 1, "X", 776 + Up(2000)));
         }
+    }
+    void Step() {
+        const uint32_t choice = Up(12);
+        choice == 0 ? Extract() : choice == 1 ? ExtractGroups() : StoreSomething();
     }
     void Extract() {
         const uint32_t rate = Up(6);
         ledger.Extract(rate, MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate));
     }
-    void ExtractGroups() {
-        kzmfGroup group{.limit = 400 + Up(2000), .samplesOnly = Up(2) == 0, .position = 0};
-        std::vector<uint8_t> buffer(4000);
-        for (uint32_t size = 1; size != 0;) {
-            ASSERT_EQ(MetadataGetPayloadGroup(group, buffer.data(), 4000, nullptr, &size), kKzmfDone);
-            ledger.Add(buffer.data(), size);
-        }
-    }
-    // A store that is refused changes nothing.
+
+    Ledger ledger;
+    std::map<uint64_t, uint64_t> stored;  // samples by device
+
+  private:
+    uint32_t Up(uint32_t below) { return static_cast<uint32_t>(m_random() % below); }
+
     void StoreSomething() {
         const uint32_t index = Up(4);
         const TestStream& stream = *m_streams[index];
@@ -79,12 +81,15 @@ class RandomRun {
             stored[index + 1] += store.data.size() / store.size;
         }
     }
-    uint32_t Up(uint32_t below) { return static_cast<uint32_t>(m_random() % below); }
+    void ExtractGroups() {
+        kzmfGroup group{.limit = 400 + Up(2000), .samplesOnly = Up(2) == 0, .position = 0};
+        std::vector<uint8_t> buffer(4000);
+        for (uint32_t size = 1; size != 0;) {
+            ASSERT_EQ(MetadataGetPayloadGroup(group, buffer.data(), 4000, nullptr, &size), kKzmfDone);
+            ledger.Add(buffer.data(), size);
+        }
+    }
 
-    Ledger ledger;
-    std::map<uint64_t, uint64_t> stored;  // samples by device
-
-  private:
     std::mt19937 m_random;
     std::vector<std::unique_ptr<TestStream>> m_streams;
 };
@@ -92,9 +97,8 @@ class RandomRun {
 TEST(KzmfAnySequence, YieldsValidPayloadsThatHoldEverySampleOnce) {
     for (unsigned seed = 1; seed < 9; ++seed) {
         RandomRun run(seed);
-        for (int step = 0; step < 3000; ++step) {
-            const uint32_t choice = run.Up(12);
-            choice == 0 ? run.Extract() : choice == 1 ? run.ExtractGroups() : run.StoreSomething();
+        for (int i = 0; i < 3000; ++i) {
+            run.Step();
         }
         run.Extract();
         EXPECT_EQ(run.ledger.samples, run.stored) << seed;
