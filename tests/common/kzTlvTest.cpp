@@ -56,7 +56,7 @@ TEST(Tlv, MessageGrowsElementByElementAndOneThatDoesNotFitChangesNothing) {
 }
 
 TEST(Tlv, FirstElementOfATypeIsFoundInsideTheMessageAloneAndCopiedOnlyIntoALargerBuffer) {
-    Bytes bytes = message(16, {{TLV_CMD, "CR"}, {TLV_CMDARG, "XY"}, {TLV_CMD, "YZ"}, kEnd});
+    Bytes bytes = message(16, {{TLV_CMD, "CR"}, {TLV_CMDARG, "X"}, {TLV_CMD, "YZ"}, kEnd});
     char out[4] = "---";
     EXPECT_EQ(sntlv_find(out, 2, TLV_CMD, bytes.data()), 0);
     EXPECT_EQ(sntlv_find(out, 4, TLV_DST, bytes.data()), 0);
@@ -64,10 +64,11 @@ TEST(Tlv, FirstElementOfATypeIsFoundInsideTheMessageAloneAndCopiedOnlyIntoALarge
     EXPECT_STREQ(out, "---");
     EXPECT_EQ(sntlv_find(out, 3, TLV_CMD, bytes.data()), 2);
     EXPECT_STREQ(out, "CR-");
+    EXPECT_EQ(sntlv_find(out, 2, TLV_CMDARG, bytes.data()), 1);
 
     // Type, length of the message, offset of the element: a message ends with an element or cuts it.
-    const std::tuple<uint8_t, uint8_t, int> kRows[] = {{TLV_END, 26, 22},    {TLV_END, 25, 0},    {TLV_END, 22, 0},
-                                                       {TLV_CMDARG, 16, 10}, {TLV_CMDARG, 15, 0}, {TLV_CMD, 10, 4},
+    const std::tuple<uint8_t, uint8_t, int> kRows[] = {{TLV_END, 25, 21},    {TLV_END, 24, 0},    {TLV_END, 21, 0},
+                                                       {TLV_CMDARG, 15, 10}, {TLV_CMDARG, 14, 0}, {TLV_CMD, 10, 4},
                                                        {TLV_CMD, 9, 0},      {TLV_CMD, 0, 0}};
     for (const auto& [type, length, offset] : kRows) {
         bytes[1] = length;
