@@ -5,7 +5,6 @@
 #include <sys/un.h>
 
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
@@ -28,57 +27,30 @@ struct Answer {
     bool hangUp = false;     // close the connection instead of answering
 };
 
-// The control daemon on a socket of its own: it gives its answers in order, and then ends.
-class FakeService {
-  public:
-    explicit FakeService(std::vector<Answer> answers) : m_answers(std::move(answers)) {
-        sockaddr_un address{AF_UNIX, {}};
-        m_path.copy(address.sun_path, sizeof address.sun_path - 1);
-        unlink(m_path.c_str());
-        bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        listen(m_listener, 4);
-        setenv(kzwire::kControlEndpoint.variable, m_path.c_str(), 1);
-        m_thread = std::thread([this] { serve(); });
-    }
-    FakeService(const FakeService&) = delete;
-    FakeService& operator=(const FakeService&) = delete;
-    ~FakeService() {
-        m_thread.join();
-        close(m_listener);
-        unlink(m_path.c_str());
-    }
-
-  private:
-    void serve() {
-        int connection = -1;
-        for (const Answer& answer : m_answers) {
-            std::string record(sizeof(kzwire::RequestHeader) + kzwire::kMaxPayload, '\0');
-            while (recv(connection, record.data(), record.size(), 0) <= 0) {  // none yet, or given up by the library
-                close(connection);
-                connection = accept(m_listener, nullptr, nullptr);
-            }
-            kzwire::RequestHeader request{};
-            std::memcpy(&request, record.data(), sizeof request);
-            EXPECT_EQ(request.target, 30u);
-            EXPECT_STREQ(record.data() + sizeof request, "abc");
-            std::this_thread::sleep_for(milliseconds(answer.delayMs));
-            const kzwire::ReplyHeader header{request.sequence - (answer.toAnother ? 1 : 0), 0};
-            const std::string reply =
-                std::string(reinterpret_cast<const char*>(&header), sizeof header) + answer.payload;
-            if (answer.hangUp) {
-                close(std::exchange(connection, -1));
-            } else {
-                send(connection, reply.data(), reply.size(), MSG_NOSIGNAL);
-            }
+// The control daemon: gives its answers in order to whoever connects, and hangs up.
+void Serve(int listener, const std::vector<Answer>& answers) {
+    int connection = -1;
+    for (const Answer& answer : answers) {
+        std::string record(sizeof(kzwire::RequestHeader) + kzwire::kMaxPayload, '\0');
+        while (recv(connection, record.data(), record.size(), 0) <= 0) {  // none yet, or given up by the library
+            close(connection);
+            connection = accept(listener, nullptr, nullptr);
         }
-        close(connection);
+        kzwire::RequestHeader request{};
+        std::memcpy(&request, record.data(), sizeof request);
+        EXPECT_EQ(request.target, 30u);
+        EXPECT_STREQ(record.data() + sizeof request, "abc");
+        std::this_thread::sleep_for(milliseconds(answer.delayMs));
+        const kzwire::ReplyHeader header{request.sequence - (answer.toAnother ? 1 : 0), 0};
+        const std::string reply = std::string(reinterpret_cast<const char*>(&header), sizeof header) + answer.payload;
+        if (answer.hangUp) {
+            close(std::exchange(connection, -1));
+        } else {
+            send(connection, reply.data(), reply.size(), MSG_NOSIGNAL);
+        }
     }
-
-    std::string m_path = "/tmp/kzFakeService." + std::to_string(getpid());
-    std::vector<Answer> m_answers;
-    int m_listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    std::thread m_thread;
-};
+    close(connection);
+}
 
 class ClientLibraries : public testing::Test {
   protected:
@@ -113,10 +85,17 @@ TEST_F(ClientLibraries, EveryCallFailsAtOnceWhenNobodyListens) {
 }
 
 TEST_F(ClientLibraries, ReplyThatIsLateOrAnothersOrMissingOrTooLongCostsOneCallAndNeverAnswersTheNext) {
+    sockaddr_un address{AF_UNIX, {}};
+    const std::string path = testing::TempDir() + "kzService." + std::to_string(getpid());
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    listen(listener, 4);
+    setenv(kzwire::kControlEndpoint.variable, path.c_str(), 1);
     for (Answer answer : {Answer{.delayMs = 2400}, Answer{.toAnother = true}, Answer{.hangUp = true},
                           Answer{.payload = "too long a reply"}}) {
         answer.payload += "stale";
-        const FakeService service({answer, {.payload = "mine"}});
+        std::thread service(Serve, listener, std::vector{answer, Answer{.payload = "mine"}});
         start = steady_clock::now();
 
         EXPECT_LT(ask(), 0);
@@ -125,5 +104,8 @@ TEST_F(ClientLibraries, ReplyThatIsLateOrAnothersOrMissingOrTooLongCostsOneCallA
 
         EXPECT_EQ(std::string(reply.data(), length), "mine");
         kzcontrol_interface_close();
+        service.join();
     }
+    close(listener);
+    unlink(path.c_str());
 }
