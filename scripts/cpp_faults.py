@@ -24,12 +24,14 @@ SILENT = re.compile(
 LITERAL_OR_COMMENT = re.compile(
     r'//[^\n]*|/\*.*?\*/|R"(?P<tag>[^()\s]*)\(.*?\)(?P=tag)"|"(?:[^"\\\n]|\\.)*"|^[ \t]*#(?:[^\n]*\\\n)*[^\n]*', re.S | re.M
 )
+# break, continue, return without a value, a call, an assignment or an increment; not what begins with two words.
 STATEMENT = re.compile(
-    r"^[ ]{4,}(?P<text>(?:break|continue|return|(?:\+\+|--|\*)?[A-Za-z_][\w:.]*(?:(?:->|\.|::)\w+|\[[^\]\n]*\]|\(\))*"
+    r"^[ ]{4,}(?!(?:for|if|while|switch|void|bool|int)\b)"
+    r"(?P<text>(?:break|continue|return|(?:\+\+|--|\*)?[A-Za-z_][\w:.]*(?:(?:->|\.|::)\w+|\[[^\]\n]*\]|\(\))*"
     r"\s*(?:[-+|&^]?=(?!=)|\(|\+\+|--)[^;{}]*);)",
     re.M,
 )
-DECLARES = re.compile(r"(using|typedef|friend|return\s|static_cast<void>)|[\w:]+\([^;]*\)( const| noexcept| override)+;")
+DECLARES = re.compile(r"using|typedef|friend|static_cast<void>|[\w:]+\([^;]*\)( const| noexcept| override| = \w+)+;")
 NUMBER = re.compile(r"(?<![\w.'])(0[xX][\da-fA-F]+|\d+)([uUlLzZ]*)(?![\w.'])")
 CHARACTER = re.compile(r"(?<!\w)'([ !#-&(-\[\]-~])'")
 OPENING, CLOSING = "([{", ")]}"

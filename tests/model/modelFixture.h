@@ -20,7 +20,10 @@ using Texts = std::vector<std::string>;
 using Options = std::map<int, Ints>;  // by setting
 
 inline Bytes BytesOf(const FlexValue& value) {
-    return {value.GetDataPointer(), value.GetDataPointer() + value.GetDataLength()};
+    const uint8_t* data = nullptr;
+    unsigned length = 0;
+    value.GetData(data, length);
+    return {data, data + length};
 }
 
 inline std::string JsonOf(const Ints& numbers, const std::string& before = "", const std::string& after = "") {
