@@ -74,25 +74,19 @@ class Exchange : public Message {
 TEST_F(Message, ArrivesCompleteAtItsDestinationOrOnTheRoadThatIsNamed) {
     const TestQueue queue("dst", 2);
     const std::string name = queue.name();
-    std::string expected(4, '\0');
-    for (const auto& [type, data] : {std::pair<int, std::string>{TLV_CMD, "CR"},
-                                     {TLV_CMDARG, "\x03"},
-                                     {TLV_SRC, "/src"},
-                                     {TLV_DST, name},
-                                     {TLV_END, ""}}) {
-        expected += {'\0', '\0', static_cast<char>(data.size()), static_cast<char>(type)};
-        expected += data;
-    }
-    expected[1] = static_cast<char>(expected.size());
-    expected[3] = 16;
-
+    const auto element = [](int type, const std::string& data) {
+        return std::string{0, 0, static_cast<char>(data.size()), static_cast<char>(type)} + data;
+    };
+    const std::string start = element(TLV_CMD, "CR") + element(TLV_CMDARG, "\x03") + element(TLV_SRC, "/src");
+    const std::string whole = start + element(TLV_DST, name) + element(TLV_END, "");
+    const std::string header = {0, static_cast<char>(4 + whole.size()), 0, 16};
     for (const auto send : {kzmsg_send, kzmsg_try_send}) {
         build("\x03");
         EXPECT_EQ(send(&m_message, "/src", name.c_str(), nullptr, 0), 0);
-        EXPECT_EQ(queue.take(), expected);
+        EXPECT_EQ(queue.take(), header + whole);
         build("\x03");
         EXPECT_EQ(send(&m_message, "/src", "/elsewhere", name.c_str(), 0), 0);
-        EXPECT_EQ(queue.take().substr(4, 19), expected.substr(4, 19));
+        EXPECT_EQ(queue.take().substr(4, start.size()), start);
     }
     EXPECT_EQ(m_log.Texts(), std::vector<std::string>{});
 }
