@@ -19,7 +19,8 @@ BINARY = {
     "^": ["|"], "<<": [">>"], ">>": ["<<"], "+=": ["-="], "-=": ["+="], "|=": ["&="], "&=": ["|="],
 }  # fmt: skip
 SILENT = re.compile(
-    r"\b(static_assert|LOG_[A-Z]+|KZ_DEBUG_PRINT|kzDebugPrint|hexprint\w*|__attribute__|[dD]ump\w*)\s*(?=\()"
+    r"\b(static_assert|__attribute__|LOG_[A-Z]+|KZ_DEBUG_PRINT|kzDebugPrint|hexprint\w*|[dD]ump\w*|printf|fprintf(?=\(stderr))"
+    r"\s*(?=\()"
 )
 LITERAL_OR_COMMENT = re.compile(
     r'//[^\n]*|/\*.*?\*/|R"(?P<tag>[^()\s]*)\(.*?\)(?P=tag)"|"(?:[^"\\\n]|\\.)*"|^[ \t]*#(?:[^\n]*\\\n)*[^\n]*', re.S | re.M
