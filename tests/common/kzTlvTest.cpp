@@ -120,6 +120,15 @@ TEST(Tlv, EveryVerdictOfTheValidationHasItsText) {
     }
 }
 
+TEST(Tlv, TypesHaveNames) {
+    std::string names;
+    for (int type = 0; type < 256; ++type) {
+        const std::string name = tlv_type_name(static_cast<uint8_t>(type));
+        names += name != "UNKNOWN" ? std::to_string(type) + "=" + name + " " : "";
+    }
+    EXPECT_EQ(names, "65=CMD 66=CMDARG 67=DST 68=SRC 69=RSPARG 87=ASOURCE 88=VOID 236=RSP 238=EE ");
+}
+
 TEST(Tlv, MessageThatArrivedIsRefusedAtEveryCut) {
     const Bytes whole = addressed(16, {{TLV_CMDARG, "x"}, kEnd});
     for (size_t received = 0; received < whole.size(); ++received) {
