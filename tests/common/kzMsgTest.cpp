@@ -158,6 +158,17 @@ TEST_F(Exchange, ReplyReplacesTheRequest) {
     EXPECT_EQ(std::string(reinterpret_cast<char*>(data), length), "ok");
 }
 
+TEST_F(Exchange, CallingErrorsOfTheWrittenSendsAbort) {
+    const auto exchangeWith = [this](const char* from) {
+        kzmsg_send_timedreceive(&m_message, from, m_peer.c_str(), nullptr, 0);
+    };
+    EXPECT_DEATH(kzmsg_send(&m_message, "/src", m_own.c_str(), nullptr, 0),
+                 "ASSERT:libkzCommon/src/kzMsg/kzmsg_send:[0-9]+:kzMbox_txopen\\(via, &txq\\) == 0");
+    EXPECT_DEATH(exchangeWith(m_peer.c_str()), "kzMbox_rxopen_shared\\(from, KZMSG_MAX_COUNT_SM, &rxq\\) == 0");
+    build("", 240);
+    EXPECT_DEATH(exchangeWith("/src"), "kzmsg_send_timedreceive:[0-9]+:0 == tlv_validate\\(iobuf->buf\\)");
+}
+
 TEST_F(Exchange, SilenceIsATimeoutThatKeepsTheRequest) {
     g_timedreceive = 0;
 
