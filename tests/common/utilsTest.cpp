@@ -41,9 +41,17 @@ TEST(Text, IsTrimmedUnescapedAndJudgedInPlace) {
     EXPECT_STREQ(trim(text), "a b ");
     EXPECT_EQ(trim(blank), nullptr);
     EXPECT_EQ(trim(nullptr), nullptr);
-    const std::map<std::string, std::string> kRows = {
-        {"", ""},      {"plain", "plain"}, {"a%20b%2Fc%2f", "a b/c/"},        {"%41", "A"},    {"ab%4", "ab"},
-        {"ab%", "ab"}, {"%zz%41", "%zzA"}, {"a%00b", std::string("a\0b", 3)}, {"%%341", "%41"}};
+    const std::map<std::string, std::string> kRows = {{"", ""},
+                                                      {"plain", "plain"},
+                                                      {"a%20b%2Fc%2f", "a b/c/"},
+                                                      {"%41", "A"},
+                                                      {"ab%4", "ab"},
+                                                      {"ab%", "ab"},
+                                                      {"%zz%41", "%zzA"},
+                                                      {"a%00b", std::string("a\0b", 3)},
+                                                      {"%%341", "%41"},
+                                                      {"%aF%fA%09%90", "\xAF\xFA\t\x90"},
+                                                      {"%@0%G0%/0%:0%`0%g0", "%@0%G0%/0%:0%`0%g0"}};
     for (const auto& [given, decoded] : kRows) {
         std::string url = given;
         int length = static_cast<int>(url.size());
