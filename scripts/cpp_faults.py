@@ -17,13 +17,14 @@ BINARY = {
     "==": ["!="], "!=": ["=="], "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="], ">=": [">", "<"],
     "&&": ["||"], "||": ["&&"], "+": ["-"], "-": ["+"], "*": ["+"], "/": ["*"], "%": ["/"], "&": ["|"], "|": ["&"],
     "^": ["|"], "<<": [">>"], ">>": ["<<"], "+=": ["-="], "-=": ["+="], "|=": ["&="], "&=": ["|="],
-}  # fmt: skip
+}
 SILENT = re.compile(
-    r"\b(static_assert|__attribute__|LOG_[A-Z]+|KZ_DEBUG_PRINT|kzDebugPrint|hexprint\w*|[dD]ump\w*|printf|fprintf(?=\(stderr))"
-    r"\s*(?=\()"
+    r"\b(static_assert|__attribute__|LOG_[A-Z]+|KZ_DEBUG_PRINT|kzDebugPrint|hexprint\w*|[dD]ump\w*|printf|"
+    r"fprintf(?=\(stderr))\s*(?=\()"
 )
 LITERAL_OR_COMMENT = re.compile(
-    r'//[^\n]*|/\*.*?\*/|R"(?P<tag>[^()\s]*)\(.*?\)(?P=tag)"|"(?:[^"\\\n]|\\.)*"|^[ \t]*#(?:[^\n]*\\\n)*[^\n]*', re.S | re.M
+    r'//[^\n]*|/\*.*?\*/|R"(?P<tag>[^()\s]*)\(.*?\)(?P=tag)"|"(?:[^"\\\n]|\\.)*"|^[ \t]*#(?:[^\n]*\\\n)*[^\n]*',
+    re.S | re.M,
 )
 # break, continue, return without a value, a call, an assignment or an increment; not what begins with two words.
 STATEMENT = re.compile(
@@ -115,7 +116,7 @@ def elements(code, opening):
 
 
 def cells(code, text):
-    """A cell of a table takes the value that stands in its column in the next row; so does an element of a plain list."""
+    """A cell of a table takes the value of its column in the next row; an element of a plain list that of the next one."""
 
     def swaps(mine, other):
         if not re.search(r'["\n]| = ', mine + other) and mine != other:
