@@ -116,7 +116,7 @@ def elements(code, opening):
 
 
 def cells(code, text):
-    """A cell of a table takes the value of its column in the next row; an element of a plain list that of the next one."""
+    """A cell of a table takes the value of its column in the next row, an element of a list that of the next."""
 
     def swaps(mine, other):
         if not re.search(r'["\n]| = ', mine + other) and mine != other:
