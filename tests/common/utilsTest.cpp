@@ -70,7 +70,7 @@ TEST(CardId, IsMadeWhenThereIsNoneOrItIsNoNumberAndThenKept) {
     if (!fakes::EnterPrivateTmp()) {
         GTEST_SKIP() << "no private /tmp on this system";
     }
-    char first[32] = {};
+    char first[32] = "99999999";
     char second[32] = {};
     EXPECT_FALSE(messages_txt_exists());
     EXPECT_EQ(getCardIDStr(nullptr), -1);
