@@ -1,2 +1,1 @@
-kz_add_fuzzer(tlvFuzz SOURCES tlvFuzz.cpp quietSyslog.cpp LIBS kzCommon)
-kz_add_fuzzer(msgFuzz SOURCES msgFuzz.cpp quietSyslog.cpp LIBS kzBleLib)
+kz_add_fuzzer(tlvFuzz SOURCES tlvFuzz.cpp LIBS kzFakes kzBleLib)

@@ -1,5 +1,2 @@
-if(NOT TARGET kzFakes)
-  add_subdirectory(${PROJECT_SOURCE_DIR}/tests/fakes ${PROJECT_BINARY_DIR}/tests/fakes)
-endif()
 kz_add_fuzzer(commandMessageFuzz SOURCES commandMessageFuzz.cpp LIBS kzFakes kzBleServer)
 kz_add_fuzzer(settingsMessageFuzz SOURCES settingsMessageFuzz.cpp LIBS kzFakes kzBleServer)

@@ -1,6 +1,3 @@
-if(NOT TARGET kzFakes)
-  add_subdirectory(${PROJECT_SOURCE_DIR}/tests/fakes ${PROJECT_BINARY_DIR}/tests/fakes)
-endif()
 kz_add_fuzzer(kzmfValidFuzz SOURCES kzmfValidFuzz.cpp LIBS kzMetadata kzMetadataReader)
 kz_add_fuzzer(kzmfWriteFuzz SOURCES kzmfWriteFuzz.cpp LIBS kzMetadata kzMetadataReader)
 kz_add_fuzzer(metadataMessageFuzz SOURCES metadataMessageFuzz.cpp LIBS kzFakes kzBleServer)

@@ -1,6 +1,3 @@
-if(NOT TARGET kzFakes)
-  add_subdirectory(${PROJECT_SOURCE_DIR}/tests/fakes ${PROJECT_BINARY_DIR}/tests/fakes)
-endif()
 kz_add_fuzzer(queryMessageFuzz SOURCES queryMessageFuzz.cpp LIBS kzFakes kzBleServer)
 kz_add_fuzzer(
   csiMessageFuzz

@@ -20,14 +20,16 @@ inline void LoadModel() {
     std::string settings;
     std::string values;
     for (int id = 1; id < 60; ++id) {
-        std::string options;
-        for (int option = 0; option < id * 10; ++option) {
-            options += (option == 0 ? "" : ",") + (R"({"id":)" + std::to_string(option) + R"(,"display_name":"O"})");
+        std::string options = R"({"id":0,"display_name":"O"})";
+        for (int option = 1; option < id * 10; ++option) {
+            options += R"(,{"id":)" + std::to_string(option) + R"(,"display_name":"O"})";
         }
-        settings += (id == 1 ? "" : ",") +
-                    (R"({"id":)" + std::to_string(id) + R"(,"display_name":"S","options":[)" + options + "]}");
-        values += (id == 1 ? "" : ",") + ("\"" + std::to_string(id) + "\":" + std::to_string(id));
+        const std::string number = std::to_string(id);
+        settings += R"({"id":)" + number + R"(,"display_name":"S","options":[)" + options + "]},";
+        values += "\"" + number + "\":" + number + ",";
     }
+    settings.pop_back();
+    values.pop_back();
     const std::string catalogue = R"({"modes":[],"settings":[)" + settings +
                                   R"(],"status":{"groups":[{"fields":[{"id":8,"name":"B"},{"id":29,"name":"T"}]}]},
         "filters":[{"activated_by":[{"status_id":8,"values":[1]}],"blacklist":[]}]})";

@@ -7,14 +7,8 @@
 
 #include "fuzz.h"
 #include "jsonText.h"
-#include "kzCtrlD/kzCtrlD.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
-
-// No control daemon: the model number is the default.
-int kzc_state_get_model_number(uint8_t* /*model*/) {
-    return -1;
-}
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mqueue.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <string>
@@ -15,6 +16,9 @@ class TestQueue {
     // With depth 0 the name is taken, but the queue does not exist yet.
     explicit TestQueue(const std::string& name, long depth = 0, long messageSize = KZMSG_MAX)
         : m_name("/kzcommon_" + std::to_string(getpid()) + "_" + name) {
+        // All queues of a user share one limit, which other tests may have used up: lifted where that is permitted.
+        const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
+        setrlimit(RLIMIT_MSGQUEUE, &unlimited);
         mq_attr attributes = {};
         attributes.mq_maxmsg = depth;
         attributes.mq_msgsize = messageSize;

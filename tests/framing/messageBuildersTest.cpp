@@ -21,7 +21,6 @@ Bytes MessageOf(size_t length) {
     return message;
 }
 
-// A packet with this header.
 Bytes Packet(Bytes header) {
     header.resize(kBlePacketSize, kFiller);
     return header;
@@ -113,91 +112,58 @@ TEST(FragmentedMessageBuilderTest, VerdictOfTheParserIsTheResultAndTheNextMessag
         << "the packet's whole payload area";
 }
 
-TEST(FragmentedMessageBuilderTest, StartPacketDropsTheMessageInProgress) {
-    for (const size_t length : {size_t{7}, size_t{45}}) {
-        Whole builder;
+TEST(FragmentedMessageBuilderTest, StartPacketDropsTheMessageInProgressAndOneOfAnUnsupportedLengthTypeIsEmpty) {
+    Whole builder;
+    for (const size_t length : {7, 45}) {
         builder.Take(Cut(100)[0]);
         builder.Take(Cut(100)[1]);
-
         EXPECT_EQ(builder.TakeAll(length), kMessageComplete);
-
-        EXPECT_EQ(builder.pieces, std::vector<Bytes>{MessageOf(length)});
     }
-}
-
-TEST(FragmentedMessageBuilderTest, PacketOfAnUnsupportedLengthTypeEndsTheMessageInProgress) {
-    Whole builder;
     builder.Take(Cut(40)[0]);
-
     EXPECT_EQ(builder.Take(Packet({0x45})), kMessageComplete);
 
-    EXPECT_EQ(builder.pieces, std::vector<Bytes>{Bytes{}});
+    EXPECT_EQ(builder.pieces, (std::vector<Bytes>{MessageOf(7), MessageOf(45), {}}));
     EXPECT_EQ(builder.Take(kContinuation), kMessageFailed);
 }
 
-TEST(FragmentedMessageBuilderTest, ContinuationWithoutAMessageIsDroppedWhateverCameBefore) {
-    const struct {
-        const char* before;
-        std::vector<Bytes> packets;
-        int bufferSize;
-    } rows[] = {
-        {"nothing", {}, 8188},
-        {"a message of one packet", Cut(5), 8188},
-        {"a message of several packets", Cut(60), 8188},
-        {"a message too long for the buffer", Cut(60), 59},
-        {"a message of 401 packets", Cut(7600), 8188},
+TEST(FragmentedMessageBuilderTest, ContinuationWithoutAMessageIsDroppedAndAMessageTooLongNeverReachesTheParser) {
+    // Length of the message before, 0 for none, size of its buffer, result.
+    const std::tuple<size_t, int, int> kRows[] = {
+        {0, 8188, kMessageComplete}, {5, 8188, kMessageComplete}, {60, 8188, kMessageComplete},
+        {60, 59, kMessageFailed},    {19, 18, kMessageFailed},    {7600, 8188, kMessageFailed},  // 401 packets
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.before);
+    for (const auto& [length, bufferSize, result] : kRows) {
+        SCOPED_TRACE(length);
         Whole builder;
-        for (const Bytes& packet : row.packets) {
-            builder.Take(packet, row.bufferSize);
+        if (length != 0) {
+            EXPECT_EQ(builder.TakeAll(length, bufferSize), result);
+            EXPECT_EQ(builder.pieces.size(), result == kMessageComplete ? 1u : 0u);
+            builder.pieces.clear();
         }
-        builder.pieces.clear();
-
         for (int i = 0; i < 500; ++i) {
             ASSERT_EQ(builder.Take(kContinuation), kMessageFailed);
         }
-
-        EXPECT_TRUE(builder.pieces.empty());
         EXPECT_EQ(builder.TakeAll(30), kMessageComplete);
         EXPECT_EQ(builder.pieces, std::vector<Bytes>{MessageOf(30)});
     }
 }
 
-TEST(FragmentedMessageBuilderTest, MessageTooLongNeverReachesTheParser) {
-    Whole builder;
-
-    EXPECT_EQ(builder.TakeAll(7600), kMessageFailed) << "401 packets";
-    EXPECT_EQ(builder.TakeAll(41, 40), kMessageFailed) << "one byte more than the buffer";
-    EXPECT_EQ(builder.TakeAll(19, 18), kMessageFailed);
-
-    EXPECT_TRUE(builder.pieces.empty());
-}
-
-TEST(FragmentedMessageBuilderSimpleTest, ParserSeesThePayloadsOneByOneWithoutThePadding) {
+TEST(FragmentedMessageBuilderSimpleTest, ParserSeesThePayloadsOneByOneAndARefusedOneEndsTheMessage) {
     Recorder<FragmentedMessageBuilderSimple> builder;
     const std::vector<Bytes> packets = Cut(40);
+    const Bytes message = MessageOf(40);
 
     EXPECT_EQ(builder.Take(packets[0]), kMessageNeedsMore);
     EXPECT_EQ(builder.Take(packets[1]), kMessageNeedsMore);
     EXPECT_EQ(builder.Take(packets[2]), kMessageComplete);
     EXPECT_EQ(builder.Take(kContinuation), kMessageFailed);
-
-    const Bytes message = MessageOf(40);
     EXPECT_EQ(builder.pieces, (std::vector<Bytes>{{message.begin(), message.begin() + 18},
                                                   {message.begin() + 18, message.begin() + 37},
                                                   {message.begin() + 37, message.end()}}));
-}
-
-TEST(FragmentedMessageBuilderSimpleTest, RefusedPayloadEndsTheMessage) {
-    Recorder<FragmentedMessageBuilderSimple> builder;
     builder.verdict = 1;
-
-    EXPECT_EQ(builder.Take(Cut(40)[0]), kMessageFailed);
+    EXPECT_EQ(builder.Take(packets[0]), kMessageFailed);
     builder.verdict = 0;
-
-    EXPECT_EQ(builder.Take(kContinuation), kMessageFailed);
+    EXPECT_EQ(builder.Take(packets[1]), kMessageFailed);
     EXPECT_EQ(builder.Take(Cut(4)[0]), kMessageComplete);
     EXPECT_EQ(builder.pieces.back(), MessageOf(4));
 }

@@ -1,4 +1,5 @@
 // What holds for any sequence of stores and extractions, and for threads that do both at once.
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <random>
@@ -24,17 +25,16 @@ struct Ledger {
             counters[id] = KzmfNumber(*device.Child("STRM"), "TSMP", 0);
         }
     }
-    // Both copies of all streams.
-    void Extract(uint32_t sessionRate, std::vector<uint8_t>& buffer) {
-        void* payload = nullptr;
-        void* session = nullptr;
-        uint32_t payloadSize = 0;
-        uint32_t sessionSize = 0;
-        ASSERT_EQ(MetadataGetPayloadAndSession(buffer.data(), static_cast<uint32_t>(buffer.size()), &payload,
-                                               &payloadSize, &session, &sessionSize, sessionRate),
+    // Both copies of all streams, into a buffer of that size.
+    void Extract(uint32_t sessionRate, uint32_t bufferSize) {
+        std::vector<uint8_t> buffer(bufferSize);
+        void* copies[2] = {};
+        uint32_t sizes[2] = {};
+        ASSERT_EQ(MetadataGetPayloadAndSession(buffer.data(), bufferSize, &copies[0], &sizes[0], &copies[1], &sizes[1],
+                                               sessionRate),
                   kKzmfDone);
-        EXPECT_TRUE(MetadataIsValidKZMF(session, sessionSize, true));
-        Add(payload, payloadSize);
+        EXPECT_TRUE(MetadataIsValidKZMF(copies[1], sizes[1], true));
+        Add(copies[0], sizes[0]);
     }
 };
 
@@ -49,18 +49,11 @@ class RandomRun {
     }
     void Step() {
         const uint32_t choice = Up(12);
-        if (choice == 0) {
-            Extract();
-        } else if (choice == 1) {
-            ExtractGroups();
-        } else {
-            StoreSomething();
-        }
+        choice == 0 ? Extract() : choice == 1 ? ExtractGroups() : StoreSomething();
     }
     void Extract() {
         const uint32_t rate = Up(6);
-        std::vector<uint8_t> exact(MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate));
-        ledger.Extract(rate, exact);
+        ledger.Extract(rate, MetadataEstimateReadBufferSize(0) + MetadataEstimateReadBufferSize(rate));
     }
 
     Ledger ledger;
@@ -77,11 +70,9 @@ class RandomRun {
         Store store{key, "bBcusSlLhHfFqQjJdGU12348?!\xFF"[Up(27)], 1 + (Up(4) == 0 ? Up(255) : Up(10)), {}};
         store.flags =
             (sticky ? kKzmfSticky : 0) | (Up(4) == 0 ? kKzmfBigEndian : 0) | (Up(6) == 0 ? kKzmfAccumulate : 0);
-        store.timeOffset = Up(10) == 0 ? 1.0F : 0.0F;
+        store.timeOffset = Up(4) == 0 ? static_cast<float>(Up(100)) : 0.0F;
         store.data.resize(size_t{store.size} * Up(6));
-        for (uint8_t& byte : store.data) {
-            byte = static_cast<uint8_t>(m_random());
-        }
+        std::generate(store.data.begin(), store.data.end(), [this] { return static_cast<uint8_t>(Up(256)); });
         if (Up(20) == 0) {
             store = Text("TYPE", "SLbJ", kKzmfSticky);
         }
@@ -107,23 +98,18 @@ class RandomRun {
 
 TEST(KzmfAnySequence, YieldsValidPayloadsThatHoldEverySampleOnce) {
     for (unsigned seed = 1; seed < 9; ++seed) {
-        SCOPED_TRACE(seed);
         RandomRun run(seed);
         for (int i = 0; i < 3000; ++i) {
             run.Step();
         }
         run.Extract();
-        EXPECT_EQ(run.ledger.samples, run.stored);
-        EXPECT_EQ(run.ledger.counters, run.stored);
+        EXPECT_EQ(run.ledger.samples, run.stored) << seed;
+        EXPECT_EQ(run.ledger.counters, run.stored) << seed;
     }
 }
 
 TEST(KzmfThreads, LoseNoSampleWhileStoringExtractingOpeningAndClosing) {
     constexpr uint64_t kSamples = 4000;
-    const TestStream first(1);
-    const TestStream second(2);
-    std::vector<uint8_t> work(100);
-    MetadataSetWorkBuf(work.data(), 100);
     std::atomic<int> writing{2};
     const auto write = [&writing](const TestStream& stream) {
         for (uint16_t sample = 0; sample < kSamples; ++sample) {
@@ -133,25 +119,21 @@ TEST(KzmfThreads, LoseNoSampleWhileStoringExtractingOpeningAndClosing) {
         }
         --writing;
     };
-
-    std::thread firstWriter(write, std::cref(first));
-    std::thread secondWriter(write, std::cref(second));
-    std::thread visitor([&writing] {
-        while (writing > 0) {
-            TestStream(3).Write(Sample("KVIS", 1));
-            EXPECT_GT(MetadataMaximumReadBufferSize() + MetadataEstimateUnsentSize(), 0u);
-        }
-    });
+    const TestStream streams[] = {TestStream(1), TestStream(2)};
+    std::thread threads[] = {std::thread(write, std::cref(streams[0])), std::thread(write, std::cref(streams[1])),
+                             std::thread([&writing] {
+                                 while (writing > 0) {
+                                     TestStream(3).Write(Sample("KVIS", 1));
+                                 }
+                             })};
     Ledger ledger;
-    std::vector<uint8_t> buffer(65536);
     while (writing > 0) {
-        ledger.Extract(2, buffer);
+        ledger.Extract(2, 65536);
     }
-    firstWriter.join();
-    secondWriter.join();
-    visitor.join();
-    ledger.Extract(2, buffer);
-    MetadataSetWorkBuf(work.data(), 1);
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    ledger.Extract(2, 65536);
 
     for (const uint64_t id : {1u, 2u}) {
         EXPECT_EQ(ledger.samples[id], kSamples);

@@ -171,7 +171,7 @@ TEST(KzmfStore, HandleAndSizesAreChecked) {
     const TestStream stream(1025, "HRM", 300000);
     const std::vector<uint8_t> data(70000);
     const auto write = [&](void* handle, uint32_t size, uint32_t repeat) {
-        return MetadataStreamWrite(handle, Key("BYTE"), 'B', size, repeat, data.data(), 0, 0.0F);
+        return MetadataStreamWrite(handle, Key("BYTE"), 'B', size, repeat, data.data(), 0, static_cast<float>(repeat));
     };
 
     EXPECT_EQ(write(nullptr, 1, 1), kKzmfNoHandle);
@@ -181,6 +181,7 @@ TEST(KzmfStore, HandleAndSizesAreChecked) {
     EXPECT_EQ(write(stream.handle(), 0x10000, 0x10000), kKzmfNoRoom);
     EXPECT_EQ(write(stream.handle(), 1, 65535), kKzmfDone);
     EXPECT_EQ(write(stream.handle(), 1, 1), kKzmfNoRoom);  // the record cannot say more samples
+    EXPECT_EQ(stream.Sticky(), "TSMP:L4x1:0000FFFF TIMO:f4x1:477FFF00") << "the refused sample's time offset is gone";
 }
 
 // A record is placed directly while twice its need is less than what is free, otherwise only by way of a work buffer.

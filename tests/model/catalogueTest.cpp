@@ -150,15 +150,13 @@ TEST_F(Catalogue, FileLoadsWithoutVersionAndFilters) {
 
 TEST_F(Catalogue, DumpListsEverything) {
     ASSERT_TRUE(LoadFile(R"({"version":1,"modes":0,"settings":[)" + SettingJson(2, {7, 4, 7}) +
-                         R"(],"status":{"groups":[{"fields":[{"id":8,"name":"battery"}]}]},"filters":[
-        {"activated_by":[{"status_id":8,"values":[1,0]}],"blacklist":[{"setting_id":2,"opt_ids":[7]}]}]})"));
+                         R"(],"status":{"groups":[{"fields":[{"id":8,"name":"battery"}]}]},"filters":[)" +
+                         FilterJson(R"({"status_id":8,"values":[1,0]})", R"({"setting_id":2,"opt_ids":[7]})") + "]}"));
     m_loaded->CurrentSettingsStatusFromJSON(R"({"status":{"8":1}})", m_capabilitiesChanged);
     const fakes::LogCapture log(KZ_LOG_INFO);
     testing::internal::CaptureStdout();
-
     m_loaded->Dump();
     std::fflush(stdout);
-
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Setting 2 (id = 2)\n\tOption (id = 4)\n\tOption (id = 7)\n\tid:2 nums:[4 7 7 ]\n"
               "FILTER\n\tid:8 nums:[0 1 ]\nBLACKLIST:\n\tid:2 nums:[7 ]\n");
@@ -178,9 +176,19 @@ TEST_F(Catalogue, ModelNumberComesFromTheControlDaemonAndAsksItAboutOptions) {
     EXPECT_TRUE(m_log.Has("Couldn't get model number using default:58", KZ_LOG_ERROR));
 }
 
-TEST_F(Catalogue, IdsBeyondTheTablesHaveNoWidth) {
-    for (const int id : {-1, 0, 118, 182, 255}) {
-        EXPECT_EQ(kzStatusWidth(58, id), eValueWidthNone) << id;
-        EXPECT_TRUE(id == 118 || kzSettingWidth(58, id) == eValueWidthNone) << id;
-    }
+TEST_F(Catalogue, EveryIdHasItsWidthAndIdsBeyondTheTablesHaveNone) {
+    const auto widthsOf = [](eValueWidth (*width)(uint8_t, int), int ids) {
+        std::string digits;
+        for (int id = -1; id < ids + 3; ++id) {
+            digits += ".148s"[width(58, id)];
+        }
+        return digits;
+    };
+    EXPECT_EQ(widthsOf(kzSettingWidth, 182),
+              "..111111111111111111111111111114141111111111111111111111111114441144411111111111111111111111"
+              "1111111111111111111111111111111111114111111111111141111111111111111111111111141111111111111."
+              "..");
+    EXPECT_EQ(widthsOf(kzStatusWidth, 118),
+              "..1111.1.1111.44411.114111.111ss111444444s111111114....8114144141411111111111111111111111111"
+              "1.4444444411111141111111118...");
 }

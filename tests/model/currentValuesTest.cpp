@@ -1,4 +1,6 @@
 // Current values: what a push stores, marks and returns, and what lookups see.
+#include <numeric>
+
 #include "modelFixture.h"
 
 namespace {
@@ -15,7 +17,7 @@ class CurrentValues : public ModelTest {
 
 TEST_F(CurrentValues, EachValueIsStoredInItsWidthFromTheExactDigits) {
     constexpr uint64_t kAll = 0xFFFFFFFFFFFFFFFF;
-    const std::tuple<int, int, std::map<std::string, uint64_t>> kWidths[] = {
+    const std::tuple<int, size_t, std::map<std::string, uint64_t>> kWidths[] = {
         {8, 1, {{"1", 1}, {"-1", 255}, {"258", 2}, {"12.9", 12}, {"1e2", 100}, {"true", 1}}},
         {8, 1, {{"4294967295", 255}, {"-1e300", 0}, {"\"7\"", 0}, {"{\"2\":3}", 0}}},  // saturate, or are no numbers
         {13, 4, {{"1000", 1000}, {"4294967297", 1}, {"-5", 5}, {"1e3", 1}, {"-12E+2", 12}, {"\"9\"", 0}, {"null", 0}}},
@@ -27,10 +29,12 @@ TEST_F(CurrentValues, EachValueIsStoredInItsWidthFromTheExactDigits) {
     for (const auto& [id, length, numbers] : kWidths) {
         for (const auto& [json, number] : numbers) {
             EXPECT_EQ(Push(R"({"status":{")" + std::to_string(id) + "\":" + json + "}}"), Model::kStatusChanged);
-            FlexValue expected(eValueWidth8Bytes, 0);
-            expected.SetValue(static_cast<unsigned long>(number));
-            const Bytes bytes = BytesOf(expected);
-            EXPECT_EQ(BytesOf(*m_model.FindStatusValue(id)), Bytes(bytes.end() - length, bytes.end())) << json;
+            const Bytes stored = BytesOf(*m_model.FindStatusValue(id));
+            EXPECT_EQ(stored.size(), length);
+            EXPECT_EQ(std::accumulate(stored.begin(), stored.end(), uint64_t{0},
+                                      [](uint64_t sum, uint8_t byte) { return sum << 8 | byte; }),
+                      number)
+                << json;
         }
     }
     Push(R"({"status":{"29":"\u00e4\n","30":"","40":5}})");
@@ -63,13 +67,8 @@ TEST_F(CurrentValues, ExactIntegersComeFromTheRightMemberOfTheText) {
 
 TEST_F(CurrentValues, ResultMarksAndLogOfOddPushes) {
     const std::string tooBig = " is too big for notification table of size ";
-    const struct {
-        std::string push;
-        uint8_t result;
-        Texts texts;
-        Ints settings;
-        Ints status;
-    } kRows[] = {
+    // Push, result, log, ids marked.
+    const std::tuple<std::string, uint8_t, Texts, Ints, Ints> kRows[] = {
         {"{}", 1, {}, {}, {}},
         {"7", 1, {}, {}, {}},
         {"", 0, {"Input JSON is nullptr"}, {}, {}},
@@ -85,16 +84,16 @@ TEST_F(CurrentValues, ResultMarksAndLogOfOddPushes) {
         {R"({"settings":{" \t9x":1,"+8":2,"2.7":3}})", 1, {}, {2, 8, 9}, {}},
         {R"({"settings":{"":1}})", 1, {"Unrecognized value type 0"}, {0}, {}},
     };
-    for (const auto& row : kRows) {
+    for (const auto& [push, result, texts, settings, status] : kRows) {
         m_log.Clear();
         m_model.ResetSettingsHasChanged();
         m_model.ResetStatusHasChanged();
 
-        EXPECT_EQ(Push(row.push), row.result) << row.push;
+        EXPECT_EQ(Push(push), result) << push;
 
-        EXPECT_EQ(m_log.Texts(), row.texts) << row.push;
-        EXPECT_EQ(Ids(&Model::GetChangedSettingsIds), row.settings) << row.push;
-        EXPECT_EQ(Ids(&Model::GetChangedStatusIds), row.status) << row.push;
+        EXPECT_EQ(m_log.Texts(), texts) << push;
+        EXPECT_EQ(Ids(&Model::GetChangedSettingsIds), settings) << push;
+        EXPECT_EQ(Ids(&Model::GetChangedStatusIds), status) << push;
         EXPECT_FALSE(m_capabilitiesChanged);
     }
     EXPECT_EQ(m_model.CurrentSettingsStatusFromJSON(nullptr, m_capabilitiesChanged), 0);

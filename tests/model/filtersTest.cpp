@@ -12,10 +12,6 @@ class Filters : public ModelTest {
     }
 };
 
-std::string FilterJson(const std::string& criteria, const std::string& blacklist) {
-    return R"({"activated_by":[)" + criteria + R"(],"blacklist":[)" + blacklist + "]}";
-}
-
 const std::string kSetting2Is1Or4 = R"({"setting_id":2,"ids":[4,1]})";
 const std::string kStatus8Is0 = R"({"status_id":8,"values":[0]})";
 const std::string kForbid5 = R"({"setting_id":5,"opt_ids":[2,1]})";
@@ -25,11 +21,7 @@ const std::string kForbid9 = R"({"setting_id":9,"opt_ids":[3]})";
 
 TEST_F(Filters, CapabilitiesAppearWithTheFirstTriggerAndMarksAreThoseOfTheLastComputation) {
     LoadFilters(FilterJson(kStatus8Is0, kForbid5) + "," + FilterJson(kSetting2Is1Or4, kForbid9));
-    const struct {
-        std::string push;
-        bool changes;
-        Ints changed;
-    } kRows[] = {
+    const std::tuple<std::string, bool, Ints> kRows[] = {
         {R"({"settings":{"5":1},"status":{"9":0}})", false, {}},  // no trigger
         {R"({"settings":{"2":6},"status":{"8":1}})", true, {2, 5, 9}},
         {R"({"status":{"8":0}})", true, {5}},
@@ -38,10 +30,10 @@ TEST_F(Filters, CapabilitiesAppearWithTheFirstTriggerAndMarksAreThoseOfTheLastCo
         {R"({"settings":{"2":4},"status":{"8":0}})", false, {}},  // other values, same filters
         {R"({"settings":{"2":6},"status":{"8":1}})", true, {5, 9}},
     };
-    for (const auto& row : kRows) {
-        Push(row.push);
-        EXPECT_EQ(m_capabilitiesChanged, row.changes) << row.push;
-        EXPECT_EQ(Changed(), row.changed) << row.push;
+    for (const auto& [push, changes, changed] : kRows) {
+        Push(push);
+        EXPECT_EQ(m_capabilitiesChanged, changes) << push;
+        EXPECT_EQ(Changed(), changed) << push;
     }
     EXPECT_EQ(Capabilities(), (Options{{2, {1, 4, 6}}, {5, {0, 1, 2}}, {9, {3}}}));
 }

@@ -20,7 +20,10 @@ using Texts = std::vector<std::string>;
 using Options = std::map<int, Ints>;  // by setting
 
 inline Bytes BytesOf(const FlexValue& value) {
-    return {value.GetDataPointer(), value.GetDataPointer() + value.GetDataLength()};
+    const uint8_t* data = nullptr;
+    unsigned length = 0;
+    value.GetData(data, length);
+    return {data, data + length};
 }
 
 inline std::string JsonOf(const Ints& numbers, const std::string& before = "", const std::string& after = "") {
@@ -36,6 +39,11 @@ inline std::string SettingJson(int id, const Ints& options) {
     const std::string number = std::to_string(id);
     return R"({"id":)" + number + R"(,"display_name":"Setting )" + number + R"(","options":)" +
            JsonOf(options, R"({"display_name":"Option","id":)", "}") + "}";
+}
+
+// One filter of settings.json.
+inline std::string FilterJson(const std::string& criteria, const std::string& blacklist) {
+    return R"({"activated_by":[)" + criteria + R"(],"blacklist":[)" + blacklist + "]}";
 }
 
 inline JsonTree CatalogueJson(const std::string& settings, const std::string& filters = "") {
