@@ -10,3 +10,11 @@ if(KZ_BUILD_TESTS)
                                                 KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts")
   add_dependencies(roadsBench kzBleSdkD roadsEmpty)
 endif()
+
+# The instructions of the same roads; valgrind counts them.
+if(KZ_BUILD_TESTS)
+  add_executable(instructionsBench ${CMAKE_CURRENT_SOURCE_DIR}/instructionsBench.cpp ${CMAKE_CURRENT_SOURCE_DIR}/roadsRig.cpp)
+  target_link_libraries(instructionsBench PRIVATE kzOptions kzE2eEngine kzCommon)
+  target_compile_definitions(instructionsBench PRIVATE KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts")
+  add_dependencies(instructionsBench kzBleSdkD)
+endif()

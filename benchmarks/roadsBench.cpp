@@ -219,7 +219,7 @@ void MeasureStart() {
         "start", 1, 0, [&] { rig.StartDaemon(); },
         [&] {
             parsed = cJSON_Parse(text.c_str());
-            Process::Spawn(KZ_ROADS_EMPTY).Wait();
+            Process::Spawn({KZ_ROADS_EMPTY}).Wait();
         },
         [&] {
             rig.KillDaemon();

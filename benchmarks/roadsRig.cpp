@@ -123,14 +123,19 @@ Process Process::Fork(const std::function<void()>& body) {
     return Process(pid);
 }
 
-Process Process::Spawn(const std::string& program) {
+Process Process::Spawn(std::vector<std::string> command) {
+    std::vector<char*> arguments;
+    for (std::string& argument : command) {
+        arguments.push_back(argument.data());
+    }
+    arguments.push_back(nullptr);
     const pid_t pid = vfork();
     Check(pid >= 0, "vfork");
     if (pid == 0) {
         const int sink = open("/dev/null", O_WRONLY);
         dup2(sink, STDOUT_FILENO);
         dup2(sink, STDERR_FILENO);
-        execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
+        execvp(arguments[0], arguments.data());
         _exit(127);
     }
     return Process(pid);
@@ -261,10 +266,12 @@ Rig::~Rig() {
     KillDaemon();
 }
 
-void Rig::StartDaemon() {
+void Rig::StartDaemon(const std::vector<std::string>& runner) {
+    std::vector<std::string> command = runner;
+    command.emplace_back(KZ_DAEMON);
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
         KillDaemon();
-        m_daemon.emplace(Process::Spawn(KZ_DAEMON));
+        m_daemon.emplace(Process::Spawn(command));
         // The subscription is the last thing before the loop.
         while (m_daemon->IsRunning()) {
             if (m_network.receive(kExitPoll)) {
@@ -284,13 +291,22 @@ void Rig::KillDaemon() {
     }
 }
 
+void Rig::ShutDownDaemon() {
+    Debug(KZBLE_DEBUG_SHUTDOWN, 0);
+    m_daemon->Wait();
+    m_daemon.reset();
+}
+
 void Rig::SetLogLevel(uint32_t level) {
+    Debug(KZBLE_SET_LOG_LEVEL, level);
+}
+
+void Rig::Debug(uint32_t command, uint32_t argument) {
     ble_message_t record = {};
     record.eventType = KZBLE_SDK_EVENT_Debug;
     auto* raw = reinterpret_cast<uint8_t*>(&record);
-    const uint32_t command = KZBLE_SET_LOG_LEVEL;
     std::memcpy(raw + kDebugCommandOffset, &command, sizeof(command));
-    std::memcpy(raw + kDebugArgumentOffset, &level, sizeof(level));
+    std::memcpy(raw + kDebugArgumentOffset, &argument, sizeof(argument));
     Send(record);
 }
 

@@ -24,8 +24,8 @@ class Process {
   public:
     // A copy of this process that runs `body`.
     static Process Fork(const std::function<void()>& body);
-    // A program with the output thrown away.
-    static Process Spawn(const std::string& program);
+    // A program with its arguments, found on the path, with the output thrown away.
+    static Process Spawn(std::vector<std::string> command);
     Process(Process&& other) noexcept;
     Process& operator=(Process&& other) = delete;
     ~Process();
@@ -72,10 +72,12 @@ class Rig {
     explicit Rig(long toDaemonDepth = 100, long fromDaemonDepth = 100);
     ~Rig();
 
-    // Starts the daemon and waits until it serves, again while other worlds hold the room for its queues. Restarting it
-    // kills it first.
-    void StartDaemon();
+    // Starts the daemon, as the last argument of `runner` when there is one, and waits until it serves, again while
+    // other worlds hold the room for its queues. Restarting it kills it first.
+    void StartDaemon(const std::vector<std::string>& runner = {});
     void KillDaemon();
+    // Ends the daemon orderly and waits until it is gone.
+    void ShutDownDaemon();
     Process& Daemon() { return *m_daemon; }
     void SetLogLevel(uint32_t level);
     // Connects a phone and opens its gates; with answers thrown away when they stay closed.
@@ -92,6 +94,8 @@ class Rig {
     e2e::Queue fromDaemon;
 
   private:
+    void Debug(uint32_t command, uint32_t argument);
+
     e2e::Queue m_network;
     std::optional<Process> m_daemon;
 };
