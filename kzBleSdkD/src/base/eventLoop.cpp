@@ -31,17 +31,15 @@ void EventLoop::SetWatched(int descriptor, bool watched) {
     }
 }
 
-void EventLoop::Run(const std::function<bool()>& keepsRunning) {
-    while (keepsRunning()) {
-        fd_set readable = m_watched;
-        if (select(m_end, &readable, nullptr, nullptr, nullptr) < 0) {
-            LOG_ERROR("Select failed and not handled");
-            continue;
-        }
-        for (const Source& source : m_sources) {
-            if (FD_ISSET(source.descriptor, &readable)) {
-                source.handle();
-            }
+void EventLoop::RunOnce() {
+    fd_set readable = m_watched;
+    if (select(m_end, &readable, nullptr, nullptr, nullptr) < 0) {
+        LOG_ERROR("Select failed and not handled");
+        return;
+    }
+    for (const Source& source : m_sources) {
+        if (FD_ISSET(source.descriptor, &readable)) {
+            source.handle();
         }
     }
 }

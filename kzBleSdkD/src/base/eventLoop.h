@@ -19,10 +19,9 @@ class EventLoop {
     // Stops or goes on waiting for a descriptor that was added. Added descriptors are waited for.
     void SetWatched(int descriptor, bool watched);
 
-    // Waits and handles, round by round, as long as `keepsRunning`, which is asked before each wait, says true. A wait
-    // that fails is logged and nothing is handled in its round. What stops the loop must make some descriptor readable,
-    // or the loop learns of it with the next event.
-    void Run(const std::function<bool()>& keepsRunning);
+    // One round: waits until a descriptor is readable, then calls the handlers of all that are. A wait that fails is
+    // logged and nothing is handled.
+    void RunOnce();
 
   private:
     struct Source {

@@ -21,20 +21,17 @@ class IdSet {
 
     // An id that is no byte is in no set: adding it changes nothing.
     void Add(int id) {
-        if (IsByte(id)) {
-            m_words[static_cast<size_t>(id) / kBitsPerWord] |= Bit(id);
+        if (!IsByte(id)) {
+            return;
         }
+        uint64_t& word = m_words[static_cast<size_t>(id) / kBitsPerWord];
+        m_count += (word & Bit(id)) == 0 ? 1 : 0;
+        word |= Bit(id);
     }
     bool Contains(int id) const {
         return IsByte(id) && (m_words[static_cast<size_t>(id) / kBitsPerWord] & Bit(id)) != 0;
     }
-    size_t Count() const {
-        size_t count = 0;
-        for (const uint64_t word : m_words) {
-            count += static_cast<size_t>(std::popcount(word));
-        }
-        return count;
-    }
+    size_t Count() const { return m_count; }
     // Calls visit(id) for each id, ascending.
     template <typename Visit>
     void ForEach(Visit visit) const {
@@ -52,4 +49,5 @@ class IdSet {
     static constexpr uint64_t Bit(int id) { return uint64_t{1} << (static_cast<unsigned>(id) % kBitsPerWord); }
 
     std::array<uint64_t, kSize / kBitsPerWord> m_words{};
+    size_t m_count = 0;
 };

@@ -182,6 +182,7 @@ void SettingsStatusMapping::AddSetting(const cJSON* item, int index) {
     m_settings.try_emplace(id, name, std::move(options));
     m_settingOptions.try_emplace(id, id, std::move(optionIds));
     m_validSettingIds.push_back(id);
+    m_tableSettingIds.Add(id);
 }
 
 // ---------------------------------------------------------------- status fields
@@ -233,6 +234,7 @@ void SettingsStatusMapping::AddStatusField(const cJSON* item, int groupIndex, in
         return;
     }
     m_validStatusIds.push_back(id);
+    m_tableStatusIds.Add(id);
 }
 
 // ---------------------------------------------------------------- ids with numbers

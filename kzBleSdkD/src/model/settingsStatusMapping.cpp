@@ -109,13 +109,11 @@ SettingsStatusMapping::~SettingsStatusMapping() = default;
 // ---------------------------------------------------------------- questions
 
 bool SettingsStatusMapping::IsValidSettingsId(unsigned int id) const {
-    return id < kSettingsTableSize &&
-           std::binary_search(m_validSettingIds.begin(), m_validSettingIds.end(), static_cast<int>(id));
+    return id < kSettingsTableSize && m_tableSettingIds.Contains(static_cast<int>(id));
 }
 
 bool SettingsStatusMapping::IsValidStatusId(unsigned int id) const {
-    return id < kStatusTableSize &&
-           std::binary_search(m_validStatusIds.begin(), m_validStatusIds.end(), static_cast<int>(id));
+    return id < kStatusTableSize && m_tableStatusIds.Contains(static_cast<int>(id));
 }
 
 void SettingsStatusMapping::GetValidSettingsIds(std::vector<int>& ids) const {

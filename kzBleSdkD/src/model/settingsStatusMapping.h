@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "FlexValue.h"
+#include "idSet.h"
 #include "jsonArena.h"
 #include "packedSetting.h"
 #include "valueTable.h"
@@ -222,9 +223,11 @@ class SettingsStatusMapping {
 
     // catalogue
     std::vector<int> m_validSettingIds;      // ascending
+    IdSet m_tableSettingIds;                 // those of them that the tables hold, for the look-ups
     std::map<int, IdNums> m_settingOptions;  // every option id of a setting
     std::map<int, PackedSetting> m_settings;
     std::vector<int> m_validStatusIds;  // ascending
+    IdSet m_tableStatusIds;             // as above
     std::map<int, std::string> m_statusNames;
 
     // filters

@@ -153,10 +153,10 @@ void KzBleServer::Loop() {
         DiscardExpirations(m_tick_fd);
         HandlePeriodicTimer();
     });
-    loop.Run([&] {
+    while (m_running && !m_stopRequested) {
         loop.SetWatched(m_radio.TimerDescriptor(), m_radio.IsHolding());
-        return m_running && !m_stopRequested;
-    });
+        loop.RunOnce();
+    }
 }
 
 void KzBleServer::HandlePeriodicTimer() {
