@@ -71,8 +71,8 @@ IdSet IdsToRead(const Read& read, const ValueSource& source) {
     return ids;
 }
 
-// Writes the answer straight from the model, in the layout of BleQueryCurrentValueResponse. This is the most frequent
-// query, so it allocates nothing.
+// Writes the answer straight from the model, in the layout of BleQueryCurrentValueResponse. Many clients ask for
+// values, so nothing is allocated.
 void WriteValues(const Read& read, const ValueSource& source, const IdSet& ids, int result) {
     EntryAnswer answer(read.stream,
                        BleQueryResponse(read.query.m_category, read.query.m_type, static_cast<uint32_t>(result)));
