@@ -28,7 +28,7 @@ bool IsImageName(std::string_view name, std::string_view prefix) {
     return name.starts_with(prefix) && name.find(kImageSuffix) != std::string_view::npos;
 }
 
-// The names of a directory's images in byte order; none when it cannot be read.
+// The names of a directory's images in byte order; empty when it cannot be read.
 std::vector<std::string> ImageNames(const char* directory, std::string_view prefix) {
     std::vector<std::string> names;
     std::error_code error;
@@ -48,7 +48,8 @@ bool IsWithin(const fs::path& path, const char* directory) {
     return !error && std::mismatch(root.begin(), root.end(), path.begin(), path.end()).first == root.end();
 }
 
-// A link could otherwise name any file of the camera, and its content would leave over the radio.
+// Whether the path names a regular file, or a link to one, within the two directories. A link could otherwise name any
+// file of the camera, and its content would leave over the radio.
 bool IsReadableImage(const std::string& path) {
     std::error_code error;
     const fs::path target = fs::canonical(path, error);

@@ -18,7 +18,8 @@
 // Most bytes of an image file that are read to check it, header included.
 constexpr uint32_t kMaxCheckedImageFile = 307200;
 
-// Images on the card are the user's choice; those of the camera only ever move an accessory forward.
+// An image on the card is the user's choice and may be older than what the accessory has. Those of the camera are used
+// only when they are newer.
 constexpr const char* kCardImageDirectory = "/tmp/fuse_d";
 constexpr const char* kCameraImageDirectory = "/usr/local/zorvik/tftp";
 
@@ -39,7 +40,8 @@ struct AccessoryImage {
     std::span<const uint8_t> image;
 };
 
-// None when the bytes do not hold the header and the whole image that it announces. Bytes behind the image are ignored.
+// Returns nothing when the bytes do not hold the header and the whole image that it announces. Bytes behind the image
+// are ignored.
 std::optional<AccessoryImage> ParseAccessoryImage(std::span<const uint8_t> file);
 
 enum class ImageVerdict {

@@ -1,4 +1,4 @@
-// What the message handlers share when they call the camera's libraries: arguments as typed values in host order.
+// Calls of the camera's libraries with typed arguments, which are sent in host byte order. Each waits for its answer.
 #pragma once
 
 #include <cstdint>
@@ -30,24 +30,26 @@ int SendCommand(uint32_t command, const Argument& argument) {
     return kzcontrol_send_command_param_response(command, &argument, sizeof(argument), nullptr, 0);
 }
 
-// Sends a serialised message to the control daemon. Its result, or nothing (logged) when the message cannot be encoded.
+// Sends a serialised message to the control daemon. Returns the daemon's result; nothing, after a line in the log, when
+// the message cannot be encoded.
 std::optional<int> SendEncodedCommand(uint32_t command, const google::protobuf::MessageLite& argument);
 
-// Serialises `message`; false when it cannot be.
+// Serialises `message` into `bytes`. False when it cannot be encoded.
 bool Encode(const google::protobuf::MessageLite& message, std::string* bytes);
 
-// Asks the control daemon to change one setting.
+// Asks the control daemon to change one setting. Returns the daemon's result, 0 for success.
 int SendSetting(uint32_t settingId, uint32_t value);
 
-// Stores the bytes of `value` under `key`. CSI_OK or the service's error.
+// Stores the bytes of `value` under `key`. Returns CSI_OK or the service's error.
 template <typename Value>
 int SetCsi(uint8_t key, const Value& value) {
     static_assert(std::has_unique_object_representations_v<Value>, "a value with holes would leak memory");
     return csi_set(key, &value, sizeof(value));
 }
 
-// Stores a text without its terminator.
+// Stores a text without its terminator. Returns as SetCsi does.
 int SetCsiText(uint8_t key, const std::string& text);
 
-// Tells the camera which kind of client drives it: the client's caller id, third party clients as a phone's.
+// Reports to the camera which kind of client drives it, by the client's caller id; a third party client counts as a
+// phone. Returns as SetCsi does.
 int ReportAnalyticsSource(uint8_t callerId);

@@ -12,7 +12,8 @@ namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
-// Reads a decimal number behind blanks and a sign; false, with `number` unchanged, when `text` begins with none.
+// Reads a decimal number, which blanks and a sign may precede. Returns false and leaves `number` alone when `text` does
+// not begin with one.
 bool ReadDecimal(std::string_view text, int32_t& number) {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     if (text.starts_with('+') && !text.starts_with("+-")) {

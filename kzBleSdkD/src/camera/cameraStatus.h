@@ -1,5 +1,6 @@
 // CameraStatus: what the camera last said of itself. The last value of every CSI key, what is derived from them, and
-// the status byte that the daemon publishes for remote devices. Whoever answers or pushes reads it here.
+// the status byte that the daemon publishes for remote devices. Pushes and most answers are made from it; the queries
+// of the cloud account and upload ask the CSI service itself.
 //
 // Command thread only.
 #pragma once
@@ -27,7 +28,7 @@ class CameraStatus {
     // Reads "current:total:percent". True when all three numbers were found; those before the first bad one are kept.
     bool StoreCAHUploadProgress(const csiStruct* record);
 
-    // Take over the stored value of a key for what is derived from it.
+    // Bring what is derived from a key up to date with its stored value.
     void TakeModelNumber();
     void TakePaused();
     void TakeSdCard();

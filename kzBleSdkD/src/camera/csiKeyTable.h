@@ -11,8 +11,8 @@
 #include "csi/csiKeys.h"
 #include "dispatchTable.h"
 
-// What the daemon itself does when a key's value changes; csiInbox.cpp has the actions. Some keep the clients from
-// being notified, as said there.
+// What the daemon itself does when a key's value changes; csiInbox.cpp has the actions. kUploadProgress keeps the
+// clients from being notified of a text that cannot be read, kSdCard while the live stream is idle.
 enum class CsiAction : uint8_t {
     kNone,
     kBusy,
@@ -26,12 +26,12 @@ enum class CsiAction : uint8_t {
     kNewMedia,
 };
 
-// Whose notification a key's change is to the clients; featurePush.cpp builds it.
+// The notification that clients get when a key changes; featurePush.cpp builds it.
 enum class CsiFeature : uint8_t { kNone, kPresets, kLiveStream, kOta, kCah };
 
 // Special values of CsiKeyRow::field.
 constexpr int kNotNotified = -1;  // clients are not notified at all
-constexpr int kNoField = 0;       // clients are asked without a field
+constexpr int kNoField = 0;       // the notification of the key is built without a field number
 
 struct CsiKeyRow {
     uint8_t id;  // the key
@@ -42,7 +42,7 @@ struct CsiKeyRow {
 
 // In the order of the subscription.
 constexpr CsiKeyRow kCsiKeys[] = {
-    {4},  // nothing here depends on it, as on 39; the camera counts on both being asked for
+    {4},  // 4 and 39 are not used here; the camera expects a subscription to both
     {CSI_MODEL_NUMBER, CsiAction::kModelNumber, CsiFeature::kNone, kNotNotified},
     {CSI_DEVICE_MGR_STATE, CsiAction::kNone, CsiFeature::kCah, 1},
     {CSI_WOM_STATE, CsiAction::kNone, CsiFeature::kCah, 5},

@@ -32,7 +32,8 @@ bool IsQueueName(std::string_view name) {
            name.find('/', 1) == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
-// The notification becomes its answer: the next category, source and destination swapped byte for byte, a result of 0.
+// Turns a notification into its acknowledgement: the category becomes the next one, source and destination change
+// places, and a result of 0 is added.
 void MakeAcknowledgement(unsigned char* message, uint32_t size) {
     unsigned char* source = tlv_find(message, TLV_SRC);
     unsigned char* destination = tlv_find(message, TLV_DST);

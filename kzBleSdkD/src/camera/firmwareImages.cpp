@@ -18,11 +18,11 @@ namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
-// The reply to KZCONTROL_GET_ALL_STATUS, as far as updates look at it.
+// Layout of the reply to KZCONTROL_GET_ALL_STATUS: its size, and the offsets of the fields that decide about an update.
 constexpr size_t kStatusSize = 394;
 constexpr size_t kStatusBatteryPercent = 198;  // signed
 constexpr size_t kStatusSystemBusy = 209;
-constexpr int kLowestTooEmptyBattery = 9;  // percent of the camera's battery; up to here nothing is updated
+constexpr int kLowestTooEmptyBattery = 9;  // percent of the camera's battery; with this or less nothing is updated
 
 // Whether the camera is in a state to update accessories.
 bool CameraPermitsUpdate() {

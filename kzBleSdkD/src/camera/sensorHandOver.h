@@ -20,7 +20,7 @@ class SensorHandOver {
     static bool IsSessionOver(uint32_t tick);
     // Hands over all streams.
     void writeSession() { HandOver(false); }
-    // Hands over what is unsent when the next sample might not fit a record with them.
+    // Hands over what is unsent if the next sample might not fit one record together with it.
     void HandOverIfNearLimit();
     // Hands over the unsent samples and sticky values, if there are any.
     void HandOverUnsent();

@@ -1,4 +1,4 @@
-// CSI_ST_STATE: the status byte that the camera publishes for remote devices. Pure functions.
+// CSI_ST_STATE: the status byte that the daemon publishes for remote devices. Pure functions.
 #pragma once
 
 #include <cstdint>

@@ -23,12 +23,13 @@ constexpr unsigned char kResultOk = 0;
 constexpr unsigned kSettingsJSONPrefix = 2;       // command id and result in front of the file
 constexpr long kMaxSettingsJSONFileSize = 65532;  // with the prefix it fits the 16-bit length of the long header
 
-// The size of a file; negative when it cannot be sought.
+// Returns the size of a file; negative when its end cannot be sought.
 long SizeBySeeking(FILE* file) {
     return fseek(file, 0, SEEK_END) == 0 ? ftell(file) : -1;
 }
 
-// Whether packets follow the `bytesRead` bytes at `offset`, of `wanted` asked for.
+// Whether more packets follow when `wanted` bytes were asked for at `offset` and `bytesRead` of them came. Fewer bytes
+// than wanted are the last ones.
 bool MoreFollows(uint32_t fileSize, uint32_t offset, size_t wanted, size_t bytesRead) {
     return bytesRead == wanted && fileSize != offset && fileSize - offset != bytesRead;
 }
@@ -96,7 +97,8 @@ bool FileSender::StartImage(const std::string& path) {
         return false;
     }
     const long size = SizeBySeeking(file.get());
-    // The header was there when the image was checked; a file that lost it since is no image.
+    // A file without a whole header is no image. The header was there when the image was checked, but the file may have
+    // changed since.
     if (size < static_cast<long>(kImageHeaderSize) || size > UINT32_MAX ||
         fseek(file.get(), kImageHeaderSize, SEEK_SET) != 0) {
         LOG_ERROR("Unable to seek file");

@@ -33,18 +33,18 @@ class FileSender {
     bool IsTransferringLarch() const { return m_transferringLarch; }
 
     // Starts (on) or ends the transfer of settings.json.gz. False when it could not be started, and for ending one that
-    // does not run. A start that fails leaves no file open. While the command gate is closed the result is false in
-    // both directions; an end ends the transfer all the same.
+    // does not run. A start that fails leaves no file open. While the command gate is closed, a start is refused, and
+    // an end ends the transfer but returns false too.
     bool SetTransferringSettingsJSON(bool on);
     // Starts the transfer of the firmware image at `path`. False, with no file open, when it cannot be read.
     bool StartImage(const std::string& path);
-    // Ends the transfer of an image; false when none runs.
+    // Ends the transfer of an image. False when none runs.
     bool EndImage();
     // Ends whatever runs.
     void Reset();
 
     // Whether the file is still the one the transfer began with; if not, it is logged, and the transfer is to be ended.
-    // Asked before every run of packets. True without a file.
+    // It is asked before every run of packets. Returns true when no file is open.
     bool FileIsUnchanged() const;
     // Cut the next packet, at most 20 bytes, into `out`; true when more follow. An empty packet means that there is
     // nothing left: the transfer is to be ended.

@@ -1,4 +1,4 @@
-// Identity: who the peer of one connection is, and what was counted of it.
+// Identity: who the peer of one connection is, and how many packets and pushes were counted for it.
 #pragma once
 
 #include <cstdint>

@@ -18,15 +18,15 @@ class Interests {
 
     void Add(Type type, int id);
     void Add(Type type, const std::vector<int>& ids);
-    // Status, settings, capabilities: all ids that the catalogue has. Display and LED buffers: forgets the list, as the
-    // system always did. CSI: nothing.
+    // Status, settings, capabilities: all ids that the catalogue has. Display and LED buffers: the list is emptied,
+    // since there is no "all" of connection ids. CSI: nothing happens.
     void AddAll(Type type);
     void Remove(Type type, int id);
     void Remove(Type type, const std::vector<int>& ids);
-    // Forgets the list; that of the CSI keys stays.
+    // Empties the list; that of the CSI keys stays.
     void RemoveAll(Type type);
 
-    // Forgets what a copied record does not carry over.
+    // Empties the list of CSI keys, which a copied record does not carry over.
     void ForgetCsiKeys() { m_interestedCSIs.clear(); }
 
   private:

@@ -16,7 +16,7 @@ class NotificationClient {
     };
 
     virtual ~NotificationClient() = default;
-    // Pausing and Notify are part of the class as others know it; the daemon calls none of them.
+    // Pausing and Notify are kept because they belong to the public interface; the daemon calls none of them.
     virtual void Pause(bool paused) {
         m_paused = paused;
         m_notifyPending = m_notifyPending || paused;

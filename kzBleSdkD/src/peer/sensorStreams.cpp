@@ -7,7 +7,7 @@ namespace {
 
 constexpr const char* kLogTag = "bleDevice.cpp";
 
-// The writer must not keep a stream whose buffer is gone.
+// Closes the stream before it frees its buffer: the writer must not keep a stream whose buffer is gone.
 void ReleaseStreamBuffer(unsigned char* buffer) {
     const std::unique_ptr<unsigned char[]> owned(buffer);
     MetadataStreamClose(buffer);

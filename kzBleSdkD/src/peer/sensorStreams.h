@@ -25,16 +25,17 @@ class SensorStreams {
         uint32_t flags = 0;
     };
 
-    // Makes a zero-filled buffer of kMetadataStreamBufferSize bytes the handle `index`, closing the stream that was
-    // there. Returns it; null for an index outside 0 to 2.
+    // Allocates the zero-filled buffer of stream `index`, of kMetadataStreamBufferSize bytes. A stream that was there
+    // is closed. Returns the buffer, which is the handle of the stream that is then opened in it; null for an index
+    // outside 0 to 2.
     void* AddStreamBuffer(unsigned char index);
-    // Frees the buffer `index`, which became no stream.
+    // Frees the buffer of stream `index` when the stream could not be opened.
     void DropStreamBuffer(unsigned char index) { m_metadataStreams[index].reset(); }
-    // The handle `index`, null when there is none.
+    // The handle of stream `index`; null when there is none.
     void* MetadataStream(size_t index) const {
         return index < m_metadataStreams.size() ? m_metadataStreams[index].get() : nullptr;
     }
-    // Closes the streams and frees their buffers, on disconnection. The count of streams stays.
+    // Closes the streams and frees their buffers, on disconnection. m_metadataStreamCount stays as it is.
     void RemoveStreams();
     void ResetAllMetadataStreams();
 

@@ -8,7 +8,7 @@ class FileSender;
 
 class TransferSlot {
   public:
-    // Whether a transfer may start; if not, it is logged.
+    // Whether a transfer may start. A refusal is logged.
     bool IsFileTransferSlotAvailable() const;
     bool IsTaken() const { return m_fileTransferSlots != 0; }
 

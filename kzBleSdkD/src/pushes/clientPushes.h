@@ -26,8 +26,8 @@ class ClientPushes {
     ClientPushes(Peer& peer, const CameraStatus& camera) : m_peer(peer), m_camera(&camera) {}
     void Attach(const CameraStatus& camera) { m_camera = &camera; }
 
-    // Builds the push for the changed `ids` into `response` (*responseLength bytes on entry, the push's length on a
-    // true result; types 6 and 7 leave it). False when there is nothing to send. *kzErrno becomes 0.
+    // Builds the push for the changed `ids` into `response`, which has *responseLength bytes. Returns true when there
+    // is a push; *responseLength is then its length, but for types 6 and 7, which leave it alone. *kzErrno becomes 0.
     //
     // A push holds whole entries, in ascending id. Ids whose entries do not fit any more are left for another push:
     // PushRemainder lists them, and is empty after a push that holds everything. A setting with more options than any
@@ -37,7 +37,7 @@ class ClientPushes {
                      int* kzErrno);
     const std::vector<int>& PushRemainder() const { return m_pushRemainder; }
 
-    // The entry of a push type; null for a type without one.
+    // The entry in which an unsent push of the type waits; null for a type without one.
     StoredResponse* StoredPush(Type type);
     // Keeps the newest unsent push of type 0, 1 or 3; what it replaces is logged. Any other type is logged and dropped.
     void StorePushResponse(Type type, const unsigned char* data, int length);

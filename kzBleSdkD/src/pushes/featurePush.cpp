@@ -21,7 +21,7 @@ namespace {
 
 constexpr const char* kLogTag = "bleDevice.cpp";
 
-// Appends the message of a status if the stream has the room.
+// Appends the message of a status. False, after a line in the log, when the stream has no room for it.
 template <typename Status>
 bool AppendStatus(const Status& status, MemoryStream& stream) {
     unsigned char bytes[kMaxFeatureStatus];
@@ -201,7 +201,7 @@ uint32_t StatusNumber(const SettingsStatusMapping& model, int id) {
     return value != nullptr && value->GetDataLength() > 0 ? value->GetUI32Value() : 0;
 }
 
-// Appends the message if the stream has the room.
+// Appends the message. False when the stream has no room for it.
 bool AppendMessage(const google::protobuf::Message& message, MemoryStream& stream) {
     const size_t size = message.ByteSizeLong();
     if (size > stream.getRemainder()) {
@@ -213,7 +213,8 @@ bool AppendMessage(const google::protobuf::Message& message, MemoryStream& strea
     return true;
 }
 
-// The presets with as much detail as the stream has room for, at most `detail`.
+// Appends the presets with as much detail as the stream has room for, at most `detail`. False when not even their ids
+// fit.
 bool AppendPresets(const wsdk_commands::WSDK_NotifyPresetStatus& presets, PresetDetail detail, MemoryStream& stream) {
     for (;;) {
         wsdk_commands::WSDK_NotifyPresetStatus message;

@@ -19,7 +19,7 @@ struct ValuePush {
     eStoredResponse stored;  // the entry in which an unsent push waits
     // Appends the entries of one id; false, with nothing written, when they do not fit.
     bool (*append)(MemoryStream& stream, const SettingsStatusMapping& model, int id);
-    int noMatchLevel;  // of the line about a change that the client has no interest in
+    int noMatchLevel;  // log level of the line about a change in which the client has no interest
     const char* handlingText;
     const char* replacingText;
     void (*logNoInterest)(uint32_t connectionId);
@@ -32,7 +32,7 @@ struct ValuePush {
 constexpr size_t kValuePushTypes = 3;
 constexpr int kValuePushHeaderSize = 2;
 
-// The row of a notification type; null for a type that is none of values.
+// The row of a notification type; null for a type whose pushes carry no values.
 const ValuePush* FindValuePush(NotificationClient::eNotificationType_t type);
 
 // Writes a push of `ids`, which are ascending: whole entries, as many as the stream has room for. Removes from `ids`

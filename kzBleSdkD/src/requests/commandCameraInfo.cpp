@@ -45,7 +45,7 @@ bool HasSecondForm(uint32_t modelNumber) {
 
 }  // namespace
 
-// A camera that is still waking up does not know itself yet.
+// Refuses the command while the camera is still waking up, because it does not know its own data yet.
 int RefuseWhileResuming(CommandCall& call) {
     if (call.services.camera.IsSuspended()) {
         LOG_ERROR("Camera Info command while still resuming, return error, mobile should retry");

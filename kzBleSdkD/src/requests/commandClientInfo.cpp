@@ -42,7 +42,7 @@ enum : uint8_t {
     kReasonButtonShutterLong = 4,
 };
 
-constexpr uint8_t kMinUpdateBattery = 10;  // percent; below it an update could strand the accessory
+constexpr uint8_t kMinUpdateBattery = 10;  // percent; with less an accessory could run empty during its update
 
 // `bytes` holds at least kMinClientInfoSize.
 ClientInfo ReadClientInfo(const uint8_t* bytes, int length) {
@@ -83,7 +83,7 @@ bool WantsUpdate(const ClientInfo& info, uint8_t callerId, const CameraStatus& c
     return LarchUpdateCheck(callerId, &path, info.firmwareMajor, info.firmwareMinor, info.firmwareBuild);
 }
 
-// The accessory is back from its update: tells the camera so and ends the wait.
+// Ends the wait for an accessory that was updated, and publishes that it is back.
 void EndReconnectWait(uint8_t callerId, CameraStatus& camera) {
     camera.SetWaitingAccReconnect(false);
     EndAccessoryUpdate(callerId, eAccessoryUpdateReconnected);

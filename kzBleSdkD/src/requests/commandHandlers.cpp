@@ -67,7 +67,7 @@ struct ModeSubMode {
 };
 static_assert(sizeof(ModeSubMode) == 8);
 
-// What KZCONTROL_VOICE_MODE calls a mode with its sub-mode.
+// The number by which KZCONTROL_VOICE_MODE knows a mode with its sub-mode.
 struct VoiceMode {
     uint32_t mode;
     uint32_t subMode;
@@ -114,8 +114,8 @@ int SetFlatMode(CommandCall& call) {
 
 // ---------------------------------------------------------------- button of a remote
 
-// The button counts for the client itself, whatever it is reported as elsewhere. While its own firmware is being
-// replaced, an accessory's button does not drive the camera.
+// Reports the client by its own device type as the one that drives the camera, also a third party client, which
+// elsewhere counts as a phone. Refuses the button of an accessory whose own firmware is about to be replaced.
 int AcceptButton(CommandCall& call) {
     const int status = SetCsi(CSI_ANALYTICS_SOURCE, call.client.m_identity.m_deviceType);
     if (status != CSI_OK) {
@@ -154,7 +154,8 @@ int GetSettingsVersion(CommandCall& call) {
     return KZ_OK;
 }
 
-// The transfer itself talks to the client; the command has no answer.
+// Starts the transfer and answers nothing: the message with the file begins with command id and result, so it is the
+// answer. A start that fails after the slot was found free is not answered either.
 int StartSettingsTransfer(CommandCall& call) {
     if (!call.services.transferSlot.IsFileTransferSlotAvailable()) {
         LOG_ERROR("No File transfer slot available");

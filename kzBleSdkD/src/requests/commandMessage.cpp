@@ -20,12 +20,13 @@ bool IsProtobufCommand(uint32_t id) {
     return id == eBleCommandProtobufCmd || id == eBleCommandProtobufCmdHigh;
 }
 
-// Ids of commands that were withdrawn: refused like any other without a row, but not worth a line in the log.
+// Commands that were withdrawn. They are refused like every id without a row, but without a line in the log.
 bool IsWithdrawnCommand(uint32_t id) {
     return id == 6 || id == 7 || (id >= 50 && id <= 57);
 }
 
-// False when the number of parameters refuses the command.
+// Whether the command is carried out with this number of parameters. A number other than the rule's is logged in any
+// case.
 bool CheckParameterCount(const ParameterRule& rule, size_t provided) {
     if (rule.complain == nullptr || provided == rule.count) {
         return true;

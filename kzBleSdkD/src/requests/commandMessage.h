@@ -8,7 +8,8 @@
 // answers.
 //
 // Sources: commandMessage.cpp (parsing and dispatch), commandHandlers.cpp (the table and most plain commands),
-// commandDateTime.cpp, commandClientInfo.cpp, commandProtobuf.cpp and liveStream.cpp (protobuf commands).
+// commandDateTime.cpp, commandClientInfo.cpp, commandCameraInfo.cpp, commandProtobuf.cpp and liveStream.cpp (protobuf
+// commands).
 #pragma once
 
 #include <cstdint>
@@ -68,7 +69,8 @@ class BleCommandMessage : public ServedMessage {
   public:
     explicit BleCommandMessage(int length = 0) : ServedMessage(length) {}
 
-    // 0, or 1 when the message is empty, its id is none of the above, or a parameter or the action id does not fit.
+    // Returns 0, or 1 when the message is empty, its id is 0 or above 241, or a parameter or the action id does not
+    // fit.
     int Deserialize() override;
     void Reset(int length) override;
     // Carries the command out for `client`. *responseLength is the capacity of `response` on entry and the answer's

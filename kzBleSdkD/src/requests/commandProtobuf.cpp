@@ -1,6 +1,5 @@
 // The protobuf commands: feature 240, the shutter, and feature 241, the actions of cloud upload, presets, live stream,
-// firmware update and camera state. Each action parses its request, does its work and answers; what it answers says how
-// it went.
+// firmware update and camera state. Each action parses its request, does its work and answers with its result.
 #include <type_traits>
 
 #include "cameraCalls.h"
@@ -126,7 +125,7 @@ EnumResultGeneric SelectBand(const Payload& payload) {
     return RESULT_SUCCESS;
 }
 
-// The request has no fields, so that there is nothing to parse.
+// The request is not parsed, because it has no fields.
 EnumResultGeneric ClearNewMediaFlag(const Payload&) {
     SetCsi(CSI_NEW_MEDIA, uint8_t{0});
     return RESULT_SUCCESS;
@@ -249,8 +248,8 @@ int CreatePreset(const Payload& payload, CameraStatus&, const ProtobufAnswer& an
 
 using Action = int (*)(const Payload& payload, CameraStatus& camera, const ProtobufAnswer& answer);
 
-// Does the work, with what the daemon knows of the camera where the work needs it, and answers a ResponseGeneric with
-// its result.
+// Calls `DoWork` and answers a ResponseGeneric with its result. `DoWork` takes the payload, and behind it the camera
+// status if it needs it.
 template <auto DoWork>
 int Generic(const Payload& payload, CameraStatus& camera, const ProtobufAnswer& answer) {
     if constexpr (std::is_invocable_v<decltype(DoWork), const Payload&>) {
@@ -307,7 +306,7 @@ int SetShutter(const Payload& payload, const ProtobufAnswer& answer) {
     return answer.SendResult(RESULT_SUCCESS);
 }
 
-// The answer of one call; the handler then writes it instead of a command response.
+// Makes the protobuf answer of a call. The handler writes it itself, in place of a command response.
 ProtobufAnswer AnswerTo(CommandCall& call) {
     call.answered = true;
     return {static_cast<uint8_t>(call.message.m_commandId), call.message.m_actionId, call.response,

@@ -25,7 +25,7 @@ constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
 constexpr const char* kCertificatePath = "/tmp/tmp_certs.crt";
 
-// Settings of the control daemon.
+// Setting ids of the control daemon.
 constexpr uint32_t kSettingLens = 43;
 constexpr uint32_t kSettingWindowSize = 64;
 
@@ -78,7 +78,8 @@ bool WriteAll(int fd, std::string_view bytes) {
     return true;
 }
 
-// No client may fill the memory that the folder lies in: far above what any chain of certificates takes.
+// Nothing is added to a certificate file of this size, which is far above what any chain of certificates takes: the
+// folder lies in memory, and no client may fill it.
 constexpr off_t kMaxCertificateFile = 1024 * 1024;
 
 // Appends one certificate and a newline, or nothing. The folder is open to everybody: a link there is not followed, and
@@ -94,15 +95,16 @@ bool AppendCertificate(const std::string& certificate) {
     if (WriteAll(file, certificate) && WriteAll(file, "\n")) {
         return true;
     }
-    // A half-written certificate would make the file unreadable from there on. If even this fails there is nothing left
-    // to try.
+    // Take a half-written certificate back: it would make the file unreadable from there on. If this fails as well,
+    // nothing is left to try.
     static_cast<void>(!ftruncate(file, before.st_size));
     return false;
 }
 
 // ---------------------------------------------------------------- the steps of a request
 
-// One request on its way; each step may find a failure, and none stops the others.
+// One request while it is carried out. Certificate and url are left out when the service does not take the request for
+// a stream; no other failure stops a later step.
 class LiveStreamRequest {
   public:
     LiveStreamRequest(const WSDK_RequestSetLiveStreamMode& request, bool inStreamPreset, uint32_t presetBefore)
@@ -171,7 +173,7 @@ class LiveStreamRequest {
         SetCsi(CSI_LIVE_STREAM_LENS, lens);
     }
 
-    // Off first, so that the service sees a change whatever the state was.
+    // Switches encoding off first, so that the service sees a change whatever the state was.
     void SetEncode() const {
         if (!m_request.has_encode()) {
             return;

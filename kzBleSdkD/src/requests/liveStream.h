@@ -15,11 +15,11 @@ struct StreamBitrates {
     uint32_t maximum;
 };
 
-// The bitrates that count for a window size unless a request gives its own; {800, 2500, 10000} for a size without a
+// The bitrates of a window size, which count unless a request gives its own; {800, 2500, 10000} for a size without a
 // row.
 StreamBitrates BitratesOfWindowSize(int windowSize);
 
 // Carries out a serialised WSDK_RequestSetLiveStreamMode. A url starts or changes the stream, an empty one ends it and
 // brings back the preset that was active before, which `camera` remembers. The work goes on after a failed step;
-// RESULT_UNKNOWN says that there was one.
+// RESULT_UNKNOWN says that certificate, url or preset failed.
 EnumResultGeneric SetLiveStream(const std::vector<uint8_t>& payload, CameraStatus& camera);

@@ -53,7 +53,7 @@ uint32_t FourCharacterKey(const char (&fourCC)[4]) {
     return key;
 }
 
-// What logs show of a handle.
+// A handle as a number for the log.
 int HandleNumber(const void* handle) {
     return static_cast<int>(reinterpret_cast<uintptr_t>(handle));
 }
@@ -183,7 +183,7 @@ int BleMetadataMessage::Execute(Peer* client, unsigned char* response, unsigned 
     if (m_commandId == eBleMetadataWrite && code == eOk) {
         *responseLength = 0;
     } else {
-        HandleError(eOk, response, responseLength);  // the caller rewrites it for another code
+        HandleError(eOk, response, responseLength);  // for another code the caller writes the answer again
     }
     return code;
 }
@@ -229,7 +229,7 @@ int BleMetadataMessage::OpenStreams(Peer& client) const {
                  static_cast<int>(SensorStreams::kMetadataStreamBufferSize));
         if (handle == nullptr) {
             LOG_ERROR("Error Openening metadata stream");
-            client.m_streams.DropStreamBuffer(i);  // a buffer that is no stream is no handle
+            client.m_streams.DropStreamBuffer(i);  // it is no stream, so it must not be found as a handle
             return eStreamNotOpened;
         }
     }
@@ -281,7 +281,7 @@ int BleMetadataMessage::WriteSample(Peer& client) {
         LOG_ERROR("Error - Metadata stream write");
         return eNoStreamHandle;
     }
-    const uint32_t needed = key.structureSize * key.repeat;  // each came in one byte
+    const uint32_t needed = key.structureSize * key.repeat;  // cannot overflow: each came in one byte
     if (m_sampleSize < needed) {
         LOG_ERROR("Metadata sample of %u bytes is too short, its key takes %u", m_sampleSize, needed);
         return KZ_ERR_INVALID_PARAM;

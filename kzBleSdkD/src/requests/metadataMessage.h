@@ -9,7 +9,7 @@
 //   82  LED interest       parameter 1, as above
 // Answer: command byte, status byte. A sample that was accepted has no answer.
 //
-// Only the server thread uses these, with the server's lock held.
+// Command thread only, with the client table's lock held.
 #pragma once
 
 #include <array>
@@ -69,7 +69,7 @@ class BleMetadataMessage : public ServedMessage {
     explicit BleMetadataMessage(int length) : ServedMessage(length) {}
     BleMetadataMessage() : BleMetadataMessage(0) {}
 
-    // 0, or 1 for a message whose length does not fit its command.
+    // Returns 0, or 1 for a message whose length does not fit its command.
     int Deserialize() override;
     void Reset(int length) override;
 
@@ -77,7 +77,7 @@ class BleMetadataMessage : public ServedMessage {
     // and the answer's length on return, 0 for a stored sample. Returns a code of eCode, or KZ_ERR_INVALID_PARAM for a
     // sample that is shorter than its key's structure size times repeat count.
     int Execute(Peer* client, unsigned char* response, unsigned short* responseLength);
-    // Writes the error answer; *responseLength as above. Always 0.
+    // Writes the error answer; *responseLength as above. Returns 0.
     int HandleError(int error, unsigned char* response, unsigned short* responseLength);
     void Dump() const;
     void WriteSession() const;
@@ -97,13 +97,13 @@ class BleMetadataMessage : public ServedMessage {
     struct CommandRow;
     static const CommandRow* FindCommand(uint8_t commandId);
 
-    // 0 or 1; the command byte is read already.
+    // Parse what follows the command byte. Return 0, or 1 for a parse error.
     int DeserializeSample();
     int DeserializeDevice();
     int DeserializeKey();
     int DeserializeParameter();
 
-    // An eCode.
+    // Carry the request out. Return an eCode.
     int WriteSample(Peer& client);
     int RegisterDevice(Peer& client);
     int RegisterKey(Peer& client);
@@ -111,7 +111,7 @@ class BleMetadataMessage : public ServedMessage {
     int SetLedInterest(Peer& client);
 
     int OpenStreams(Peer& client) const;
-    // Says a loss once, until a sample of the stream is stored again.
+    // Logs the first sample of a stream that is lost. Further losses are not logged until a sample was stored again.
     void ReportLoss(size_t streamIndex, bool lost);
 
     uint8_t m_commandId = 0;

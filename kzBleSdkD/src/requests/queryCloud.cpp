@@ -37,7 +37,7 @@ constexpr RegisterKey kCahKeys[] = {
 
 // ---------------------------------------------------------------- CSI words
 
-// The number under a key, least significant byte first; none when the service does not give it.
+// Reads the little-endian number under a key. Returns nothing when the service does not give it.
 std::optional<uint32_t> ReadCsiWord(uint8_t key) {
     uint8_t bytes[4] = {};
     uint32_t length = 0;

@@ -36,7 +36,7 @@ int MaxIds(const SettingsStatusMapping& model, uint32_t category) {
 
 // ---------------------------------------------------------------- the reads
 
-// What a read gets: the query, and whether it named ids that are all unknown, so that nothing is to be read.
+// What a read gets. A query that named ids, all of them unknown, reads nothing.
 struct Read {
     const BleQueryMessage& query;
     SettingsStatusMapping& model;
@@ -71,8 +71,8 @@ IdSet IdsToRead(const Read& read, const ValueSource& source) {
     return ids;
 }
 
-// Straight from the model, in the layout of BleQueryCurrentValueResponse: an answer that many ask for allocates
-// nothing.
+// Writes the answer straight from the model, in the layout of BleQueryCurrentValueResponse. Many clients ask for
+// values, so nothing is allocated.
 void WriteValues(const Read& read, const ValueSource& source, const IdSet& ids, int result) {
     EntryAnswer answer(read.stream,
                        BleQueryResponse(read.query.m_category, read.query.m_type, static_cast<uint32_t>(result)));
@@ -119,7 +119,7 @@ void ReadCapabilities(const Read& read) {
     read.stream << response;
 }
 
-// The answer to a change of interest that reads nothing: the header alone.
+// Answers a removal of interest, which reads nothing, with the header alone.
 void ReadNothing(const Read& read) {
     read.stream << BleQueryCurrentCapabilitiesAndNamesResponse(read.query.m_category, read.query.m_type,
                                                                static_cast<uint32_t>(BleSDK::SetKZErrNo(KZ_OK)));
@@ -292,8 +292,8 @@ int BleQueryMessage::DeserializeIds() {
 // ---------------------------------------------------------------- execution
 
 int BleQueryMessage::Execute(Peer* client, uint8_t* response, uint16_t* responseLength) {
-    // An answer that the radio could never take would leave the client without any, and hold up what is stored behind
-    // it.
+    // No answer is longer than what the radio queue takes when it is empty: a longer one could never be sent, and would
+    // hold up what is stored behind it.
     MemoryStream stream(response, std::min(*responseLength, services().longestResponse));
     const int error = m_category == kQueryFeatureId ? ExecuteProtobuf(*client, stream) : ExecutePlain(*client, stream);
     *responseLength = error == KZ_OK ? stream.getLength() : uint16_t{0};

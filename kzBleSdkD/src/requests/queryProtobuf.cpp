@@ -27,7 +27,8 @@ namespace {
 constexpr const char* kLogTag = "bleQueryMessage.cpp";
 
 constexpr int kHeaderSize = 2;
-// No answer message is longer; one that reaches it with its header may be refused.
+// Most bytes of an answer message. An action that has logTooLong refuses an answer that has as many bytes, header
+// included.
 constexpr int kAnswerSizeLimit = 2400;
 
 // ---------------------------------------------------------------- registration
@@ -207,7 +208,7 @@ int BleQueryMessage::ExecuteProtobuf(Peer& client, MemoryStream& stream) {
         return KZ_ERR_INVALID_PARAM;
     }
     LOG_AT(row->nameLevel, "%s", row->name);
-    // Written aside: how long it gets, and whether it fits, is known at its end.
+    // The answer is written into a buffer of its own, because only at its end is it known whether it fits.
     unsigned char bytes[kHeaderSize + kAnswerSizeLimit];
     MemoryStream answer(bytes, sizeof(bytes));
     answer << kQueryFeatureId << static_cast<unsigned char>(m_actionId | kProtobufAnswerBit);

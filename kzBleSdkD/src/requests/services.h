@@ -19,10 +19,11 @@ struct Services {
     uint16_t longestResponse = kMaxExtendedLength;
 };
 
-// For a client that no server has taken in: a camera of which nothing is known yet, and a transfer slot of its own.
+// The services of clients that no server has taken in: a camera of which nothing is known yet, and a sensor hand-over
+// and transfer slot that these clients share.
 const Services& DetachedServices();
 
-// A message whose handlers use services. Detached until it is attached.
+// A message whose handlers use services: DetachedServices until Attach is called.
 class ServedMessage : public FragmentedMessageBuilder {
   public:
     using FragmentedMessageBuilder::FragmentedMessageBuilder;

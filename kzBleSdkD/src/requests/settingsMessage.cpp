@@ -31,7 +31,8 @@ constexpr const char* kLogTag = "bleSettingsMessage.cpp";
 
 constexpr uint8_t kFeatureSettings = 243;
 
-// Changes many times a second while a finger moves, and is not in the catalogue: neither logged nor checked.
+// A setting that is neither logged nor checked: it is not in the catalogue, and it changes many times a second while a
+// finger moves.
 constexpr uint32_t kUncheckedSetting = 91;
 
 using Payload = std::vector<uint8_t>;
@@ -66,7 +67,8 @@ EnumResultGeneric SetUploadEnable(const Payload& payload) {
     return ResultOf(SetCsi(CSI_CAH_ACTIVE, enable) == CSI_OK);
 }
 
-// Fire and forget: both texts are fixed, nothing from a client is part of them.
+// Restarts the device manager. A failure is logged and has no other effect. Both command lines are fixed; nothing from
+// a client is part of them.
 void RestartDeviceManager() {
     if (system("killall -9 kzDeviceManager") == -1) {
         LOG_ERROR("killall: system errno %d \n", errno);
@@ -162,7 +164,7 @@ int CheckSetting(uint32_t settingId, uint32_t value) {
     return KZ_OK;
 }
 
-// The plain answer; nothing when the buffer cannot hold it.
+// Writes the answer to a plain setting; nothing when the buffer cannot hold it.
 void WriteAnswer(uint32_t settingId, int code, uint8_t* response, uint16_t* responseLength) {
     constexpr uint16_t kAnswerSize = 2;
     if (*responseLength < kAnswerSize) {

@@ -19,7 +19,7 @@ class BleSettingsMessage : public ServedMessage {
   public:
     explicit BleSettingsMessage(int length = 0) : ServedMessage(length) {}
 
-    // 0, or 1 when the message is empty or its value or action id does not fit.
+    // Returns 0, or 1 when the message is empty or its value or action id does not fit.
     int Deserialize() override;
     void Reset(int length) override;
     // Carries the request out for `client`. *responseLength is the capacity of `response` on entry and the answer's

@@ -30,7 +30,7 @@ constexpr uint8_t kBlockError = 1;
 // The reply to a remote that asks for its image.
 constexpr uint8_t kStreamedImageReply[] = {1, 2, 0x3A, 0x03};
 
-// A byte of a data record; 0 behind its data.
+// A byte of a record's data; 0 beyond their end.
 uint8_t DataByte(const ble_message_t& record, unsigned index) {
     return index < std::min<unsigned>(record.dataLength, kBlePacketSize) ? record.data[index] : 0;
 }
@@ -125,7 +125,7 @@ void AccessoryUpdates::HandleBlockMessage(BleNotificationClient& client, const b
 
 void AccessoryUpdates::HandleImageRequest(BleNotificationClient& client, const ble_message_t& record) {
     if (!client.IsTransferringLarch()) {
-        client.m_file.m_bytesRemaining = 0;  // of an earlier transfer; the accessory asks for its blocks
+        client.m_file.m_bytesRemaining = 0;  // of an earlier transfer; here the accessory asks for each block
         m_transfers.StartLarchFileTransfer(&client);
     }
     if (record.dataLength > 2) {
@@ -147,7 +147,8 @@ void AccessoryUpdates::HandleBlockRequest(BleNotificationClient& client) {
     m_transfers.SendFileChunk(&client);
 }
 
-// An accessory can only fail a transfer of its own.
+// Ends the transfer of the accessory that reports an error. Without a transfer of its own the report changes nothing:
+// the slot may be another client's.
 void AccessoryUpdates::HandleImageError(BleNotificationClient& client) {
     LOG_ERROR("Error with transfer to Accessory");
     if (!client.IsTransferringLarch()) {

@@ -19,8 +19,8 @@ class AccessoryUpdates {
     AccessoryUpdates(ClientTable& clients, RadioPort& radio, FileTransfers& transfers, const CameraStatus& camera)
         : m_clients(clients), m_radio(radio), m_transfers(transfers), m_camera(camera) {}
 
-    // The work of the tick: sends image packets, asks accessories with a pending update to reboot. True when a client
-    // got something. Takes the lock.
+    // The work of the tick: sends image packets, asks accessories with a pending update to reboot. True when something
+    // was sent to a client. Takes the lock.
     bool CheckClientsForLarchOTA();
     // A message on stream 27: the accessory asks for its image or for its next block, or reports an error. The caller
     // holds the lock. The record is used again for the reply.

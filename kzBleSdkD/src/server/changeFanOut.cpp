@@ -89,8 +89,8 @@ const ChangeFanOut::PushKind ChangeFanOut::PushKind::kCsi = {
 
 // ---------------------------------------------------------------- one push
 
-// Sends the push of this type that waits, if the queue has room for it now: a client is notified of changes in their
-// order.
+// Sends the push of this type that waits, if the queue has room for it now. It leaves before the new one, because a
+// client is notified of changes in their order.
 void ChangeFanOut::SendWaitingPush(const PushKind& kind, BleNotificationClient& client) {
     StoredResponse& waiting = *client.m_pushes.StoredPush(kind.storedAs);
     if (waiting.m_length == 0 ||

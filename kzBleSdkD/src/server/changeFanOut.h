@@ -20,8 +20,8 @@ class BleNotificationClient;
 class ClientTable;
 class RadioPort;
 
-// Bytes that one push may have: kPushBufferSize, less where the radio queue could never take as much, but one packet in
-// any case.
+// Most bytes of one push: kPushBufferSize, or less if the radio queue can never take as much, but at least what one
+// packet holds.
 unsigned short PushRoom(const RadioPort& radio);
 
 class ChangeFanOut {
@@ -30,7 +30,7 @@ class ChangeFanOut {
     ChangeFanOut(ClientTable& clients, RadioPort& radio, MessageBuffer& buffer)
         : m_clients(clients), m_radio(radio), m_msgBuffer(buffer) {}
 
-    // Notify of what the model has marked changed. True when any client produced a push. Take the lock.
+    // Notify of what the model has marked changed. Return true when any client produced a push. Take the lock.
     bool NotifyClientsOfSettingsChanges();
     bool NotifyClientsOfStatusChanges();
     bool NotifyClientsOfSettingsCapabilitiesChanges();

@@ -51,12 +51,12 @@ class ClientTable {
     // The clients, each at an address of its own that stays.
     const std::vector<std::unique_ptr<BleNotificationClient>>& Clients() const { return m_clients; }
     BleNotificationClient* LookUp(uint32_t connectionId);
-    // The same; when there is none, the known clients are logged.
+    // The same; when there is none, the known clients are listed in the log.
     BleNotificationClient* FindBleDeviceByConnectionID(uint32_t connectionId);
     void Remove(const BleNotificationClient& client);
     void Dump() const;
 
-    // ---- the command thread may add without the lock
+    // ---- without the lock; command thread only
 
     // Appends a client. Null, with a line in the log, when the table is full.
     BleNotificationClient* Add(uint32_t connectionId, uint8_t deviceId, uint8_t deviceType);

@@ -19,13 +19,13 @@ namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
-// A sensor connected: reported to the analytics.
+// The analytics record that says that a sensor connected.
 constexpr uint8_t kSensorAnalytics[] = {0x76, 0x10, 0xFF, 0xFF};
 
-// Status 33 after the last client left: a value the camera does not report, so that its next report counts as a change.
+// Status 33 after the last client left: a value that the camera never reports, so that its next report differs from it.
 constexpr unsigned char kStatusUnknown = 255;
 
-// Who leaves in configure mode leaves the camera in it, unless it is told to end it.
+// Ends configure mode. A client that disconnects in this mode would otherwise leave the camera in it.
 void EndConfigureMode(const CameraStatus& camera) {
     if (camera.GetCsiValue(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
         const uint8_t cancel = WMS_REQUEST_UX_CANCEL;

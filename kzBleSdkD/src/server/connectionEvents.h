@@ -1,6 +1,6 @@
-// ConnectionEvents: what happens when a device connects, disconnects or changes what it wants to be notified of: the
-// client comes into the table or leaves it with all that hung on it, and the registration for the control daemon's
-// pushes follows. Command thread only.
+// ConnectionEvents: what happens when a device connects, disconnects or changes what it wants to be notified of: a
+// client is added to the table, or removed from it together with its streams and transfers. While there are clients,
+// the daemon is registered for the control daemon's pushes. Command thread only.
 #pragma once
 
 #include "skylark/bleMessage.h"
@@ -31,7 +31,7 @@ class ConnectionEvents {
     // event of an unknown connection and for a connection beyond the limit. Takes the lock.
     bool UpdateBleDeviceStatus(const ble_message_t& record);
 
-    // Follow a connection and a disconnection record.
+    // Called after a connection record, and after a disconnection record, was carried out.
     void RegisterAfterConnection();
     void UnregisterAfterLastDisconnection();
 

@@ -1,5 +1,5 @@
 // ControlEvents: the control daemon's queue to this daemon. Each message is a JSON text of current values; the settings
-// model takes it, and clients are notified of what changed. Command thread only.
+// model stores them, and clients are notified of what changed. Command thread only.
 #pragma once
 
 #include <string>
@@ -21,7 +21,7 @@ class ControlEvents {
     // Takes one message and notifies the clients of its changes. False when it was dropped.
     bool HandleEvent();
     // The receive step alone: receives, decodes and checks the category. False, with a line in the log, when there is
-    // no message or it is none of the control daemon's.
+    // no message or it is not one of the control daemon.
     bool ReceiveEventMsg(Msg& message);
 
   private:

@@ -240,7 +240,7 @@ bool CsiInbox::TakeUploadProgress(const csiStruct& record) {
     return true;
 }
 
-// Catches up with what had to wait while the camera was suspended.
+// Does what had to wait while the camera was suspended.
 void CsiInbox::EndResume() {
     CameraStatus& camera = m_parts.camera;
     if (camera.GetCsiValue(CSI_SYSTEM_STATE) != SYS_RESUMED) {

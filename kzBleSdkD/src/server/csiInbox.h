@@ -47,7 +47,7 @@ class CsiInbox {
 
     bool HandleStateMessage(unsigned char* message, uint32_t size);
     bool HandleBufferMessage(const unsigned char* message);
-    // Carries out the action of a key; whether the clients are to be notified.
+    // Carries out the action of a key. Returns whether the clients are to be notified.
     bool Act(CsiAction action, const csiStruct& record);
     bool TakeUploadProgress(const csiStruct& record);
     void EndResume();

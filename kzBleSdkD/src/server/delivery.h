@@ -28,7 +28,7 @@ class Delivery {
     // is used again for the answer. Sends it, stores it in the client when the queue has no room, or drops it at a
     // closed gate.
     void DeliverAnswer(BleNotificationClient& client, ble_message_t& record, std::span<const unsigned char> answer);
-    // Tries stored responses and pushes again, one a client; true when any was sent. Takes the lock.
+    // Tries to send what is stored, one answer or push a client. True when any was sent. Takes the lock.
     bool CheckClientsStoredResponses();
 
     // ---- display and LED buffers. The first byte of a buffer is left for the marker of its push.
@@ -36,8 +36,8 @@ class Delivery {
     static constexpr unsigned kLcdBufferSize = kMessageBufferSize;
     static constexpr unsigned kLedBufferSize = 19;  // a marker byte and 18 data bytes
 
-    // Keep a new buffer of at most the size above less one, and send it to the first client that asked for it. Nobody
-    // gets the LED buffer when a client whose firmware is being updated comes before.
+    // Keep a new buffer of at most the size above less one, and send it to the first client that asked for it. The
+    // search for the LED buffer's client ends without one at a client whose firmware is being updated.
     void StoreLcdBuffer(std::span<const unsigned char> data);
     void StoreLedBuffer(std::span<const unsigned char> data);
     // Send a buffer to a client if it asked for it; its first byte becomes the marker. False when it did not ask or the

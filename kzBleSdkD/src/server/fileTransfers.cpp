@@ -82,7 +82,7 @@ bool FileTransfers::CheckClientsForFileTransfer() {
     return more;
 }
 
-// Sends up to `budget` packets; whether more follow.
+// Sends up to `budget` packets. Returns whether more follow.
 bool FileTransfers::PumpSettingsJSON(BleNotificationClient& client, long budget) {
     ble_message_t record = NewDataRecord(client.m_identity.m_connectionId, KZ_STR_ID_COMMAND_RESPONSE);
     bool more = client.m_file.FileIsUnchanged();

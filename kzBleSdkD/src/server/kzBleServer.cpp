@@ -141,8 +141,8 @@ void KzBleServer::StartTick() {
     KZ_ASSERT(armed != -1, kAssertPath, "timerfd_settime(m_tick_fd, 0, &period, NULL) != -1");
 }
 
-// Waits and dispatches until it is stopped. The tick is a descriptor like the others: it comes when its time is over,
-// however much there is to receive. The packet timer runs only while packets are held, so it is watched only then.
+// Waits and dispatches until it is stopped. The tick is a descriptor like the others, so it is handled in time however
+// much there is to receive. The packet timer runs only while packets are held, so it is watched only then.
 void KzBleServer::Loop() {
     EventLoop loop;
     loop.Add(m_controlEvents.Queue().Handle(), [this] { HandleEvent(); });

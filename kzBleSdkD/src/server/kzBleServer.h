@@ -43,11 +43,11 @@ class KzBleServer {
     // For main and for programs that embed the server: constructs it on first use, which main makes before there is a
     // second thread.
     static KzBleServer* GetInstance();
-    // Stops the thread, closes everything and deletes the server; harmless without one.
+    // Stops the thread, closes everything and deletes the server. Does nothing when there is no server.
     static void Destroy();
     // Opens the interfaces, loads the settings model and starts the command thread. Returns 0, or -1 with the reason
-    // logged. Waits 12 seconds for the radio-stack daemon's queue to this daemon, and without limit for the one from
-    // it.
+    // logged. Waits 12 seconds for the radio-stack daemon's queue to this daemon, and without limit for the queue in
+    // the other direction.
     int Start();
     // Opens the queues and the control interface alone. Returns 0, or -1 with everything closed again.
     int InterfaceOpen();
@@ -56,7 +56,7 @@ class KzBleServer {
     // Stops the thread and closes everything; the server can be started again. Returns 0.
     int Shutdown();
     bool IsRunning() const { return m_running; }
-    // Whether the thread has begun to run since Start; true also when it was told to stop at once.
+    // Whether the thread has begun to run since Start, also if it was stopped right away.
     bool HasRun() const { return m_hasRun; }
     void SetRunning(bool running) { m_running = running; }
 

@@ -11,7 +11,7 @@ constexpr const char* kLogTag = "kzBleSdkD.cpp";
 
 constexpr int kStartChecks = 10;  // a second apart: how long the command thread may take to report itself
 
-// A thread that has been told to stop between two checks has run all the same.
+// Whether the command thread has begun to run. It counts, too, if it was stopped again between two checks.
 bool WaitForCommandThread() {
     for (int check = 0; check < kStartChecks; ++check) {
         if (KzBleServer::GetInstance()->HasRun()) {

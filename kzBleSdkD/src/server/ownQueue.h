@@ -5,7 +5,7 @@
 
 class OwnQueue {
   public:
-    // `name` is static. `depth` is the number of messages, of kEventMessageSize bytes, that it holds.
+    // `name` must outlive the queue. `depth` is the number of messages, of kEventMessageSize bytes, that it holds.
     OwnQueue(const char* name, long depth) : m_name(name), m_depth(depth) {}
     OwnQueue(const OwnQueue&) = delete;
     OwnQueue& operator=(const OwnQueue&) = delete;
@@ -14,7 +14,7 @@ class OwnQueue {
     // Creates the queue for reading, non-blocking. False, with a line in the log, when that fails: a queue that exists
     // already is another daemon's.
     bool Open();
-    // Closes and removes the queue; harmless when it is closed.
+    // Closes and removes the queue. Does nothing when it is closed.
     void Close();
     bool IsOpen() const { return m_handle.IsOpen(); }
     const QueueHandle& Handle() const { return m_handle; }

@@ -28,7 +28,7 @@ namespace {
 constexpr const char* kLogTag = "kzBleServer";
 
 constexpr long kMaxRadioBacklog = 90;
-constexpr int kMaxShedAtOnce = 16;  // records, before the other queues are looked at
+constexpr int kMaxShedAtOnce = 16;  // records; then the other queues have their turn
 
 constexpr RequestInterface kInterfaceRows[] = {
     {KZ_STR_ID_COMMAND, "Received message on Command Interface", &BleNotificationClient::ProcessCommandMessage},
@@ -38,7 +38,7 @@ constexpr RequestInterface kInterfaceRows[] = {
 };
 constexpr DispatchTable kInterfaces(kInterfaceRows);
 
-// Attributes what the control daemon is asked for to one peer, for its own life.
+// While it lives, the control daemon takes requests to come from one peer.
 class CallerScope {
   public:
     explicit CallerScope(uint8_t deviceType) { kzcontrol_set_caller_id(deviceType); }
@@ -82,7 +82,7 @@ bool PacketDispatch::HandleBleMessage() {
     if (!m_parts.radio.ReceiveBLEMsg(record)) {
         return false;
     }
-    // The handlers reuse the record; what is logged at the end is the event as it came.
+    // Kept for the line at the end, because the handlers use the record again.
     const uint8_t eventType = record.eventType;
     bool known = true;
     int kzErrno = KZ_OK;

@@ -28,7 +28,7 @@ constexpr long kRadioQueueDepth = 100;
 constexpr int kOpenAttempts = 12;  // a second apart
 constexpr int kWriteSeconds = 2;   // a write that stays blocked longer has failed
 
-// At level 6 exactly: a higher level would be a caller's mistake, a lower one does not want it.
+// Records are dumped at level 6 alone: it is the highest, and a higher number would be a caller's mistake.
 bool DumpsRecords() {
     return kzUtilGetLogLevel() == KZ_LOG_TRACE;
 }
@@ -173,8 +173,8 @@ bool RadioPort::PostResponse(const ble_message_t& record, const unsigned char* d
     if (length == 0) {
         return true;
     }
-    // Several packets need room for all of them before the first leaves; a single one learns by trying, unless it is to
-    // be dumped first.
+    // Several packets leave only if the queue has room for all of them. A single one is simply tried, unless it would
+    // be held, or dumped in the log before it is known to leave.
     const long packets = PacketsNeeded(length);
     const bool tries = packets == 1 && !m_packetHolding && !DumpsRecords();
     if (!tries && TxQueueFill().Available() < packets) {

@@ -40,12 +40,12 @@ class RadioPort {
 
     // ---- sending
 
-    // Sends one ready record. It does not look for room: a full queue is waited for, two seconds at most.
+    // Sends one ready record. Waits for room in a full queue, two seconds at most. False when it could not be sent.
     bool PostPacket(const ble_message_t& record);
     // Splits `length` bytes into packets on the record's connection and stream. False only when the response was not
     // started because the queue has no room for all of it.
     bool PostResponse(const ble_message_t& record, const unsigned char* data, unsigned short length);
-    // How full the send queue is; without room and capacity when it is closed or cannot be read.
+    // How full the send queue is. Capacity and room are 0 when it is closed or cannot be read.
     QueueFill TxQueueFill() const;
     // Free places; 0 when the queue is closed or cannot be read. `capacity`, when given, gets the queue's depth.
     unsigned GetBleTxQueueAvailability(int* capacity = nullptr) const;
@@ -53,7 +53,8 @@ class RadioPort {
     // longest message while the queue is closed.
     uint16_t GetLongestResponse() const { return m_longestResponse; }
 
-    // ---- packet holding. The camera's other programs know these operations; the daemon itself only ever ends holding.
+    // ---- packet holding. These operations are kept because they belong to the public interface; the daemon itself
+    // only ever ends holding.
 
     // Switches packet holding, during which packets are collected instead of sent. Packets held are dropped. Returns
     // true.

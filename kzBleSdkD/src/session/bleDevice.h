@@ -24,7 +24,7 @@ class BleNotificationClient : public NotificationClient, public Peer {
   public:
     using StoredResponse = ::StoredResponse;
 
-    // Detached (see services.h) until it is attached.
+    // The new record is detached (see services.h) until Attach is called.
     BleNotificationClient(unsigned int connectionId, unsigned char deviceId, unsigned char deviceType);
     // A copy keeps the identity, block size, bytes remaining, interests (not the CSI keys), the metadata state (sharing
     // its stream buffers) and each entry's stream; everything else starts as new. The server never copies a record in
