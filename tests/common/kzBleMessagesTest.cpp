@@ -5,6 +5,7 @@
 
 #include "kzTlv.h"
 #include "logCapture.h"
+#include "privateTmp.h"
 #include "utils.h"
 
 namespace {
@@ -77,6 +78,9 @@ TEST(MsgElement, HoldsACopyOfItsDataEvenOfItsOwnAndReadsNumbersLeastSignificantB
     element.setData(element.getData() + 1, 2);
     element.getDataAs(half);
     EXPECT_EQ(half, 0xF403);
+    fakes::EnterPrivateTmp();  // assertions are also appended to a file there
+    EXPECT_DEATH(element.getDataAs(word), "kzBleMessages/getDataAs:[0-9]+:getDataLength\\(\\) == sizeof\\(data\\)");
     element.setData("ignored", 0);
+    EXPECT_DEATH(element.getDataAs(word), "getDataAs:[0-9]+:getData\\(\\) != NULL");
     EXPECT_TRUE(element.getData() == nullptr && element.getSize() == 4);
 }

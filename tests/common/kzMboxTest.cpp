@@ -41,6 +41,7 @@ TEST_F(Mbox, FullDestinationDropsTheMessageAndReportsSuccessAndAMissingOneIsName
         EXPECT_EQ(kzMbox_send(message, 3, &m_mbox), 0);
     }
     EXPECT_TRUE(logged("[ERROR] No Longer an ASSERT: Mailbox Full: mbox=\"" + queue.name() + "\" >= 2 messages @"));
+    EXPECT_DEATH(kzMbox_send("", KZMSG_MAX + 1, &m_mbox), "kzMbox/kzMbox_send:[0-9]+:len <= KZMSG_MAX");
     for (const char* taken : {"one", "two", ""}) {
         EXPECT_EQ(queue.take(), taken);
     }
@@ -111,6 +112,7 @@ TEST_F(Mbox, TimedReceiveGivesAMessageOrATimeout) {
     queue.fill("second");
     EXPECT_EQ(kz_mq_timedreceive(queue.mqd(), buffer, sizeof(buffer), &priority, &atOnce), 5);
     EXPECT_EQ(priority, 0u);
+    EXPECT_DEATH(snkzMbox_receive(buffer, 4, &m_mbox), "snkzMbox_receive:[0-9]+:\\(len = mq_receive\\(kzattr->mqd");
     EXPECT_EQ(snkzMbox_timedreceive(buffer, sizeof(buffer), &m_mbox), 6);
     EXPECT_EQ(std::string(buffer, 6), "second");
     errno = 0;

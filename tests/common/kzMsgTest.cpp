@@ -159,4 +159,8 @@ TEST_F(Message, ExchangeEndsWithTheReplyOrWithTheReasonWhyThereIsNone) {
     }
     EXPECT_EQ(m_message.length, 0xFFFFFFFFu);
     EXPECT_EQ(tlv_validate(m_message.buf), 0) << "a timeout keeps the request";
+    build("");
+    EXPECT_DEATH(kzmsg_send(&m_message, "/src", own.c_str(), nullptr, 0), "kzMbox_txopen\\(via, &txq\\) == 0");
+    build("", 240);
+    EXPECT_DEATH(kzmsg_send(&m_message, "/src", own.c_str(), nullptr, 0), "0 == tlv_validate\\(iobuf->buf\\)");
 }

@@ -76,13 +76,17 @@ TEST(Tlv, FirstElementOfATypeIsFoundInsideTheMessageAloneAndCopiedOnlyIntoALarge
     }
 }
 
-TEST(Tlv, ElementsAreBlankedAndRemovedInPlace) {
+TEST(Tlv, ElementsAreBlankedAndRemovedInPlaceAndCallingErrorsAbort) {
     Bytes bytes = message(16, {{TLV_CMD, "CR"}, kEnd});
     sntlv_void(bytes.data(), TLV_CMD);
     EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.begin() + 10), (Bytes{0, 0, 2, TLV_VOID, 0, 0}));
     EXPECT_EQ(sntlv_remove(bytes.data(), 14, TLV_END), -4);
     EXPECT_EQ(sntlv_remove(bytes.data(), 14, TLV_VOID), -6);
     EXPECT_EQ(sntlv_msg_len(bytes.data()), 4);
+    EXPECT_DEATH(sntlv_add_bin(bytes.data(), 14, TLV_SRC, 0, ""), "sntlv_add_bin:[0-9]+:\\(atype != TLV_SRC\\)");
+    EXPECT_DEATH(sntlv_add_bin(bytes.data(), 14, TLV_DST, 0, ""), "\\(atype != TLV_DST\\) \\|\\| \\(alen > 0\\)");
+    EXPECT_DEATH(sntlv_void(bytes.data(), TLV_SRC), "ASSERT:libkzCommon/src/kzTlv/sntlv_void:[0-9]+:tlv != NULL");
+    EXPECT_DEATH(sntlv_remove(bytes.data(), 14, TLV_SRC), "kzTlv/sntlv_remove:[0-9]+:tlvend != NULL");
 }
 
 TEST(Tlv, EveryVerdictOfTheValidationHasItsText) {

@@ -5,6 +5,7 @@
 
 #include "MemStream.h"
 #include "modelFixture.h"
+#include "privateTmp.h"
 
 namespace {
 
@@ -86,4 +87,8 @@ TEST(FlexValue, AWireParameterIsALengthAndItsBytesCheckedBeforeItIsRead) {
             EXPECT_EQ(BytesOf(value), Bytes(wire.begin() + 1, wire.begin() + 1 + wire[0]));
         }
     }
+    fakes::EnterPrivateTmp();  // assertions are also appended to a file there
+    EXPECT_DEATH(StringOf("abc").SetValue(1u), "kzBleSdkD/src/FlexValue/SetValue:[0-9]+:m_length >= 4");
+    EXPECT_DEATH(FlexValue().GetUI32Value(), "GetUI32Value:[0-9]+:m_length > 0");
+    EXPECT_DEATH(FlexValue().GetUI8Value(), "GetUI8Value:[0-9]+:m_length >= 1");
 }
