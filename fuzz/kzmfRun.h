@@ -106,6 +106,7 @@ class KzmfRun {
             uint32_t size = 0;
             const uint32_t result = MetadataGetPayloadGroup(group, buffer.data(), bufferSize, nullptr, &size);
             Require(turns < 10 && size <= bufferSize);
+            Require(result == kKzmfDone || MetadataEstimateReadBufferSize(0) > bufferSize);
             if (result == kKzmfDone && size == 0) {
                 return;
             }
