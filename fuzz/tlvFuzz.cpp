@@ -1,5 +1,5 @@
 // TLV messages as they arrive: whatever the bytes say, checking, searching and decoding stay inside them; what was
-// decoded encodes to the same elements again.
+// decoded encodes to the same bytes again.
 #include <cstring>
 
 #include "fuzz.h"
@@ -31,17 +31,13 @@ void DecodeAndEncode(std::vector<uint8_t> received) {
     std::vector<uint8_t> encoded(message.getSize());
     MemoryStream out(encoded.data(), message.getSize());
     out << message;
-    // Reserved bytes are not carried, so the comparison is between the decoded forms.
-    Msg again(0);
-    Require(again.decode(out) && again.getSize() == message.getSize() && again.getCategory() == message.getCategory());
-    for (unsigned type = 0; type <= UINT8_MAX; ++type) {
-        const MsgElement* first = message.findElement(static_cast<unsigned char>(type));
-        const MsgElement* second = again.findElement(static_cast<unsigned char>(type));
-        Require((first == nullptr) == (second == nullptr));
-        Require(first == nullptr || first->getDataLength() == second->getDataLength());
-        Require(first == nullptr || first->getDataLength() == 0 ||
-                std::memcmp(first->getData(), second->getData(), first->getDataLength()) == 0);
+    // The same bytes again, but for the reserved ones, which are not carried, and the length, which an element may
+    // pass.
+    received[2] = 0;
+    for (size_t at = kTlvMessageHeaderSize; at < encoded.size(); at += TLV_ELEM_HDR_SIZE + tlv_length(&received[at])) {
+        received[at] = 0;
     }
+    Require(std::equal(encoded.begin() + 2, encoded.end(), received.begin() + 2));
 }
 
 void SearchAndCopy(const std::vector<uint8_t>& message) {

@@ -17,7 +17,8 @@ constexpr TypeRow kTypes[] = {
     {'d', 8, 8}, {'G', 16, 1}, {'U', 16, 1}, {'1', 1, 1}, {'2', 2, 1}, {'3', 3, 1}, {'4', 4, 1}, {'8', 8, 1},
 };
 
-// The table above by type character: looked up for every sample. Zeroes for characters that are no type.
+// The table above, indexed by the type character, because it is looked up for every sample. Characters that are no type
+// have zeroes.
 struct TypeSizes {
     int8_t size;
     int8_t swapUnit;

@@ -1,4 +1,5 @@
-// The KZMF format: a self-describing stream of key-length-value records. What writer and checks share about it.
+// The KZMF format: a self-describing stream of key-length-value records. Here stands what the writer and the validity
+// check share.
 //
 // Record, multi-byte fields big-endian:
 //   0  4  key: four characters, each A-Z, a-z, 0-9 or blank, first character first
@@ -19,7 +20,8 @@
 constexpr uint32_t kKzmfHeaderSize = 8;
 constexpr uint32_t kKzmfLongestPlainContainer = 65535;
 constexpr uint32_t kKzmfLongestContainer = 4 * 65535;
-// Containers in containers that a buffer may hold: more are refused, so that a walk's stack is bounded.
+// How deep containers may be nested. Deeper ones are refused, because the walk over them is recursive and its stack
+// must stay bounded.
 constexpr uint32_t kKzmfMaxDepth = 16;
 
 // A key as a number: its first character is the low byte.
@@ -109,13 +111,14 @@ inline bool KzmfIsValidKey(uint32_t key) {
            kKzmfIsKeyCharacter[key >> 16 & 0xFF] && kKzmfIsKeyCharacter[key >> 24];
 }
 
-// Bytes of one value of `type`; -1 for types that do not exist and for '?', whose size is its description's.
+// Bytes of one value of `type`; -1 for types that do not exist, and for '?', whose size its "TYPE" text gives.
 int MetadataTypeSize(uint32_t type);
-// Bytes of the unit in which values of `type` are swapped to big-endian, 1 for those that are never swapped; -1 as
-// above.
+// Bytes of the unit in which values of `type` are swapped to big-endian; 1 for those that are never swapped; -1 where
+// MetadataTypeSize gives -1.
 int MetadataEndianSize(uint32_t type);
 
-// Whether `buffer` is a whole sequence of records. Fewer than 8 bytes are valid only when fewer than 4. At `level` 0
+// Whether `buffer` is a whole sequence of records. Of the buffers shorter than a header only those of 0 to 3
+// bytes are valid. At `level` 0
 // each key must be "DEVC"; with `recurse` each container's data must be valid one level down, at most kKzmfMaxDepth
 // levels. Any content is safe. MetadataIsValidKZMF checks at level 0.
 bool IsValidKZMF(const void* buffer, uint32_t size, bool recurse, uint32_t level);

@@ -162,8 +162,8 @@ bool IsText(char type) {
     return type == 'c' || type == 'u';
 }
 
-// Splits one sample into values of the types `next` gives, one after the other; what makes no whole value is one raw
-// value.
+// Splits one sample into values, whose types `next` gives one after the other. Bytes that make no whole value become
+// one raw value.
 template <typename NextType>
 std::vector<KzmfValue> DecodeSample(std::span<const uint8_t> sample, NextType next) {
     std::vector<KzmfValue> values;

@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include "kzmfFormat.h"
+#include "kzmfSamples.h"
 #include "kzmfWriter.h"
 
 constexpr uint32_t kKzmfStickySize = 256;
@@ -34,10 +35,10 @@ struct kzmfStream {
     kzmfArea payload;
     kzmfArea sticky;
     uint32_t deviceId;
-    uint32_t deviceCounter;            // last device id given out; that of the list's first record counts
-    uint32_t lastKey;                  // last record stored in the payload; 0 when there was none
+    uint32_t deviceCounter;            // last device id given out; only the first stream's is used
+    uint32_t lastKey;                  // key of the last record stored in the payload; 0 when none was
     uint32_t lastHeader;               // its type, structure size and repeat
-    uint32_t sessionPhase;             // samples still to pass over before the session copy takes one
+    uint32_t sessionPhase;             // samples to be passed over before a session copy keeps one
     uint32_t stickyUnsent;             // 1 when a sticky value was stored since the last extraction
     uint32_t taken;                    // 1 while an extraction holds this stream
     char name[kKzmfNameSize];          // not terminated when it fills the field
@@ -81,21 +82,6 @@ class KzmfListLock {
 constexpr uint32_t kKzmfCounterSize = kKzmfHeaderSize + 4;
 constexpr uint32_t kKzmfStoreMargin = 4;
 
-// What one store brings: `repeat` samples of `structureSize` bytes, at most 65535 and 255. `flags` are those of a
-// store.
-struct KzmfSamples {
-    uint32_t key;
-    uint32_t type;
-    uint32_t structureSize;
-    uint32_t repeat;
-    const uint8_t* data;
-    uint32_t flags;
-
-    uint32_t DataSize() const { return structureSize * repeat; }
-    uint32_t Length() const { return kKzmfHeaderSize + DataSize(); }  // of their record, without padding
-    bool IsSticky() const { return (flags & kKzmfSticky) != 0; }
-};
-
 // Whether something was stored since the last extraction.
 inline bool KzmfIsUnsent(const kzmfStream& stream) {
     return stream.payload.used != 0 || stream.stickyUnsent != 0;
@@ -110,15 +96,16 @@ inline uint8_t* KzmfFindRecord(const kzmfArea& area, uint32_t key) {
     }
     return nullptr;
 }
-// Whether a record of `length` bytes, header included, may be added. An area in use keeps 4 bytes free beyond it.
+// Whether a record of `length` bytes, header included, may be added. In an area that holds records already, more than 4
+// bytes must stay free behind it.
 inline bool KzmfHasRoom(const kzmfArea& area, uint32_t length) {
     if (area.used == 0) {
         return KzmfRoundUp4(length) <= area.size;
     }
     return length + kKzmfStoreMargin < area.size - area.used;
 }
-// Adds `amount` to the sticky counter `key`; a new one is placed in front. A sticky area without room keeps no new
-// counter.
+// Adds `amount` to the sticky counter `key`. A counter that is not there yet is placed in front of the other records,
+// if the area has room for it.
 void KzmfCount(kzmfStream& stream, uint32_t key, uint32_t amount);
 // Places samples among the records of their area, as AppendFormattedMetadata says. `counted` goes into "TSMP".
 uint32_t KzmfStore(kzmfStream& stream, const KzmfSamples& samples, uint32_t counted);

@@ -1,5 +1,5 @@
-// The writer's service and its streams: the list, opening, closing and resetting. Stores: kzmfStore.cpp; extractions:
-// kzmfExtract.cpp.
+// The writer's service and its streams: the list, opening, closing and resetting. Stores: kzmfStreamWrite.cpp;
+// extractions: kzmfExtract.cpp.
 #include "kzmfWriter.h"
 
 #include <cstring>
@@ -14,7 +14,7 @@ namespace {
 
 bool g_listMutexReady = true;
 
-// A stream that is longer could not be described by the container of its device.
+// The most of a buffer that is used for samples: the container of a longer stream could not say its length.
 constexpr uint32_t kLargestPayloadArea = kKzmfLongestContainer - 1024;
 
 bool IsListed(const void* buffer) {
@@ -54,7 +54,7 @@ void TakeOffList(kzmfStream& stream) {
     }
     g_metadata_devices = stream.next;
     if (stream.next != nullptr) {
-        stream.next->deviceCounter = stream.deviceCounter;  // the counter stays in the first record
+        stream.next->deviceCounter = stream.deviceCounter;  // it is kept in the first stream
     }
 }
 

@@ -5,8 +5,8 @@
 //
 // Threads: any. The list mutex guards the list and every walk over it, each stream's mutex its areas. A store takes
 // only its stream's mutex; an extraction takes the list's and then those of its streams, in list order, and keeps them
-// until it is done: a payload is one cut in time and loses no sample stored meanwhile. A handle must not be used after
-// its close.
+// until it is done. So a payload shows all streams at one moment, and no sample that is stored meanwhile is lost. A
+// handle must not be used after its close.
 #pragma once
 
 #include <pthread.h>
@@ -35,12 +35,12 @@ extern pthread_mutex_t g_metadata_device_list;  // guards it
 
 // ---------------------------------------------------------------- service
 
-// Create and destroy the list mutex; harmless when that is done already. No stream is used after the close.
+// Create and destroy the list mutex. Calling either again has no effect. No stream may be used after the close.
 void MetadataServiceInit();
 void MetadataServiceClose();
 
-// Scratch space for records too big for half of what is free in their area; the caller keeps it until another is set.
-// Streams share it. kKzmfNoRoom when either argument is 0.
+// Sets the scratch space that all streams share for samples that need half of what their area has free, or more. It
+// must stay until another one is set. kKzmfNoRoom when either argument is 0.
 uint32_t MetadataSetWorkBuf(void* buffer, uint32_t size);
 
 // ---------------------------------------------------------------- streams
@@ -61,12 +61,11 @@ bool MetadataHasStreams();
 // Stores `repeat` samples of `structureSize` bytes each under `key`; `data` must hold their product. Values are in the
 // machine's byte order unless flagged. For type '?' the fields follow the stream's last "TYPE" text. A time offset
 // other than 0 is kept in the sticky "TIMO".
-//   kKzmfDone      stored; or dropped without a word: a key that is not four valid characters, a container whose data
+//   kKzmfDone      stored; or silently dropped, when the key is not four valid characters, or the data of a container
 //                  is not a sequence of records
 //   kKzmfNoHandle
 //   kKzmfNoRoom    no room in the area that the flags choose; also for more than 255 bytes a sample or 65535 samples
-// A sticky area without room for "TSMP" or "TIMO" does not refuse samples for the payload area: they are stored
-// without.
+// When the sticky area has no room for "TSMP" or "TIMO", samples for the payload area are stored without that value.
 uint32_t MetadataStreamWrite(void* handle, uint32_t key, uint32_t type, uint32_t structureSize, uint32_t repeat,
                              const void* data, uint32_t flags, float timeOffset);
 
@@ -82,27 +81,27 @@ uint32_t AppendFormattedMetadata(void* handle, const void* record, uint32_t leng
 // copy is asked for by its pair of out-parameters (either may be null); they are left alone on kKzmfNoRoom and say 0
 // bytes when there is nothing. In the session copy a record of at least 2 * sessionRate samples is thinned to about
 // `sessionRate` whole samples; a rate of 0 thins nothing. A stream that has had samples but has none now gives an empty
-// record and counts in "EMPT"; one that never had anything gives an empty "STRM".
+// record of its last key and counts this in "EMPT"; one in which nothing was ever stored gives an empty "STRM".
 uint32_t MetadataGetPayloadAndSession(void* buffer, uint32_t bufferSize, void** payload, uint32_t* payloadSize,
                                       void** session, uint32_t* sessionSize, uint32_t sessionRate);
 uint32_t MetadataGetPayload(void* buffer, uint32_t bufferSize, void** payload, uint32_t* payloadSize);
 
 // The exact size that the payload (rate 0) or the session copy would take now.
 uint32_t MetadataEstimateReadBufferSize(uint32_t sessionRate);
-// A generous bound for both together, from the room used now.
+// An upper estimate for both together: 2.2 times the room that is used now.
 uint32_t MetadataMaximumReadBufferSize();
 
 // ---- payloads of a limited size: the streams in groups
 
-// Where a round over the list stands.
+// The state of a round over the list.
 struct kzmfGroup {
     uint32_t limit;     // most bytes of one payload; a stream that is longer by itself gets a payload of its own
     bool unsentOnly;    // pass over streams in which nothing was stored since the last extraction
     uint32_t position;  // streams of the list already passed; 0 begins a round
 };
-// As MetadataGetPayload for the next streams of the round that fit the limit together, without those that never had
-// anything. 0 bytes: the round is over. kKzmfNoRoom: the next stream does not fit the buffer at all; it is passed over
-// and keeps its samples.
+// Does what MetadataGetPayload does, for the next streams of the round that fit the limit together. Streams in which
+// nothing was ever stored are left out. A payload of 0 bytes ends the round. kKzmfNoRoom says that the next stream does
+// not fit the buffer at all; it is passed over and keeps its samples.
 uint32_t MetadataGetPayloadGroup(kzmfGroup& group, void* buffer, uint32_t bufferSize, void** payload,
                                  uint32_t* payloadSize);
 // The size of a payload of the streams in which something was stored since the last extraction; 0 when there is none.

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
-#include <functional>
 #include <thread>
 
 #include "kzTlv.h"
@@ -28,15 +27,8 @@ class Message : public testing::Test {
     kzmsg m_message;
 };
 
-// Hands a message to the mailbox a request names.
-void answer(const std::string& request, const std::string& reply) {
-    char source[64] = {};
-    sntlv_find(source, sizeof(source), TLV_SRC, reinterpret_cast<const unsigned char*>(request.data()));
-    EXPECT_EQ(kzMbox_try_send(source, reply.data(), static_cast<uint32_t>(reply.size())), KZ_SEND_OK);
-}
-
 // The well-formed reply to a request.
-std::string accept(std::string request) {
+std::string Accepted(std::string request) {
     request.resize(KZMSG_MAX);
     auto* reply = reinterpret_cast<unsigned char*>(request.data());
     sntlv_remove(reply, KZMSG_MAX, TLV_END);
@@ -46,28 +38,6 @@ std::string accept(std::string request) {
     request.resize(sntlv_msg_len(reply));
     return request;
 }
-
-class Exchange : public Message {
-  protected:
-    Exchange() { g_timedreceive = 60; }
-
-    // One exchange with a peer that answers the request with what `reply` makes of it.
-    int exchange(const std::function<std::string(const std::string&)>& reply) {
-        std::thread peer([this, &reply] {
-            pollfd waiting = {m_peer.mqd(), POLLIN, 0};
-            poll(&waiting, 1, -1);
-            const std::string request = m_peer.take();
-            answer(request, reply(request));
-        });
-        const int result = kzmsg_send_timedreceive(&m_message, m_own.c_str(), "/to_kznet", m_peer.c_str(), 0);
-        peer.join();
-        EXPECT_EQ(mq_open(m_own.c_str(), O_RDONLY), -1) << "the own mailbox is gone";
-        return result;
-    }
-
-    const TestQueue m_peer{"peer", 2};
-    const TestQueue m_own{"own"};
-};
 
 }  // namespace
 
@@ -109,19 +79,19 @@ TEST_F(Message, FailingPeerIsReportedByTheTrySendAloneWhichCanBeRepeated) {
 
 TEST_F(Message, TrySendReportsAnInvalidMessage) {
     const TestQueue queue("invalid", 1);
-    const auto expectInvalid = [&](const char* from, const char* to) {
+    // The third does not fit; the fourth leaves no room for the rest.
+    const std::tuple<const char*, const char*, std::string, uint8_t> kRows[] = {
+        {"", "/to", "", 16},
+        {"/src", nullptr, "", 16},
+        {"/src", "/to", std::string(KZMSG_MAX, 'x'), 16},
+        {"/src", "/to", std::string(KZMSG_MAX - 20, 'x'), 16},
+        {"/src", "/to", "", 240}};
+    for (const auto& [from, to, argument, category] : kRows) {
         m_log.Clear();
+        build(argument, category);
         EXPECT_EQ(kzmsg_try_send(&m_message, from, to, queue.c_str(), 0), KZ_SEND_INVALID);
         EXPECT_EQ(m_log.Count("[ERROR] message"), 1u);
-    };
-    expectInvalid("", "/to");
-    expectInvalid("/src", nullptr);
-    build(std::string(KZMSG_MAX, 'x'));  // does not fit
-    expectInvalid("/src", "/to");
-    build(std::string(KZMSG_MAX - 20, 'x'));  // leaves no room for the rest
-    expectInvalid("/src", "/to");
-    build("", 240);
-    expectInvalid("/src", "/to");
+    }
     EXPECT_EQ(queue.take(), "");
 }
 
@@ -144,54 +114,53 @@ TEST_F(Message, IsDumpedWhenTheBitOfItsLabelIsSet) {
     EXPECT_EQ(bits, "  0 1 2 3 4 5 6 7 8 9 10 11 16 17 18 19 20 21 22 23 24 25 26 27 28 29 26 27  ");
 }
 
-TEST_F(Exchange, ReplyReplacesTheRequest) {
-    uint8_t* data = nullptr;
-    uint32_t length = 99;
-    EXPECT_EQ(kzmsg_response(&m_message, &data, &length), nullptr);
-    EXPECT_EQ(length, 0u);
-
-    const int result = exchange(accept);
-
-    EXPECT_EQ(result, static_cast<int>(m_message.length));
-    EXPECT_EQ(m_message.buf[3], 17);
-    EXPECT_EQ(kzmsg_response(&m_message, &data, &length), data);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(data), length), "ok");
-}
-
-TEST_F(Exchange, CallingErrorsOfTheWrittenSendsAbort) {
-    const auto exchangeWith = [this](const char* from) {
-        kzmsg_send_timedreceive(&m_message, from, m_peer.c_str(), nullptr, 0);
-    };
-    EXPECT_DEATH(kzmsg_send(&m_message, "/src", m_own.c_str(), nullptr, 0),
-                 "ASSERT:libkzCommon/src/kzMsg/kzmsg_send:[0-9]+:kzMbox_txopen\\(via, &txq\\) == 0");
-    EXPECT_DEATH(exchangeWith(m_peer.c_str()), "kzMbox_rxopen_shared\\(from, KZMSG_MAX_COUNT_SM, &rxq\\) == 0");
-    build("", 240);
-    EXPECT_DEATH(exchangeWith("/src"), "kzmsg_send_timedreceive:[0-9]+:0 == tlv_validate\\(iobuf->buf\\)");
-}
-
-TEST_F(Exchange, SilenceIsATimeoutThatKeepsTheRequest) {
-    g_timedreceive = 0;
-
-    EXPECT_EQ(kzmsg_send_timedreceive(&m_message, m_own.c_str(), m_peer.c_str(), nullptr, 0), kExchangeTimeout);
-
-    EXPECT_EQ(m_message.length, 0xFFFFFFFFu);
-    EXPECT_EQ(tlv_validate(m_message.buf), 0);
-    EXPECT_EQ(m_log.Count("Warning: 0 seconds timeout expired"), 1u);
-    EXPECT_NE(m_peer.take(), "");
-}
-
-TEST_F(Exchange, InvalidReplyIsDumpedAndReported) {
-    const std::function<std::string(const std::string&)> replies[] = {
-        [](const std::string& request) { return request.substr(0, request.size() - 1); },
-        [](const std::string&) { return std::string(); },
-        [](const std::string&) { return std::string(20, '\xFF'); },
-        [](const std::string& request) { return accept(request).replace(3, 1, "\xF0"); },
-    };
-    for (const auto& reply : replies) {
+TEST_F(Message, ExchangeEndsWithTheReplyOrWithTheReasonWhyThereIsNone) {
+    const TestQueue peer("peer", 2);
+    const TestQueue own("own");
+    using Reply = std::string (*)(const std::string& request);
+    const std::pair<Reply, int> kRows[] = {
+        {[](const std::string& request) { return Accepted(request); }, KZ_SEND_OK},
+        {[](const std::string& request) { return request.substr(0, request.size() - 1); }, kExchangeInvalidReply},
+        {[](const std::string&) { return std::string(); }, kExchangeInvalidReply},
+        {[](const std::string&) { return std::string(20, '\xFF'); }, kExchangeInvalidReply},
+        {[](const std::string& request) { return Accepted(request).replace(3, 1, "\xF0"); }, kExchangeInvalidReply},
+        {nullptr, kExchangeTimeout}};
+    for (const auto& [reply, result] : kRows) {
         m_log.Clear();
         build("\x03");
-        EXPECT_EQ(exchange(reply), kExchangeInvalidReply);
-        EXPECT_EQ(m_log.Count("[         DMSGERR: 261] kzmsg_send_timedreceive:\n\n"), 1u);
-        EXPECT_EQ(m_log.Count("ERROR      00000000  "), m_message.length > 0 ? 1u : 0u);
+        uint8_t* data = nullptr;
+        uint32_t length = 99;
+        EXPECT_EQ(kzmsg_response(&m_message, &data, &length), nullptr);
+        EXPECT_EQ(length, 0u);
+        g_timedreceive = reply != nullptr ? 60 : 0;
+        std::thread answering([&, reply = reply] {
+            pollfd waiting = {peer.mqd(), POLLIN, 0};
+            poll(&waiting, 1, -1);
+            const std::string answer = reply != nullptr ? reply(peer.take()) : peer.take();
+            if (reply != nullptr) {
+                EXPECT_EQ(kzMbox_try_send(own.c_str(), answer.data(), static_cast<uint32_t>(answer.size())), 0);
+            }
+        });
+
+        const int received = kzmsg_send_timedreceive(&m_message, own.c_str(), "/to_kznet", peer.c_str(), 0);
+
+        answering.join();
+        EXPECT_EQ(mq_open(own.c_str(), O_RDONLY), -1) << "the own mailbox is gone";
+        EXPECT_EQ(m_log.Count("Warning: 0 seconds timeout expired"), result == kExchangeTimeout ? 1u : 0u);
+        const bool isDumped = result == kExchangeInvalidReply;
+        EXPECT_EQ(m_log.Count("[         DMSGERR: 261] kzmsg_send_timedreceive:\n\n"), isDumped ? 1u : 0u);
+        EXPECT_EQ(m_log.Count("ERROR      00000000  "), isDumped && m_message.length > 0 ? 1u : 0u);
+        EXPECT_EQ(received, result == KZ_SEND_OK ? static_cast<int>(m_message.length) : result);
+        if (result == KZ_SEND_OK) {
+            EXPECT_EQ(m_message.buf[3], 17);
+            EXPECT_EQ(kzmsg_response(&m_message, &data, &length), data);
+            EXPECT_EQ(std::string(reinterpret_cast<char*>(data), length), "ok");
+        }
     }
+    EXPECT_EQ(m_message.length, 0xFFFFFFFFu);
+    EXPECT_EQ(tlv_validate(m_message.buf), 0) << "a timeout keeps the request";
+    build("");
+    EXPECT_DEATH(kzmsg_send(&m_message, "/src", own.c_str(), nullptr, 0), "kzMbox_txopen\\(via, &txq\\) == 0");
+    build("", 240);
+    EXPECT_DEATH(kzmsg_send(&m_message, "/src", own.c_str(), nullptr, 0), "0 == tlv_validate\\(iobuf->buf\\)");
 }

@@ -137,6 +137,7 @@ TEST(KzmfStore, InvalidKeysAndContainersAreDroppedWithoutAWord) {
     EXPECT_EQ(AreasAfter({Sample("AZaz", 1), Sample("09 Z", 1)}),
               "AZaz:S2x1:00010000 09 Z:S2x1:00010000 | TSMP:L4x1:00000002");
     EXPECT_EQ(AreasAfter({{"NEST", 0, 1, {inner.begin(), inner.end() - 1}}, {"NEST", 0, 1, {1, 2, 3}}}), " | ");
+    EXPECT_EQ(AreasAfter({{"NEST", 0, 1, {'D', 'E', 'E', 'P', 0, 1, 0, 4, 1, 2, 3, 4}}}), " | ");
     EXPECT_EQ(AreasAfter({{"NEST", 0, 1, inner}}), "NEST:1x12{HRAT:S2x1:00480000} | TSMP:L4x1:0000000C");
 }
 

