@@ -63,7 +63,7 @@ class HandlersTest : public testing::Test {
     static std::string Calls() {
         std::string text;
         for (const fakes::Call& call : fakes::Calls()) {
-            if (call != fakes::CsiSet(CSI_ANALYTICS_SOURCE, {KZ_CALLER_BLE_RC})) {
+            if (call != fakes::Call{"csi_set", CSI_ANALYTICS_SOURCE, {KZ_CALLER_BLE_RC}}) {
                 text += (text.empty() ? "" : ", ") + testing::PrintToString(call);
             }
         }

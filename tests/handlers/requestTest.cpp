@@ -43,7 +43,7 @@ TEST_F(RequestTest, AQueryWhoseAnswerDoesNotFitGetsWholeEntriesAndSmallerGroupsG
         EXPECT_EQ(sizeOf({query}), 2 + (kWholeCapacity - 2) / settingSize * settingSize);
         EXPECT_EQ(m_code, KZ_OK);
         EXPECT_EQ(log.Lines().size(), 1u);
-        EXPECT_TRUE(Answer(m_query, {query}).starts_with(ToHex({query, 1})));
+        EXPECT_TRUE(Answer(m_query, {query}).starts_with(ToHex(Bytes{query, 1})));
     }
     for (uint8_t id = 1; id < 182; ++id) {
         EXPECT_EQ(sizeOf({0x42, id}), 2u + 256 * (kzSettingWidth(58, id) == eValueWidth4Bytes ? 10 : 7)) << int{id};
