@@ -3,12 +3,18 @@ if(KZ_BUILD_TESTS)
   add_executable(roadsEmpty ${CMAKE_CURRENT_SOURCE_DIR}/roadsEmpty.cpp)
   target_link_libraries(roadsEmpty PRIVATE kzOptions kzBleServer)
 
+  add_library(kzAllocationCounter MODULE ${CMAKE_CURRENT_SOURCE_DIR}/allocationCounter.cpp)
+  target_link_libraries(kzAllocationCounter PRIVATE kzOptions)
+
   find_package(ZLIB REQUIRED)
-  add_executable(roadsBench ${CMAKE_CURRENT_SOURCE_DIR}/roadsBench.cpp ${CMAKE_CURRENT_SOURCE_DIR}/roadsRig.cpp)
-  target_link_libraries(roadsBench PRIVATE kzOptions kzE2eEngine kzBleModel ZLIB::ZLIB)
+  add_executable(
+    roadsBench ${CMAKE_CURRENT_SOURCE_DIR}/roadsBench.cpp ${CMAKE_CURRENT_SOURCE_DIR}/roadsRig.cpp
+               ${CMAKE_CURRENT_SOURCE_DIR}/roadsAllocations.cpp)
+  target_link_libraries(roadsBench PRIVATE kzOptions kzE2eEngine kzBleModel kzBleFraming ZLIB::ZLIB)
   target_compile_definitions(roadsBench PRIVATE KZ_ROADS_EMPTY="$<TARGET_FILE:roadsEmpty>"
-                                                KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts")
-  add_dependencies(roadsBench kzBleSdkD roadsEmpty)
+                                                KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts"
+                                                KZ_ALLOCATION_COUNTER="$<TARGET_FILE:kzAllocationCounter>")
+  add_dependencies(roadsBench kzBleSdkD roadsEmpty kzAllocationCounter)
 endif()
 
 # The instructions of the same roads; valgrind counts them.

@@ -2,8 +2,8 @@
 // program needs for the same messages. Round trips are timed with both processes on one processor; work that comes in
 // bursts is measured as processor time, which other programs of the machine disturb least.
 //
-// roadsBench [ROW...] measures only the rows whose letter is named: query, command, shed, start, idle, push, transfer,
-// image.
+// roadsBench [ROW...] measures only the rows that are named: query, command, shed, start, idle, push, transfer, image,
+// allocations.
 #include <cjson/cJSON.h>
 #include <fcntl.h>
 #include <sys/select.h>
@@ -26,6 +26,7 @@
 #include "engine/world.h"
 #include "kzTlv.h"
 #include "roadTable.h"
+#include "roadsAllocations.h"
 #include "roadsRig.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
@@ -461,6 +462,7 @@ int main(int argc, char** argv) {
         {"push", MeasurePush},
         {"transfer", MeasureTransfer},
         {"image", MeasureImageCheck},
+        {"allocations", [] { roads::MeasureAllocations(kQuiet); }},
     };
     for (const auto& [name, measure] : rows) {
         if (!wanted(name)) {

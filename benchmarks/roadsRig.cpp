@@ -33,7 +33,7 @@ using e2e::Queue;
 constexpr const char* kEventQueue = "/to_kzBleD";
 constexpr const char* kCsiQueue = "/to_blesdk";
 constexpr const char* kNetworkQueue = "/to_kznet";
-constexpr uint8_t kGates[] = {KZ_STR_ID_COMMAND_CCC, KZ_STR_ID_SETTINGS_CCC, KZ_STR_ID_QUERY_CCC};
+constexpr uint8_t kGates[] = {KZ_STR_ID_COMMAND_CCC, KZ_STR_ID_SETTINGS_CCC, KZ_STR_ID_QUERY_CCC, KZ_STR_ID_SENSOR_CCC};
 constexpr uint8_t kModelNumber = 58;
 constexpr std::chrono::milliseconds kExitPoll{300};
 constexpr int kStartAttempts = 100;
@@ -93,8 +93,10 @@ void ServeConnection(int connection) {
         const kzwire::ReplyHeader done{header.sequence, 0};
         std::memcpy(reply, &done, sizeof(done));
         reply[sizeof(done)] = kModelNumber;
-        const bool asksModel = header.operation == kzwire::Operation::ControlModelNumber;
-        send(connection, reply, sizeof(done) + (asksModel ? 1 : 0), MSG_NOSIGNAL);
+        // One byte for a question: the model's number, or that the option exists.
+        const bool asks = header.operation == kzwire::Operation::ControlModelNumber ||
+                          header.operation == kzwire::Operation::ControlOptionExists;
+        send(connection, reply, sizeof(done) + (asks ? 1 : 0), MSG_NOSIGNAL);
     }
     close(connection);
 }

@@ -29,7 +29,7 @@ void Send(BleNotificationClient& client, std::vector<uint8_t> request) {
 
 void CheckRecords() {
     constexpr size_t kSequenceSize = 4;
-    for (const fakes::Call& call : fakes::Calls("kzIpcSend")) {
+    for (const fakes::Call& call : fakes::Calls("ipc-send")) {
         const auto size = static_cast<uint32_t>(call.argument.size() - kSequenceSize);
         Require(size > 0 && size <= 1400);
         Require(MetadataIsValidKZMF(call.argument.data() + kSequenceSize, size, true));

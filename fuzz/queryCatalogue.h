@@ -2,48 +2,27 @@
 // length.
 #pragma once
 
-#include <cjson/cJSON.h>
+#include <numeric>
 
-#include <string>
-
-#include "bleSDK.h"
-#include "settingsStatusMapping.h"
+#include "testModel.h"
 
 namespace queryFuzz {
 
 // Loads the catalogue, once, and values for its ids.
 inline void LoadModel() {
-    BleSDK* sdk = BleSDK::GetInstance();
-    if (sdk->m_pSettingsMapping != nullptr) {
+    if (BleSDK::GetInstance()->m_pSettingsMapping != nullptr) {
         return;
     }
-    std::string settings;
+    std::map<int, std::vector<int>> settings;
     std::string values;
     for (int id = 1; id < 60; ++id) {
-        std::string options = R"({"id":0,"display_name":"O"})";
-        for (int option = 1; option < id * 10; ++option) {
-            options += R"(,{"id":)" + std::to_string(option) + R"(,"display_name":"O"})";
-        }
+        settings[id].resize(static_cast<size_t>(id) * 10);
+        std::iota(settings[id].begin(), settings[id].end(), 0);
         const std::string number = std::to_string(id);
-        settings += R"({"id":)" + number + R"(,"display_name":"S","options":[)" + options + "]},";
-        values += "\"" + number + "\":" + number + ",";
+        values += (id == 1 ? "\"" : ",\"") + number + "\":" + number;
     }
-    settings.pop_back();
-    values.pop_back();
-    const std::string catalogue = R"({"modes":[],"settings":[)" + settings +
-                                  R"(],"status":{"groups":[{"fields":[{"id":8,"name":"B"},{"id":29,"name":"T"}]}]},
-        "filters":[{"activated_by":[{"status_id":8,"values":[1]}],"blacklist":[]}]})";
-    const std::string push =
-        "{\"settings\":{" + values + "},\"status\":{\"8\":1,\"29\":\"" + std::string(400, 't') + "\"}}";
-
-    sdk->m_pSettingsMapping = new SettingsStatusMapping();  // owned by the facade
-    cJSON* root = cJSON_Parse(catalogue.c_str());
-    sdk->m_pSettingsMapping->ParseSettings(root);
-    sdk->m_pSettingsMapping->ParseStatus(root);
-    sdk->m_pSettingsMapping->ParseFilters(root);
-    cJSON_Delete(root);
-    bool capabilitiesChanged = false;
-    sdk->m_pSettingsMapping->CurrentSettingsStatusFromJSON(push.c_str(), capabilitiesChanged);
+    fakes::LoadCatalogue(settings);
+    fakes::PushValues("{\"settings\":{" + values + "},\"status\":{\"8\":1,\"29\":\"" + std::string(400, 't') + "\"}}");
 }
 
 }  // namespace queryFuzz

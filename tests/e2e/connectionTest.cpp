@@ -5,7 +5,8 @@ namespace e2e {
 namespace {
 
 constexpr uint8_t kVoice = 10;
-constexpr uint8_t kSystemState = 111;  // CSI key: 1 suspended, 0 resumed
+constexpr uint8_t kSystemState = 111;  // CSI keys: 1 suspended, 0 resumed;
+constexpr uint8_t kWmsState = 74;      // 17 configure mode
 
 using Connection = E2e;
 
@@ -39,7 +40,14 @@ TEST_F(Connection, RecordsThatFitNoClientAreLoggedAndIgnored) {
           sends(eventRecord(KZBLE_SDK_EVENT_CCC, 1, {9, 1})), logs("[DEBUG] Invalid CCC stream ID 9", "bleDevice.cpp"),
           writesPacket(1, 3, "01 3a"), logs("[ERROR] Unhandled stream type:3 in BLE SDK Message."),
           sends(eventRecord(77, 1)), logs("[ERROR] Unhandled event_type 77"),
-          logs("[ERROR] event_type:77 returned kzErrno:(-104)"), quiet()});
+          logs("[ERROR] event_type:77 returned kzErrno:(-104)"), sends(debugRecord(9)),
+          logs("[ERROR] Unrecognized command on debug event"), quiet()});
+    // Each event is one of its kind and no other.
+    for (const char* line : {"Received event", "Unhandled device conenction", "Invalid CCC stream ID",
+                             "Unhandled stream", "Unrecognized command on debug"}) {
+        EXPECT_EQ(rig->daemon.count(line), 1u) << line;
+    }
+    EXPECT_EQ(rig->daemon.count("Unhandled event_type " + std::to_string(KZBLE_SDK_EVENT_Debug) + " "), 0u);
 }
 
 TEST_F(Connection, AnswersLeaveThroughTheirOpenGateAndAreDroppedByAClosedOne) {
@@ -107,6 +115,14 @@ TEST_F(Connection, PushRegistrationLastsFromTheFirstClientToTheLast) {
     play({replies("command 0", -1), connects(1), calls(registration(1)),
           logs("[ERROR] Unable to register with kzControl for push notifications"), replies("command 0", 0),
           connects(2), calls(registration(1))});
+}
+
+TEST_F(Connection, WhoLeavesInConfigureModeEndsIt) {
+    serve();
+    play({connects(1), connects(2), disconnects(1), notifies("CN", csiRecord(kWmsState, 17u)), disconnects(2),
+          logs("[ERROR] EXIT CONFIGURE MODE on BLE DISCONNECT"),
+          tellsNet("18 CI /to_kznet>/to_kznet: 49 01 00 00 00 02")});
+    EXPECT_EQ(rig->network->waiting(), 0);
 }
 
 TEST_F(Connection, SuspendedCameraRegistersWhenItResumes) {

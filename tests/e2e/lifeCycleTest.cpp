@@ -24,6 +24,7 @@ TEST_F(LifeCycle, StartSubscribesAndAnOrderlyStopTakesEverythingBack) {
     EXPECT_EQ(rig->shutDown(), 0);
     play({tellsNet("16 CR /to_blesdk>/to_kznet: 03")});
     EXPECT_EQ(rig->camera.takeCalls(), registration(0) + ", close");
+    EXPECT_EQ(rig->daemon.count("Unrecognized command"), 0u);
     EXPECT_FALSE(ownQueuesExist());
     EXPECT_TRUE(queueExists(kMqToBleSdk) && queueExists(kMqToSkylark)) << "they are the radio stack's";
 }

@@ -90,6 +90,7 @@ TEST_F(Log, StatusDumpListsQueuesAndClients) {
                              "status interest       : NONE"}) {
         play({logs(std::string("[INFO ] ") + line, "bleDevice.cpp")});
     }
+    EXPECT_EQ(rig->daemon.count("Dumping device status at server"), 1u);
 }
 
 TEST_F(Log, FullQueueIsReportedOnTheTick) {

@@ -14,7 +14,7 @@ class MetadataHandOver : public testing::Test {
 
     // Counts in what was sent since the last call: whole payloads of the size that the service takes.
     void Receive() {
-        for (const fakes::Call& call : fakes::Calls("kzIpcSend")) {
+        for (const fakes::Call& call : fakes::Calls("ipc-send")) {
             const KzmfDocument document = ReadKzmf(std::span(call.argument).subspan(4));
             EXPECT_EQ(document.error, "");
             EXPECT_LE(call.argument.size(), 4u + 1400u);
@@ -47,7 +47,7 @@ TEST_F(MetadataHandOver, RecordIsASequenceNumberFrom49To64AndOnFrom48BeforeThePa
 
     const auto calls = fakes::Calls();
     ASSERT_EQ(calls.size(), 3u);
-    EXPECT_EQ(calls[0], (fakes::Call{"kzIpcInit", 0, fakes::BytesOf("metadata")}));
+    EXPECT_EQ(calls[0], (fakes::Call{"ipc-init", 0, fakes::BytesOf("metadata")}));
     EXPECT_EQ(Hex(std::span(calls[1].argument).first(4)), "31000000");
     EXPECT_EQ(Records(std::span(calls[1].argument).subspan(4)),
               "DEVC:1x56{DVID:L4x1:00000401 DVNM:c1x3:48524D00 STRM:1x24{TSMP:L4x1:00000001 HRAT:S2x1:00480000}}");
@@ -55,7 +55,7 @@ TEST_F(MetadataHandOver, RecordIsASequenceNumberFrom49To64AndOnFrom48BeforeThePa
     for (int i = 0; i < 16; ++i) {
         handOver.writeSession();
     }
-    const auto sent = fakes::Calls("kzIpcSend");
+    const auto sent = fakes::Calls("ipc-send");
     EXPECT_EQ(Hex(std::span(sent.at(15).argument).first(4)), "40000000");
     EXPECT_EQ(Hex(std::span(sent.at(16).argument).first(4)), "30000000");
 }

@@ -167,11 +167,11 @@ TEST_F(Catalogue, DumpListsEverything) {
 
 TEST_F(Catalogue, ModelNumberComesFromTheControlDaemonAndAsksItAboutOptions) {
     fakes::SetModelNumber(0, 60);
-    fakes::SetOptionExists(
-        [](uint32_t model, uint32_t setting, uint32_t option) { return model == 60 && setting == 200 && option == 7; });
+    fakes::OnOption(7, false);
     Model model;
     EXPECT_TRUE(model.IsCurrentlyValidSettingOptionId(200, 7));
     EXPECT_FALSE(model.IsCurrentlyValidSettingOptionId(7, 200));
+    EXPECT_EQ(fakes::Calls("option").front(), (fakes::Call{"option", 200, fakes::Le32({60, 7})}));
 
     fakes::SetModelNumber(-1, 60);
     EXPECT_EQ(Model().modelNumber, 58);

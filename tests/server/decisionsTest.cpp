@@ -1,9 +1,18 @@
-// The server's decisions, as the functions over plain numbers that they are.
+// Plain decisions of the server: how much may be sent, which image an accessory gets, and who is known again.
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
-#include "accessoryState.h"
-#include "statusByte.h"
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "accessoryImage.h"
+#include "cameraFakes.h"
+#include "clientTable.h"
+#include "privateTmp.h"
 #include "transmitPlan.h"
+#include "utils.h"
 
 namespace {
 
@@ -24,16 +33,20 @@ TEST(TransmitPlanTest, TransferLeavesHalfOfTheQueueAndCreepsAboveIt) {
     const struct {
         QueueFill queue;
         long budget;
+        bool isBusy;
     } rows[] = {
-        {{10, 0}, 5},   {{10, 5}, 1},   {{10, 7}, 1}, {{10, 8}, 0}, {{10, 10}, 0}, {{100, 49}, 1},
-        {{100, 74}, 1}, {{100, 75}, 0}, {{0, 0}, 0},  {{1, 0}, 1},  {{1, 1}, 0},
+        {{10, 0}, 5, false},  {{10, 3}, 2, false},  {{10, 4}, 1, true},   {{10, 5}, 1, true},
+        {{10, 7}, 1, true},   {{10, 8}, 0, true},   {{10, 10}, 0, true},  {{100, 25}, 25, false},
+        {{100, 49}, 1, true}, {{100, 74}, 1, true}, {{100, 75}, 0, true}, {{100, 33}, 17, false},
+        {{0, 0}, 0, false},   {{1, 0}, 1, false},   {{1, 1}, 0, true},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(TransferBudget(row.queue), row.budget) << row.queue.used << " of " << row.queue.capacity;
+        EXPECT_EQ(row.queue.IsBusy(), row.isBusy) << row.queue.used << " of " << row.queue.capacity;
     }
 }
 
-TEST(TransmitPlanTest, ImageTakesThirtyPacketsOrItsBlockAtMost) {
+TEST(TransmitPlanTest, ImageTakesThirtyPacketsOrItsBlockAtMostAndPercentCountsItWithoutItsHeader) {
     EXPECT_EQ(StreamedImageBudget({100, 0}), 30);
     EXPECT_EQ(StreamedImageBudget({100, 30}), 20);
     EXPECT_EQ(StreamedImageBudget({100, 80}), 0);
@@ -42,9 +55,6 @@ TEST(TransmitPlanTest, ImageTakesThirtyPacketsOrItsBlockAtMost) {
     EXPECT_EQ(BlockImageBudget({100, 49}, 500), 25);
     EXPECT_EQ(BlockImageBudget({100, 80}, 500), 0);
     EXPECT_EQ(BlockImageBudget({100, 60}, 0), 0);
-}
-
-TEST(TransmitPlanTest, PercentCountsTheImageWithoutItsHeader) {
     EXPECT_EQ(PercentDone(0, 220), 0);
     EXPECT_EQ(PercentDone(100, 220), 50);
     EXPECT_EQ(PercentDone(200, 220), 100);
@@ -53,45 +63,66 @@ TEST(TransmitPlanTest, PercentCountsTheImageWithoutItsHeader) {
     EXPECT_EQ(PercentDone(4000000000u, 4000000020u), 100);
 }
 
-TEST(CameraStateTest, StatusByteIsTheSumOfItsInputsAtTheirPlaces) {
-    const struct {
-        StInputs inputs;
-        uint8_t state;
-    } rows[] = {
-        {{}, 0x00},
-        {{.batteryGood = 1}, 0x04},
-        {{.sdCardGood = 1}, 0x08},
-        {{.busy = 1}, 0x10},
-        {{.paused = 1}, 0x20},
-        {{.paused = 8}, 0x00},
-        {{.newMedia = 1}, 0x02},
-        {{.batteryGood = 1, .sdCardGood = 1, .newMedia = 1, .st = 1}, 0x0F},
-        {{.busy = 255, .paused = 1}, 0x10},  // modulo 256
+TEST(ClientTableTest, TheLast4096DevicesAreKnownAgain) {
+    g_logLevel = KZ_LOG_OFF;
+    ClientTable table;
+    const auto idOf = [&](uint32_t device) {
+        uint8_t address[kBleAddressSize] = {};
+        std::memcpy(address, &device, sizeof(device));
+        return table.DeviceIdOfAddress(address);
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(CsiStState(row.inputs), row.state);
+    for (uint32_t device = 1; device <= kMaxDeviceHistory + 1; ++device) {
+        EXPECT_EQ(idOf(device), static_cast<uint8_t>(device));
+    }
+    EXPECT_EQ(idOf(2), 2);
+    EXPECT_EQ(idOf(1), static_cast<uint8_t>(kMaxDeviceHistory + 2)) << "forgotten";
+}
+
+// ---------------------------------------------------------------- accessory images
+
+TEST(AccessoryImageTest, FieldsAreReadFromTheHeaderOfAFileThatHoldsTheWholeImage) {
+    // Checksum, version 1.2.3, length, an image of five bytes.
+    fakes::Bytes file = fakes::Le32({0x11223344, 1, 2, 3, 5});
+    file.insert(file.end(), {1, 2, 3, 4, 5, 0xFF});  // with a byte behind it
+    const std::optional<AccessoryImage> image = ParseAccessoryImage(file);
+
+    ASSERT_TRUE(image.has_value());
+    EXPECT_EQ(image->version.AsNumber(), 0x010203u);
+    EXPECT_EQ(fakes::Bytes(image->image.begin(), image->image.end()), (fakes::Bytes{1, 2, 3, 4, 5}));
+    EXPECT_EQ(image->storedCrc, 0x11223344u);
+    EXPECT_EQ(JudgeImageVersion({0, 255, 255}, image->version, false), ImageVerdict::kAccept);
+    EXPECT_EQ(JudgeImageVersion({2, 0, 0}, image->version, false), ImageVerdict::kOlder);
+    for (ptrdiff_t length = 0; length < std::ssize(file) - 1; ++length) {
+        // In a buffer of its own, so that a step beyond it shows.
+        EXPECT_FALSE(ParseAccessoryImage(fakes::Bytes(file.begin(), file.begin() + length))) << length;
     }
 }
 
-TEST(CameraStateTest, TransferIsPermittedOnlyWhenEverythingIsInOrder) {
-    const StInputs good{.batteryGood = 1, .sdCardGood = 1, .newMedia = 1};
-    EXPECT_EQ(StReady(good), 1);
-    for (uint8_t StInputs::*const needed : {&StInputs::batteryGood, &StInputs::sdCardGood, &StInputs::newMedia}) {
-        StInputs inputs = good;
-        inputs.*needed = 0;
-        EXPECT_EQ(StReady(inputs), 0);
+TEST(AccessoryImageTest, TheFirstRegularFileInByteOrderIsTheImage) {
+    if (!fakes::EnterPrivateTmp()) {
+        GTEST_SKIP() << "the system allows no namespaces";
     }
-    for (uint8_t StInputs::*const hindrance : {&StInputs::busy, &StInputs::paused}) {
-        StInputs inputs = good;
-        inputs.*hindrance = 1;
-        EXPECT_EQ(StReady(inputs), 0);
-    }
-}
+    const auto make = [](const char* path) { std::ofstream(path) << "content"; };
+    std::filesystem::create_directories("/tmp/fuse_d/KZ_REMOTE_FW_0.bin");
+    ASSERT_EQ(mkfifo("/tmp/fuse_d/KZ_REMOTE_FW_1.bin", 0600), 0);
+    make("/tmp/secret");
+    std::filesystem::create_symlink("/tmp/secret", "/tmp/fuse_d/KZ_REMOTE_FW_2.bin");
+    std::filesystem::create_symlink("../secret", "/tmp/fuse_d/KZ_REMOTE_FW_3.bin");
+    std::filesystem::create_symlink("nowhere", "/tmp/fuse_d/KZ_REMOTE_FW_4.bin");
+    make("/tmp/fuse_d/xKZ_REMOTE_FW_0.bin");
+    make("/tmp/fuse_d/KZ_REMOTE_FW_a.img");
+    make("/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_ALDER), "");
 
-TEST(CameraStateTest, ExternalPowerMakesUpForAnEmptyBattery) {
-    EXPECT_EQ(BatteryGood(0, 19), 0);
-    EXPECT_EQ(BatteryGood(0, 20), 1);
-    EXPECT_EQ(BatteryGood(1, 0), 1);
+    // Whichever way the directory lists them, the first made and the last are not the first by name.
+    for (const char* name : {"b.bin", "a.bin.old", "c.bin"}) {
+        make((std::string("/tmp/fuse_d/KZ_REMOTE_FW_") + name).c_str());
+    }
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
+    std::filesystem::create_symlink("KZ_REMOTE_FW_c.bin", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_MAPLE), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_BIRCH), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
 }
 
 }  // namespace

@@ -2,31 +2,27 @@
 
 #include <mqueue.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <map>
 #include <utility>
 
 namespace {
 
 struct Queue {
+    std::string name;
     long depth = 0;
+    long seems = 0;  // its depth for who looks at it
     played::Messages messages;
 };
 
 constexpr int kFirstDescriptor = 10000;
 
-std::map<std::string, Queue> g_queues;
-std::vector<std::string> g_descriptors;  // by descriptor
+std::vector<Queue> g_queues;  // by descriptor
 
-Queue* QueueOf(mqd_t descriptor) {
-    const auto index = static_cast<size_t>(descriptor - kFirstDescriptor);
-    const auto queue = index < g_descriptors.size() ? g_queues.find(g_descriptors[index]) : g_queues.end();
-    if (queue == g_queues.end()) {
-        errno = EBADF;
-        return nullptr;
-    }
-    return &queue->second;
+// The number of a queue; that behind the last when there is none of the name.
+size_t Find(const std::string& name) {
+    const auto found = std::find_if(g_queues.begin(), g_queues.end(), [&](const Queue& q) { return q.name == name; });
+    return static_cast<size_t>(found - g_queues.begin());
 }
 
 }  // namespace
@@ -35,15 +31,18 @@ namespace played {
 
 void ResetQueues() {
     g_queues.clear();
-    g_descriptors.clear();
 }
 
-void SetDepth(const std::string& name, long depth) {
-    g_queues[name].depth = depth;
+void SetDepth(const std::string& name, long depth, long seems) {
+    const size_t number = Find(name);
+    g_queues.resize(std::max(number + 1, g_queues.size()));
+    g_queues[number].name = name;
+    g_queues[number].depth = depth;
+    g_queues[number].seems = std::max(depth, seems);
 }
 
 Messages Take(const std::string& name) {
-    return std::exchange(g_queues[name].messages, {});
+    return std::exchange(g_queues.at(Find(name)).messages, {});
 }
 
 }  // namespace played
@@ -51,12 +50,8 @@ Messages Take(const std::string& name) {
 extern "C" {
 
 mqd_t mq_open(const char* name, int, ...) noexcept {
-    if (!g_queues.contains(name)) {
-        errno = ENOENT;
-        return -1;
-    }
-    g_descriptors.emplace_back(name);
-    return kFirstDescriptor + static_cast<int>(g_descriptors.size()) - 1;
+    errno = ENOENT;
+    return Find(name) < g_queues.size() ? kFirstDescriptor + static_cast<int>(Find(name)) : -1;
 }
 
 int mq_close(mqd_t) noexcept {
@@ -64,27 +59,25 @@ int mq_close(mqd_t) noexcept {
 }
 
 int mq_getattr(mqd_t descriptor, struct mq_attr* attributes) noexcept {
-    const Queue* queue = QueueOf(descriptor);
-    if (queue == nullptr) {
+    *attributes = {};
+    errno = EBADF;
+    const auto number = static_cast<size_t>(descriptor - kFirstDescriptor);
+    if (number >= g_queues.size()) {
         return -1;
     }
-    *attributes = {};
-    attributes->mq_maxmsg = queue->depth;
+    attributes->mq_maxmsg = g_queues[number].seems;
     attributes->mq_msgsize = 1500;
-    attributes->mq_curmsgs = static_cast<long>(queue->messages.size());
+    attributes->mq_curmsgs = static_cast<long>(g_queues[number].messages.size());
     return 0;
 }
 
 int mq_send(mqd_t descriptor, const char* message, size_t length, unsigned int) {
-    Queue* queue = QueueOf(descriptor);
-    if (queue == nullptr) {
+    const auto number = static_cast<size_t>(descriptor - kFirstDescriptor);
+    if (number >= g_queues.size() || std::ssize(g_queues[number].messages) >= g_queues[number].depth) {
+        errno = number >= g_queues.size() ? EBADF : ETIMEDOUT;
         return -1;
     }
-    if (static_cast<long>(queue->messages.size()) >= queue->depth) {
-        errno = ETIMEDOUT;
-        return -1;
-    }
-    queue->messages.emplace_back(message, message + length);
+    g_queues[number].messages.emplace_back(message, message + length);
     return 0;
 }
 

@@ -14,8 +14,9 @@ using Messages = std::vector<fakes::Bytes>;
 
 // Forgets all queues; descriptors that are still open are closed.
 void ResetQueues();
-// Makes a queue, or gives an existing one another depth.
-void SetDepth(const std::string& name, long depth);
+// Makes a queue, or gives an existing one another depth. A queue that `seems` deeper is one whose last places another
+// sender takes between a look at it and a write.
+void SetDepth(const std::string& name, long depth, long seems = 0);
 // Takes what waits in the queue.
 Messages Take(const std::string& name);
 

@@ -1,24 +1,30 @@
-// Bytes as tests write and print them: "01 0a ff", blanks optional between bytes.
+// Bytes as the end-to-end tests name them; see fakes/bytes.h.
 #pragma once
 
-#include <cstdint>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
+#include <numeric>
+
+#include "../../fakes/bytes.h"
 
 namespace e2e {
 
-using Bytes = std::vector<uint8_t>;
+using Bytes = fakes::Bytes;
 
-// Blanks are skipped; anything else but pairs of hex digits throws std::invalid_argument.
-Bytes fromHex(std::string_view text);
-std::string toHex(std::span<const uint8_t> bytes);
+inline constexpr auto& fromHex = fakes::FromHex;
+inline constexpr auto& toHex = fakes::ToHex;
+inline constexpr auto& textBytes = fakes::BytesOf;
+inline Bytes little32(uint32_t value) {
+    return fakes::Le32({value});
+}
 
 // `count` bytes that differ from their neighbours: first, first + 1, ...
-Bytes ramp(size_t count, uint8_t first = 0);
-Bytes operator+(Bytes left, const Bytes& right);
-Bytes textBytes(std::string_view text);
-Bytes little32(uint32_t value);
+inline Bytes ramp(size_t count, uint8_t first = 0) {
+    Bytes bytes(count);
+    std::iota(bytes.begin(), bytes.end(), first);
+    return bytes;
+}
+inline Bytes operator+(Bytes left, const Bytes& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
 
 }  // namespace e2e

@@ -12,7 +12,7 @@ namespace e2e {
 void writeFile(const std::string& path, const Bytes& content);
 
 // Calls are written and compared as text:
-//     "open"  "close"  "caller 11"  "command 3: 01"  "camera-info"  "model-number"  "option 2: 04 00 00 00"
+//     "open"  "close"  "caller 11"  "command 3: 01"  "camera-info"  "model-number"  "option 2: 3a 00 00 00 04 00 00 00"
 //     "csi_get 104"  "csi_set 92: 0b"  "ipc-init: 6d ..."  "ipc-send: 31 00 00 00"  "ipc-destroy"
 class Camera {
   public:

@@ -9,7 +9,4 @@ namespace fakes {
 constexpr const char* kCameraCalls = "/tmp/cameraCalls";
 constexpr const char* kCameraReplies = "/tmp/cameraReplies/";
 
-// Heap allocations counted by the preloaded counter: eight bytes, host order.
-constexpr const char* kAllocationCount = "/tmp/allocationCount";
-
 }  // namespace fakes

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <numeric>
 #include <stdexcept>
 
-namespace e2e {
+namespace fakes {
 
-Bytes fromHex(std::string_view text) {
+Bytes FromHex(std::string_view text) {
     std::string digits(text);
     std::erase(digits, ' ');
     if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdef") != std::string::npos) {
@@ -20,7 +19,7 @@ Bytes fromHex(std::string_view text) {
     return bytes;
 }
 
-std::string toHex(std::span<const uint8_t> bytes) {
+std::string ToHex(std::span<const uint8_t> bytes) {
     std::string text;
     char digits[4];
     for (const uint8_t byte : bytes) {
@@ -30,24 +29,14 @@ std::string toHex(std::span<const uint8_t> bytes) {
     return text;
 }
 
-Bytes ramp(size_t count, uint8_t first) {
-    Bytes bytes(count);
-    std::iota(bytes.begin(), bytes.end(), first);
+Bytes Le32(std::initializer_list<uint32_t> numbers) {
+    Bytes bytes;
+    for (const uint32_t number : numbers) {
+        for (unsigned shift = 0; shift < 32; shift += 8) {
+            bytes.push_back(static_cast<uint8_t>(number >> shift));
+        }
+    }
     return bytes;
 }
 
-Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-Bytes textBytes(std::string_view text) {
-    return Bytes(text.begin(), text.end());
-}
-
-Bytes little32(uint32_t value) {
-    return {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value >> 16),
-            static_cast<uint8_t>(value >> 24)};
-}
-
-}  // namespace e2e
+}  // namespace fakes

@@ -1,15 +1,16 @@
-// Preloaded into an unchanged program: counts its heap allocations in a word that a test reads.
+// Preloaded into an unchanged program: counts its heap allocations in a word that the benchmark reads.
 //
-// The word is the first eight bytes of the file below, made by the test; without it nothing is counted. The C library's
-// own allocator does the work.
-#include "paths.h"
-
+// The word is the first eight bytes of the file below, made by the benchmark; without it nothing is counted. The C
+// library's own allocator does the work.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+
+#include "roadsAllocations.h"
 
 extern "C" {
 void* __libc_malloc(size_t size);
@@ -23,7 +24,7 @@ namespace {
 std::atomic<uint64_t>* g_count = nullptr;
 
 __attribute__((constructor)) void attach() {
-    const int fd = open(fakes::kAllocationCount, O_RDWR | O_CLOEXEC);
+    const int fd = open(roads::kAllocationCount, O_RDWR | O_CLOEXEC);
     if (fd < 0) {
         return;
     }
