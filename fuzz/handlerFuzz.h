@@ -57,11 +57,9 @@ void Run(const uint8_t* data, size_t size, Prepare prepare) {
     if (sdk->m_pSettingsMapping == nullptr) {
         sdk->m_pSettingsMapping = new SettingsStatusMapping();  // owned by the facade
     }
-    BleNotificationClient client(7, 1, data[1]);
     TestServices services;
-    client.Attach(services.services);
+    BleNotificationClient client(7, 1, data[1], services.services);
     Message message;
-    message.Attach(services.services);
     std::vector<uint8_t> request(data + kPreamble, data + size);  // exact, so that a read past its end is seen
     prepare(request);
     const uint16_t capacity = data[2] == 255 ? kCapacity : data[2];

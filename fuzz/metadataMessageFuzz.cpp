@@ -43,8 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_logLevel = KZ_LOG_OFF;
     fakes::Reset();
     TestServices services;
-    BleNotificationClient client(7, 1, 12);
-    client.Attach(services.services);
+    BleNotificationClient client(7, 1, 12, services.services);
     for (Input input(data, size); !input.IsEmpty(); CheckRecords()) {
         const uint8_t length = input.Byte();
         if (length == 255) {

@@ -120,7 +120,7 @@ TEST_F(Connection, PushRegistrationLastsFromTheFirstClientToTheLast) {
 TEST_F(Connection, WhoLeavesInConfigureModeEndsIt) {
     serve();
     play({connects(1), connects(2), disconnects(1), notifies("CN", csiRecord(kWmsState, 17u)), disconnects(2),
-          logs("[ERROR] EXIT CONFIGURE MODE on BLE DISCONNECT"),
+          logs("[ERROR] EXIT CONFIGURE MODE on BLE DISCONNECT", "bleDevice.cpp"),
           tellsNet("18 CI /to_kznet>/to_kznet: 49 01 00 00 00 02")});
     EXPECT_EQ(rig->network->waiting(), 0);
 }

@@ -30,7 +30,6 @@ class HandlersTest : public testing::Test {
         g_logLevel = KZ_LOG_OFF;  // a test captures what it is about
         fakes::UseModel(new SettingsStatusMapping());
         fakes::Reset();
-        m_client.Attach(m_services.services);
     }
     ~HandlersTest() override { BleSDK::Destroy(); }
 
@@ -71,7 +70,7 @@ class HandlersTest : public testing::Test {
     }
 
     TestServices m_services;
-    BleNotificationClient m_client{7, 1, KZ_CALLER_BLE_RC};
+    BleNotificationClient m_client{7, 1, KZ_CALLER_BLE_RC, m_services.services};
     BleCommandMessage& m_command = m_client.m_commandMessage;
     BleSettingsMessage& m_setting = m_client.m_settingsMessage;
     BleQueryMessage& m_query = m_client.m_queryMessage;

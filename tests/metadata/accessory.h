@@ -32,9 +32,9 @@ inline Request WriteSample(uint8_t index, size_t size) {
 
 class Accessory {
   public:
-    explicit Accessory(uint8_t id = 1) : client(6u + id, id, 12) {}
     // Its samples are handed over by the hand-over of these services.
-    Accessory(uint8_t id, const Services& services) : Accessory(id) { client.Attach(services); }
+    explicit Accessory(uint8_t id = 1, const Services& services = DetachedServices())
+        : client(6u + id, id, 12, services) {}
     ~Accessory() { client.RemoveStreams(); }
     Accessory(const Accessory&) = delete;
     Accessory& operator=(const Accessory&) = delete;

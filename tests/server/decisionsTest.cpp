@@ -65,7 +65,7 @@ TEST(TransmitPlanTest, ImageTakesThirtyPacketsOrItsBlockAtMostAndPercentCountsIt
 
 TEST(ClientTableTest, TheLast4096DevicesAreKnownAgain) {
     g_logLevel = KZ_LOG_OFF;
-    ClientTable table;
+    ClientTable table(DetachedServices());
     const auto idOf = [&](uint32_t device) {
         uint8_t address[kBleAddressSize] = {};
         std::memcpy(address, &device, sizeof(device));

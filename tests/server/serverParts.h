@@ -1,6 +1,7 @@
 // The parts of the server that notify clients of changes, on played queues, without a loop and without a daemon.
 #pragma once
 
+#include "accessoryBuffers.h"
 #include "cameraStatus.h"
 #include "changeFanOut.h"
 #include "clientTable.h"
@@ -9,6 +10,8 @@
 #include "playedQueues.h"
 #include "pushRegistration.h"
 #include "radioPort.h"
+#include "sensorHandOver.h"
+#include "transferSlot.h"
 
 struct ServerParts {
     explicit ServerParts(long radioDepth) {
@@ -27,17 +30,20 @@ struct ServerParts {
     // A client with all gates open.
     BleNotificationClient& Connect(uint32_t connectionId) {
         BleNotificationClient& client = *clients.Add(connectionId, 1, KZ_CALLER_BLE_RC);
-        client.m_pushes.Attach(camera);
         client.SetSensorCCCEnabled();
         return client;
     }
 
     CameraStatus camera;
+    SensorHandOver sensorHandOver;
+    TransferSlot transferSlot;
+    Services services{camera, sensorHandOver, transferSlot};
     PushRegistration registration{camera};
     RadioPort radio;
-    ClientTable clients;
+    ClientTable clients{services};
     MessageBuffer buffer{};
-    Delivery delivery{clients, radio};
+    AccessoryBuffers buffers{clients, radio};
+    Delivery delivery{clients, radio, buffers};
     ChangeFanOut fanOut{clients, radio, buffer};
-    CsiInbox inbox{{clients, camera, registration, delivery, fanOut}};
+    CsiInbox inbox{{clients, camera, registration, buffers, fanOut}};
 };

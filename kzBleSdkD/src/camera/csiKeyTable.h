@@ -42,7 +42,7 @@ struct CsiKeyRow {
 
 // In the order of the subscription.
 constexpr CsiKeyRow kCsiKeys[] = {
-    {4},  // 4 and 39 are not used here; the camera expects a subscription to both
+    {4},  // as 39: part of the subscription, but nothing here depends on the value
     {CSI_MODEL_NUMBER, CsiAction::kModelNumber, CsiFeature::kNone, kNotNotified},
     {CSI_DEVICE_MGR_STATE, CsiAction::kNone, CsiFeature::kCah, 1},
     {CSI_WOM_STATE, CsiAction::kNone, CsiFeature::kCah, 5},
@@ -75,6 +75,8 @@ constexpr CsiKeyRow kCsiKeys[] = {
     {CSI_SYSTEM_STATE, CsiAction::kSystemState, CsiFeature::kNone, kNotNotified},
     {CSI_CAH_AUTO_CLEAR, CsiAction::kNone, CsiFeature::kCah, 20},
 };
+
+static_assert(std::size(kCsiKeys) == 32);
 
 inline constexpr DispatchTable kCsiKeyTable(kCsiKeys);
 

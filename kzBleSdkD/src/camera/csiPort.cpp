@@ -79,7 +79,7 @@ int unsubscribeCSIbleSdk() {
 }
 
 void AcknowledgeNotification(unsigned char* message, uint32_t size) {
-    const std::string replyTo(ElementText(tlv_find(message, TLV_SRC)));
+    const std::string replyTo(TextOf(tlv_find(message, TLV_SRC)));
     MakeAcknowledgement(message, size);
     if (tlv_validate(message) != 0) {
         LOG_ERROR("tlv_validate failed");

@@ -7,7 +7,7 @@
 
 // The data of `element` as text; empty when there is no element. It points into the message. A sender may count one
 // terminating zero, which is no part of the text.
-inline std::string_view ElementText(const unsigned char* element) {
+inline std::string_view TextOf(const unsigned char* element) {
     if (element == nullptr) {
         return {};
     }

@@ -13,27 +13,33 @@ bool Contains(const std::vector<int>& ids, int id) {
 
 }  // namespace
 
-std::vector<int>* Interests::List(Type type) {
+// One function for reading and changing: `self` is the object, const or not.
+template <typename Self>
+auto* Interests::ListOf(Self& self, Type type) {
     switch (type) {
         case NotificationClient::eNotifyStatus:
-            return &m_statusInterest;
+            return &self.m_statusInterest;
         case NotificationClient::eNotifySettings:
-            return &m_settingsInterest;
+            return &self.m_settingsInterest;
         case NotificationClient::eNotifyCapabilities:
-            return &m_capabilitiesInterest;
+            return &self.m_capabilitiesInterest;
         case NotificationClient::eNotifyCSI:
-            return &m_interestedCSIs;
+            return &self.m_interestedCSIs;
         case NotificationClient::eNotifyLcd:
-            return &m_lcdInterest;
+            return &self.m_lcdInterest;
         case NotificationClient::eNotifyLed:
-            return &m_ledInterest;
+            return &self.m_ledInterest;
     }
-    return nullptr;
+    return decltype(&self.m_statusInterest){};
+}
+
+std::vector<int>* Interests::List(Type type) {
+    return ListOf(*this, type);
 }
 
 const std::vector<int>& Interests::Of(Type type) const {
     static const std::vector<int> kNone;
-    const std::vector<int>* list = const_cast<Interests*>(this)->List(type);
+    const std::vector<int>* list = ListOf(*this, type);
     return list != nullptr ? *list : kNone;
 }
 

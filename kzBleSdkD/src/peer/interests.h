@@ -30,7 +30,9 @@ class Interests {
     void ForgetCsiKeys() { m_interestedCSIs.clear(); }
 
   private:
-    std::vector<int>* List(Type type);
+    template <typename Self>
+    static auto* ListOf(Self& self, Type type);
+    std::vector<int>* List(Type type);  // null for an unknown type
 
     std::vector<int> m_capabilitiesInterest;
     std::vector<int> m_settingsInterest;

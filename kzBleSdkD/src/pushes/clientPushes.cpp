@@ -92,7 +92,7 @@ bool ClientPushes::ExecuteFeaturePush(const SettingsStatusMapping& model, const 
         return false;
     }
     const uint32_t field = ids.empty() ? 0 : static_cast<uint32_t>(ids.back());
-    return BuildFeaturePush({*m_camera, model, interest, m_camera->GetLastCsiKey(), field}, stream);
+    return BuildFeaturePush({m_camera, model, interest, m_camera.GetLastCsiKey(), field}, stream);
 }
 
 bool ClientPushes::ExecuteBufferPush(Type type, const std::vector<int>& ids, unsigned char* response) {

@@ -6,10 +6,12 @@
 // when a stored push is overtaken by a shorter one.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
 #include "answers.h"
+#include "blePacketHeader.h"
 #include "notificationClient.h"
 #include "valuePush.h"
 
@@ -18,13 +20,18 @@ struct Peer;
 
 constexpr unsigned kPushBufferSize = 1500;  // longest push
 
+// Bytes that one push may have: kPushBufferSize, less where the radio queue could never take as much, but one packet in
+// any case. `longestResponse` is what the empty queue takes.
+constexpr unsigned short PushRoom(unsigned longestResponse) {
+    return static_cast<unsigned short>(std::clamp<unsigned>(longestResponse, kMaxSimpleLength, kPushBufferSize));
+}
+
 class ClientPushes {
   public:
     using Type = NotificationClient::eNotificationType_t;
 
     // `peer` and `camera` must outlive it.
-    ClientPushes(Peer& peer, const CameraStatus& camera) : m_peer(peer), m_camera(&camera) {}
-    void Attach(const CameraStatus& camera) { m_camera = &camera; }
+    ClientPushes(Peer& peer, const CameraStatus& camera) : m_peer(peer), m_camera(camera) {}
 
     // Builds the push for the changed `ids` into `response`, which has *responseLength bytes. Returns true when there
     // is a push; *responseLength is then its length, but for types 6 and 7, which leave it alone. *kzErrno becomes 0.
@@ -67,7 +74,7 @@ class ClientPushes {
     bool ExecuteBufferPush(Type type, const std::vector<int>& ids, unsigned char* response);
 
     Peer& m_peer;
-    const CameraStatus* m_camera;
+    const CameraStatus& m_camera;
     std::vector<int> m_pushRemainder;
     std::array<OwedPush, kValuePushTypes> m_owed;
 };

@@ -17,7 +17,7 @@
 
 #include "FlexValue.h"
 #include "bleResponses.h"
-#include "services.h"
+#include "servedMessage.h"
 
 struct Peer;
 
@@ -67,7 +67,8 @@ enum eBleCommand : uint8_t {
 
 class BleCommandMessage : public ServedMessage {
   public:
-    explicit BleCommandMessage(int length = 0) : ServedMessage(length) {}
+    explicit BleCommandMessage(int length = 0, const Services& services = DetachedServices())
+        : ServedMessage(length, services) {}
 
     // Returns 0, or 1 when the message is empty, its id is 0 or above 241, or a parameter or the action id does not
     // fit.

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "FlexValue.h"
-#include "services.h"
+#include "servedMessage.h"
 
 struct Peer;
 class MemoryStream;
@@ -66,8 +66,8 @@ class BleMetadataMessage : public ServedMessage {
         eBadDisplayParameter = 13,
     };
 
-    explicit BleMetadataMessage(int length) : ServedMessage(length) {}
-    BleMetadataMessage() : BleMetadataMessage(0) {}
+    explicit BleMetadataMessage(int length = 0, const Services& services = DetachedServices())
+        : ServedMessage(length, services) {}
 
     // Returns 0, or 1 for a message whose length does not fit its command.
     int Deserialize() override;

@@ -109,7 +109,8 @@ int GetCahSticky(const ProtobufQuery& query) {
 
 int GetCahStatus(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestGetCAHStatus>(query.payload);
-    ChangeInterest(query.client, kCahKeys, request.register_cah_status(), request.unregister_cah_status());
+    ChangeInterest(query.client.m_interests, kCahKeys, Numbers(request.register_cah_status()),
+                   Numbers(request.unregister_cah_status()));
 
     CahStatus status;
     status.deviceManager = ReadCsiWord(CSI_DEVICE_MGR_STATE).value_or(kCsiErrorWord);

@@ -18,13 +18,14 @@
 #include <cstdint>
 #include <vector>
 
-#include "services.h"
+#include "servedMessage.h"
 
 struct Peer;
 
 class BleQueryMessage : public ServedMessage {
   public:
-    explicit BleQueryMessage(int length = 0) : ServedMessage(length) {}
+    explicit BleQueryMessage(int length = 0, const Services& services = DetachedServices())
+        : ServedMessage(length, services) {}
 
     // Returns 0; or 1, a parse error, for a message without its first byte, for a protobuf query without action id, and
     // for more ids than the model's tables have.

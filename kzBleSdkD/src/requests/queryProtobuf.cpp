@@ -1,4 +1,5 @@
 // The protobuf queries: one row an action.
+#include <algorithm>
 #include <optional>
 
 #include "cameraCalls.h"
@@ -89,8 +90,8 @@ int GetPresetStatus(const ProtobufQuery& query) {
 
 int GetLiveStreamStatus(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestGetLiveStreamStatus>(query.payload);
-    ChangeInterest(query.client, kLiveStreamKeys, request.register_live_stream_status(),
-                   request.unregister_live_stream_status());
+    ChangeInterest(query.client.m_interests, kLiveStreamKeys, Numbers(request.register_live_stream_status()),
+                   Numbers(request.unregister_live_stream_status()));
 
     const CameraStatus& camera = query.camera;
     const uint32_t wms = camera.GetCsiValue(CSI_WMS_STATE);
@@ -116,7 +117,8 @@ int GetLiveStreamStatus(const ProtobufQuery& query) {
 
 int GetOtaStatus(const ProtobufQuery& query) {
     const auto request = ParseRequest<WSDK_RequestGetOTAStatus>(query.payload);
-    ChangeInterest(query.client, kOtaKeys, request.register_ota_status(), request.unregister_ota_status());
+    ChangeInterest(query.client.m_interests, kOtaKeys, Numbers(request.register_ota_status()),
+                   Numbers(request.unregister_ota_status()));
 
     OtaStatus status;
     status.percentage = query.camera.GetCsiValue(CSI_OTA_PERCENTAGE);
@@ -198,6 +200,33 @@ constexpr ActionRow kRows[] = {
 constexpr DispatchTable kTable(kRows);
 
 }  // namespace
+
+void ChangeInterest(Interests& interests, std::span<const RegisterKey> keys, std::span<const int> added,
+                    std::span<const int> removed) {
+    const auto keyOf = [keys](int entry) {
+        const auto key =
+            std::find_if(keys.begin(), keys.end(), [entry](const RegisterKey& row) { return row.enumerator == entry; });
+        return key != keys.end() ? &*key : nullptr;
+    };
+    if (!added.empty()) {
+        LOG_INFO("Register for Status Notifications");
+    }
+    for (const int entry : added) {
+        if (const RegisterKey* key = keyOf(entry); key != nullptr) {
+            LOG_INFO("register for ID = %d", entry);
+            interests.Add(NotificationClient::eNotifyCSI, key->csiKey);
+        }
+    }
+    if (!removed.empty()) {
+        LOG_INFO("UnRegister for Status Notifications");
+    }
+    for (const int entry : removed) {
+        if (const RegisterKey* key = keyOf(entry); key != nullptr) {
+            LOG_INFO("unregister for ID = %d", entry);
+            interests.Remove(NotificationClient::eNotifyCSI, key->csiKey);
+        }
+    }
+}
 
 int BleQueryMessage::ExecuteProtobuf(Peer& client, MemoryStream& stream) {
     LOG_INFO("execute pb={%02x %02x %02x %02x %02x}", PayloadByte(m_payload, 0), PayloadByte(m_payload, 1),

@@ -1,16 +1,15 @@
-// What the handlers of requests may use beyond their peer's own parts, and how they get it.
+// What the handlers of requests may use beyond their peer's own parts.
 #pragma once
 
 #include <cstdint>
 
 #include "blePacketHeader.h"
-#include "messageBuilders.h"
 
 class CameraStatus;
 class SensorHandOver;
 class TransferSlot;
 
-// Owned by the server; it outlives every client that is attached to it.
+// Owned by the server; it outlives every client that is made with it.
 struct Services {
     CameraStatus& camera;
     SensorHandOver& sensorHandOver;
@@ -19,20 +18,6 @@ struct Services {
     uint16_t longestResponse = kMaxExtendedLength;
 };
 
-// The services of clients that no server has taken in: a camera of which nothing is known yet, and a sensor hand-over
-// and transfer slot that these clients share.
+// The services of clients that no server made: a camera of which nothing is known yet, and a sensor hand-over and
+// transfer slot that these clients share.
 const Services& DetachedServices();
-
-// A message whose handlers use services: DetachedServices until Attach is called.
-class ServedMessage : public FragmentedMessageBuilder {
-  public:
-    using FragmentedMessageBuilder::FragmentedMessageBuilder;
-
-    void Attach(const Services& services) { m_services = &services; }
-
-  protected:
-    const Services& services() const { return *m_services; }
-
-  private:
-    const Services* m_services = &DetachedServices();
-};

@@ -11,13 +11,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "services.h"
+#include "messageBuilders.h"
 
 struct Peer;
 
-class BleSettingsMessage : public ServedMessage {
+class BleSettingsMessage : public FragmentedMessageBuilder {
   public:
-    explicit BleSettingsMessage(int length = 0) : ServedMessage(length) {}
+    explicit BleSettingsMessage(int length = 0) : FragmentedMessageBuilder(length) {}
 
     // Returns 0, or 1 when the message is empty or its value or action id does not fit.
     int Deserialize() override;

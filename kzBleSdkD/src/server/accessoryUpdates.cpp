@@ -42,7 +42,7 @@ uint8_t DataByte(const ble_message_t& record, unsigned index) {
 bool AccessoryUpdates::CheckClientsForLarchOTA() {
     const ClientLock lock(m_clients.Mutex());
     for (const auto& client : m_clients.Clients()) {
-        if (client->IsTransferringLarch()) {
+        if (client->m_file.IsTransferringLarch()) {
             if (client->m_identity.m_deviceType == KZ_CALLER_ALDER && m_transfers.SendFileChunk(client.get())) {
                 return true;
             }
@@ -124,7 +124,7 @@ void AccessoryUpdates::HandleBlockMessage(BleNotificationClient& client, const b
 }
 
 void AccessoryUpdates::HandleImageRequest(BleNotificationClient& client, const ble_message_t& record) {
-    if (!client.IsTransferringLarch()) {
+    if (!client.m_file.IsTransferringLarch()) {
         client.m_file.m_bytesRemaining = 0;  // of an earlier transfer; here the accessory asks for each block
         m_transfers.StartLarchFileTransfer(&client);
     }
@@ -140,7 +140,7 @@ void AccessoryUpdates::HandleImageRequest(BleNotificationClient& client, const b
 }
 
 void AccessoryUpdates::HandleBlockRequest(BleNotificationClient& client) {
-    if (client.IsTransferringLarch()) {
+    if (client.m_file.IsTransferringLarch()) {
         LOG_DEBUG("Next block");
         client.m_file.m_bytesRemaining = client.m_file.m_blockSize;
     }
@@ -151,7 +151,7 @@ void AccessoryUpdates::HandleBlockRequest(BleNotificationClient& client) {
 // the slot may be another client's.
 void AccessoryUpdates::HandleImageError(BleNotificationClient& client) {
     LOG_ERROR("Error with transfer to Accessory");
-    if (!client.IsTransferringLarch()) {
+    if (!client.m_file.IsTransferringLarch()) {
         return;
     }
     m_transfers.StopTransfer(&client);

@@ -1,7 +1,5 @@
 #include "changeFanOut.h"
 
-#include <algorithm>
-
 #include "bleSDK.h"
 #include "clientTable.h"
 #include "radioPort.h"
@@ -22,11 +20,6 @@ void LogStatusDropped(const ble_message_t& record) {
 }
 
 }  // namespace
-
-unsigned short PushRoom(const RadioPort& radio) {
-    return static_cast<unsigned short>(
-        std::clamp<unsigned>(radio.GetLongestResponse(), kMaxSimpleLength, kPushBufferSize));
-}
 
 // ---------------------------------------------------------------- the kinds of pushes
 
@@ -107,7 +100,7 @@ void ChangeFanOut::SendWaitingPush(const PushKind& kind, BleNotificationClient& 
 ChangeFanOut::PushResult ChangeFanOut::SendPush(const PushKind& kind, BleNotificationClient& client,
                                                 unsigned short length) {
     const ble_message_t record = NewDataRecord(client.m_identity.m_connectionId, KZ_STR_ID_QUERY_RESPONSE);
-    if (!client.GetEnabledByStreamId(KZ_STR_ID_QUERY)) {
+    if (!client.m_answers.GetEnabledByStreamId(KZ_STR_ID_QUERY)) {
         kind.logDropped(record);
         return PushResult::kDropped;
     }
@@ -130,7 +123,7 @@ bool ChangeFanOut::PushToClient(const PushKind& kind, BleNotificationClient& cli
     bool several = false;
     bool produced = false;
     for (;;) {
-        unsigned short length = PushRoom(m_radio);
+        unsigned short length = PushRoom(m_radio.GetLongestResponse());
         int kzErrno = KZ_OK;
         if (!pushes.ExecutePush(kind.type, *offered, m_msgBuffer.data(), &length, &kzErrno)) {
             return produced;

@@ -20,10 +20,6 @@ class BleNotificationClient;
 class ClientTable;
 class RadioPort;
 
-// Most bytes of one push: kPushBufferSize, or less if the radio queue can never take as much, but at least what one
-// packet holds.
-unsigned short PushRoom(const RadioPort& radio);
-
 class ChangeFanOut {
   public:
     // The buffer is where pushes are built.

@@ -27,7 +27,7 @@ ClientLock::~ClientLock() {
     }
 }
 
-ClientTable::ClientTable() {
+ClientTable::ClientTable(const Services& services) : m_services(services) {
     if (pthread_mutex_init(&m_clientMutex, nullptr) != 0) {
         LOG_ERROR("\n mutex init failed\n");
     }
@@ -77,7 +77,7 @@ BleNotificationClient* ClientTable::Add(uint32_t connectionId, uint8_t deviceId,
         return nullptr;
     }
     LOG_INFO("Add Client connId=%d deviceId=%d", connectionId, deviceId);
-    m_clients.push_back(std::make_unique<BleNotificationClient>(connectionId, deviceId, deviceType));
+    m_clients.push_back(std::make_unique<BleNotificationClient>(connectionId, deviceId, deviceType, m_services));
     return m_clients.back().get();
 }
 

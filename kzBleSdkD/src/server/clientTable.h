@@ -39,7 +39,8 @@ static_assert(sizeof(deviceInfo_t) == 7);
 
 class ClientTable {
   public:
-    ClientTable();
+    // `services` is for every client that connects; it must outlive the table.
+    explicit ClientTable(const Services& services);
     ~ClientTable();
     ClientTable(const ClientTable&) = delete;
     ClientTable& operator=(const ClientTable&) = delete;
@@ -67,6 +68,7 @@ class ClientTable {
     size_t GetClientCount();  // takes the lock
 
   private:
+    const Services& m_services;
     pthread_mutex_t m_clientMutex;
     std::vector<std::unique_ptr<BleNotificationClient>> m_clients;
     std::vector<deviceInfo_t> m_deviceHistory;  // one entry an address, kept for the life of the process

@@ -4,7 +4,6 @@
 #include "accessoryState.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
-#include "cameraStatus.h"
 #include "clientTable.h"
 #include "csi/csiKeys.h"
 #include "csiPort.h"
@@ -24,15 +23,6 @@ constexpr uint8_t kSensorAnalytics[] = {0x76, 0x10, 0xFF, 0xFF};
 
 // Status 33 after the last client left: a value that the camera never reports, so that its next report differs from it.
 constexpr unsigned char kStatusUnknown = 255;
-
-// Ends configure mode. A client that disconnects in this mode would otherwise leave the camera in it.
-void EndConfigureMode(const CameraStatus& camera) {
-    if (camera.GetCsiValue(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
-        const uint8_t cancel = WMS_REQUEST_UX_CANCEL;
-        csi_set_no_rsp(CSI_WMS_REQUEST, &cancel, sizeof(cancel));
-        LOG_ERROR("EXIT CONFIGURE MODE on BLE DISCONNECT");
-    }
-}
 
 const uint8_t* RecordBytes(const ble_message_t& record) {
     return reinterpret_cast<const uint8_t*>(&record);
@@ -62,11 +52,11 @@ void ConnectionEvents::UpdateClient(BleNotificationClient& client, const ble_mes
             break;
         case KZBLE_SDK_EVENT_CCC:
             LOG_INFO("Set CCC enabled Zorvik as peripheral");
-            client.SetCCCEnabled(record.streamId, record.dataLength);
+            client.m_answers.SetCCCEnabled(record.streamId, record.dataLength);
             break;
         case KZBLE_SDK_EVENT_SensorCCC:
             LOG_INFO("Set CCC enabled Zorvik as central");
-            client.SetSensorCCCEnabled();
+            client.m_answers.SetSensorCCCEnabled();
             break;
         default:
             LOG_WARN("Received event %d for already connected BLE client on connection_id %d", record.eventType,
@@ -82,7 +72,6 @@ void ConnectionEvents::RemoveClient(BleNotificationClient& client) {
         m_parts.sensorHandOver.HandOverUnsent();
     }
     client.RemoveStreams();
-    EndConfigureMode(m_parts.camera);
     EndTransfers(client);
     SetCsi(CSI_CONNECTED_ACCESSORY, uint32_t{0});
     m_parts.radio.SetPacketTimer(false);
@@ -90,11 +79,11 @@ void ConnectionEvents::RemoveClient(BleNotificationClient& client) {
 }
 
 void ConnectionEvents::EndTransfers(BleNotificationClient& client) {
-    if (client.IsTransferringSettingsJSON()) {
+    if (client.m_file.IsTransferringSettingsJSON()) {
         LOG_INFO("A client with active file transfer disconnected.");
         m_parts.transfers.StopSettingsJSON(client);
     }
-    if (client.IsTransferringLarch()) {
+    if (client.m_file.IsTransferringLarch()) {
         LOG_DEBUG("A client with active file transfer disconnected.");
         m_parts.transfers.StopTransfer(&client);
         PostAccessoryUpdate(client.m_identity.m_deviceType, 0, eAccessoryUpdateFailed);
@@ -121,11 +110,9 @@ bool ConnectionEvents::AddClient(const ble_message_t& record) {
     LOG_INFO("KZ_GATT_STREAM_EVENT_TYPE_Conn");
     const uint8_t deviceId = m_parts.clients.DeviceIdOfAddress(RecordBytes(record) + kConnAddressOffset);
     const uint8_t deviceType = RecordBytes(record)[kConnDeviceTypeOffset];
-    BleNotificationClient* client = m_parts.clients.Add(record.connectionId, deviceId, deviceType);
-    if (client == nullptr) {
+    if (m_parts.clients.Add(record.connectionId, deviceId, deviceType) == nullptr) {
         return false;
     }
-    client->Attach(m_parts.services);
     if (deviceType == KZ_CALLER_BLE_SENSOR) {
         LOG_INFO("Developer Program Analytics - KZ_CALLER_BLE_SENSOR");
         csi_set_no_rsp(CSI_CLIENT_ANALYTICS, kSensorAnalytics, sizeof(kSensorAnalytics));

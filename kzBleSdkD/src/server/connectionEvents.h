@@ -6,24 +6,20 @@
 #include "skylark/bleMessage.h"
 
 class BleNotificationClient;
-class CameraStatus;
 class ClientTable;
 class FileTransfers;
 class PushRegistration;
 class RadioPort;
 class SensorHandOver;
-struct Services;
 
 class ConnectionEvents {
   public:
     struct Parts {
         ClientTable& clients;
-        const CameraStatus& camera;
         PushRegistration& registration;
         RadioPort& radio;
         FileTransfers& transfers;
         SensorHandOver& sensorHandOver;
-        const Services& services;  // for every client that connects
     };
     explicit ConnectionEvents(const Parts& parts) : m_parts(parts) {}
 

@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "accessoryBuffers.h"
 #include "accessoryState.h"
 #include "cameraStatus.h"
 #include "changeFanOut.h"
 #include "clientTable.h"
 #include "csi/csiKeys.h"
-#include "delivery.h"
 #include "kzMbox.h"
 #include "kzTlv.h"
 #include "messageBuffer.h"
@@ -34,7 +34,7 @@ void LogUnexpectedCommand(std::string_view command) {
 
 // The subscription's answer holds "CR" and a result byte.
 void CheckSubscriptionAnswer(const unsigned char* message) {
-    const std::string_view command = ElementText(tlv_find(message, TLV_CMD));
+    const std::string_view command = TextOf(tlv_find(message, TLV_CMD));
     if (command != "CR") {
         LOG_ERROR("Unexpected Response type on CSI subscribe response [%s]", std::string(command).c_str());
         return;
@@ -68,9 +68,13 @@ const csiStruct* WholeRecord(const unsigned char* data, size_t length) {
 
 // ---------------------------------------------------------------- receiving
 
+void CsiInbox::Subscribe() {
+    m_csiSubscribed = subscribeCSIbleSdk() == 0;
+}
+
 void CsiInbox::KeepSubscribed() {
     if (!m_csiSubscribed) {
-        m_csiSubscribed = subscribeCSIbleSdk() == 0;
+        Subscribe();
     }
 }
 
@@ -124,9 +128,9 @@ bool CsiInbox::HandleStateMessage(unsigned char* message, uint32_t size) {
         LOG_ERROR("Failed to find TLV_CMDARG in message from kzNet");
         return false;
     }
-    const bool several = ElementText(command) == "CU";
-    if (!several && ElementText(command) != "CN") {
-        LogUnexpectedCommand(ElementText(command));
+    const bool several = TextOf(command) == "CU";
+    if (!several && TextOf(command) != "CN") {
+        LogUnexpectedCommand(TextOf(command));
         return false;
     }
     const unsigned char* data = tlv_data(argument);
@@ -148,7 +152,7 @@ bool CsiInbox::HandleStateMessage(unsigned char* message, uint32_t size) {
 // ---------------------------------------------------------------- accessory buffers
 
 bool CsiInbox::HandleBufferMessage(const unsigned char* message) {
-    const std::string_view command = ElementText(tlv_find(message, TLV_CMD));
+    const std::string_view command = TextOf(tlv_find(message, TLV_CMD));
     const bool led = command == "AL";
     if (!led && command != "LB") {
         LogUnexpectedCommand(command);
@@ -164,16 +168,16 @@ bool CsiInbox::HandleBufferMessage(const unsigned char* message) {
         LOG_ERROR("CAT RTOS TLV arg length <= TLV_ELEM_HDR_SIZE");
         return false;
     }
-    const unsigned limit = (led ? Delivery::kLedBufferSize : Delivery::kLcdBufferSize) - 1;
+    const unsigned limit = (led ? AccessoryBuffers::kLedBufferSize : AccessoryBuffers::kLcdBufferSize) - 1;
     if (length > limit) {
         LOG_ERROR("Accessory buffer of %u bytes is longer than %u", length, limit);
         return false;
     }
     const ClientLock lock(m_parts.clients.Mutex());
     if (led) {
-        m_parts.delivery.StoreLedBuffer({tlv_data(argument), length});
+        m_parts.buffers.StoreLedBuffer({tlv_data(argument), length});
     } else {
-        m_parts.delivery.StoreLcdBuffer({tlv_data(argument), length});
+        m_parts.buffers.StoreLcdBuffer({tlv_data(argument), length});
     }
     return true;
 }
@@ -203,7 +207,23 @@ bool CsiInbox::Act(CsiAction action, const csiStruct& record) {
         case CsiAction::kSdCard:
             camera.TakeSdCard();
             camera.SetCsiStStatus();
-            return camera.GetCsiValue(CSI_WMS_STATE) != 0;
+            return camera.GetCsiValue(CSI_WMS_STATE) != WMS_STATE_IDLE;
+        case CsiAction::kBusy:
+            camera.SetCsiStStatus();
+            return true;
+        case CsiAction::kPaused:
+            camera.TakePaused();
+            camera.SetCsiStStatus();
+            return true;
+        case CsiAction::kBattery:
+            LOG_INFO("CSI_BATERY_LEVEL Notification");
+            camera.SetCsiStStatus();
+            return true;
+        case CsiAction::kExternalPower:
+            LOG_INFO("ST CSI_BATTERY_EXTERNAL_POWER Noftification");
+            camera.EndStatusSetUp();
+            camera.SetCsiStStatus();
+            return true;
         case CsiAction::kModelNumber:
             camera.TakeModelNumber();
             LOG_INFO("ST CSI_MODEL_NUMBER = %d ", camera.GetModelNumber());
@@ -214,20 +234,7 @@ bool CsiInbox::Act(CsiAction action, const csiStruct& record) {
         case CsiAction::kNewMedia:
             TakeNewMedia();
             return true;
-        case CsiAction::kPaused:
-            camera.TakePaused();
-            break;
-        case CsiAction::kBattery:
-            LOG_INFO("CSI_BATERY_LEVEL Notification");
-            break;
-        case CsiAction::kExternalPower:
-            LOG_INFO("ST CSI_BATTERY_EXTERNAL_POWER Noftification");
-            camera.EndStatusSetUp();
-            break;
-        case CsiAction::kBusy:
-            break;
     }
-    camera.SetCsiStStatus();
     return true;
 }
 

@@ -10,10 +10,10 @@
 #include "csiPort.h"
 #include "ownQueue.h"
 
+class AccessoryBuffers;
 class CameraStatus;
 class ChangeFanOut;
 class ClientTable;
-class Delivery;
 class PushRegistration;
 
 class CsiInbox {
@@ -22,14 +22,16 @@ class CsiInbox {
         ClientTable& clients;
         CameraStatus& camera;
         PushRegistration& registration;
-        Delivery& delivery;
+        AccessoryBuffers& buffers;
         ChangeFanOut& fanOut;
     };
     explicit CsiInbox(const Parts& parts) : m_parts(parts) {}
 
     OwnQueue& Queue() { return m_csiMq; }
 
-    // Subscribes to the keys of csiKeyTable.h, unless the request was sent already. Called at start and on each tick.
+    // Subscribes to the keys of csiKeyTable.h, when the command thread starts. A request that the network daemon's
+    // queue could not take is sent again by KeepSubscribed, on each tick.
+    void Subscribe();
     void KeepSubscribed();
 
     // Receives and handles one message.
@@ -47,7 +49,7 @@ class CsiInbox {
 
     bool HandleStateMessage(unsigned char* message, uint32_t size);
     bool HandleBufferMessage(const unsigned char* message);
-    // Carries out the action of a key. Returns whether the clients are to be notified.
+    // Carries out the action of a key. False when the notification that the key has is held back this time.
     bool Act(CsiAction action, const csiStruct& record);
     bool TakeUploadProgress(const csiStruct& record);
     void EndResume();

@@ -52,7 +52,7 @@ bool FileTransfers::StopTransfer(BleNotificationClient* client) {
 }
 
 void FileTransfers::StopSettingsJSON(BleNotificationClient& client) {
-    client.SetTransferringSettingsJSON(false);
+    client.m_file.SetTransferringSettingsJSON(false);
     m_slot.ReleaseFileTransferSlot();
 }
 
@@ -65,7 +65,7 @@ bool FileTransfers::CheckClientsForFileTransfer() {
     bool more = false;
     const ClientLock lock(m_clients.Mutex());
     for (const auto& client : m_clients.Clients()) {
-        if (!client->IsTransferringSettingsJSON()) {
+        if (!client->m_file.IsTransferringSettingsJSON()) {
             continue;
         }
         const QueueFill queue = m_radio.TxQueueFill();
@@ -87,7 +87,7 @@ bool FileTransfers::PumpSettingsJSON(BleNotificationClient& client, long budget)
     ble_message_t record = NewDataRecord(client.m_identity.m_connectionId, KZ_STR_ID_COMMAND_RESPONSE);
     bool more = client.m_file.FileIsUnchanged();
     for (long i = 0; i < budget && more; ++i) {
-        more = client.GetSettingsJSONResponse(m_packet);
+        more = client.m_file.GetSettingsJSONResponse(m_packet);
         if (m_packet.m_length == 0) {
             break;
         }
@@ -98,7 +98,7 @@ bool FileTransfers::PumpSettingsJSON(BleNotificationClient& client, long budget)
         }
     }
     if (!more) {
-        client.SetTransferringSettingsJSON(false);
+        client.m_file.SetTransferringSettingsJSON(false);
         LOG_INFO("SetTransferringSettingsJSON");
         m_slot.ReleaseFileTransferSlot();
     }
@@ -108,12 +108,12 @@ bool FileTransfers::PumpSettingsJSON(BleNotificationClient& client, long budget)
 // ---------------------------------------------------------------- firmware images
 
 bool FileTransfers::SendFileChunk(BleNotificationClient* client) {
-    if (!client->IsTransferringLarch()) {
+    if (!client->m_file.IsTransferringLarch()) {
         LOG_DEBUG("ACCESSORY request chunk but not in OTA state");
         return false;
     }
     const long budget = ImageBudget(*client, m_radio.TxQueueFill());
-    const uint8_t percent = client->GetPercentDone();
+    const uint8_t percent = client->m_file.GetPercentDone();
     LOG_INFO("percent %d", percent);
     PostAccessoryUpdate(client->m_identity.m_deviceType, percent, eAccessoryUpdateSending);
 
@@ -122,7 +122,7 @@ bool FileTransfers::SendFileChunk(BleNotificationClient* client) {
     bool more = client->m_file.FileIsUnchanged();
     for (long i = 0; i < budget && more; ++i) {
         LOG_INFO("count ii = %d", static_cast<int>(i));
-        more = client->GetLarchResponse(m_packet);
+        more = client->m_file.GetLarchResponse(m_packet);
         if (m_packet.m_length == 0) {
             continue;
         }

@@ -111,6 +111,7 @@ int KzBleServer::InterfaceClose() {
     m_controlEvents.Queue().Close();
     m_csiInbox.Queue().Close();
     m_radio.Close();
+    m_services.longestResponse = m_radio.GetLongestResponse();
     m_tick_fd.Close();
     return 0;
 }
@@ -128,7 +129,7 @@ void KzBleServer::Run() {
     LOG_INFO("Command handling thread running!");
     m_radio.StartPacketTimer();
     KZ_DEBUG_PRINT(kDebugThresholdStart, "Starting kzBleSdkD\n");
-    m_csiInbox.KeepSubscribed();
+    m_csiInbox.Subscribe();
     StartTick();
     Loop();
     LOG_INFO("Command handling thread exiting!");

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 
+#include "accessoryBuffers.h"
 #include "accessoryUpdates.h"
 #include "cameraStatus.h"
 #include "changeFanOut.h"
@@ -96,10 +97,10 @@ class KzBleServer {
     // ---- delivery.h: stored answers, display and LED buffers
     bool CheckClientsStoredResponses() { return m_delivery.CheckClientsStoredResponses(); }
     bool sendLCDBuffer(BleNotificationClient* client, unsigned char* buffer, unsigned short length) {
-        return m_delivery.sendLCDBuffer(client, buffer, length);
+        return m_buffers.sendLCDBuffer(client, buffer, length);
     }
     bool sendLEDBuffer(BleNotificationClient* client, unsigned char* buffer, unsigned short length) {
-        return m_delivery.sendLEDBuffer(client, buffer, length);
+        return m_buffers.sendLEDBuffer(client, buffer, length);
     }
 
     // ---- controlEvents.h, csiInbox.h, changeFanOut.h, cameraStatus.h: what changes on the camera
@@ -165,15 +166,15 @@ class KzBleServer {
     TransferSlot m_transferSlot;
     Services m_services{m_camera, m_sensorHandOver, m_transferSlot};
     RadioPort m_radio;
-    ClientTable m_clients;
-    Delivery m_delivery{m_clients, m_radio};
+    ClientTable m_clients{m_services};
+    AccessoryBuffers m_buffers{m_clients, m_radio};
+    Delivery m_delivery{m_clients, m_radio, m_buffers};
     ChangeFanOut m_changeFanOut{m_clients, m_radio, m_msgBuffer};
     ControlEvents m_controlEvents{m_changeFanOut, m_msgBuffer};
-    CsiInbox m_csiInbox{{m_clients, m_camera, m_registration, m_delivery, m_changeFanOut}};
+    CsiInbox m_csiInbox{{m_clients, m_camera, m_registration, m_buffers, m_changeFanOut}};
     FileTransfers m_transfers{m_clients, m_radio, m_transferSlot, m_camera};
     AccessoryUpdates m_accessories{m_clients, m_radio, m_transfers, m_camera};
-    ConnectionEvents m_connectionEvents{
-        {m_clients, m_camera, m_registration, m_radio, m_transfers, m_sensorHandOver, m_services}};
+    ConnectionEvents m_connectionEvents{{m_clients, m_registration, m_radio, m_transfers, m_sensorHandOver}};
     PacketDispatch m_packetDispatch{
         {m_radio, m_clients, m_camera, m_connectionEvents, m_delivery, m_accessories, m_msgBuffer, m_running}};
     bool m_kzControlOpen = false;

@@ -9,19 +9,10 @@
 #include "clientTable.h"
 #include "connectionEvents.h"
 #include "delivery.h"
-#include "dispatchTable.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "radioPort.h"
+#include "requestInterfaces.h"
 #include "utils.h"
-
-// One row per request interface: where its packets come from and who handles them.
-struct RequestInterface {
-    using Process = bool (BleNotificationClient::*)(unsigned char*, unsigned char*, unsigned short*, int*);
-
-    uint8_t id;            // request stream
-    const char* received;  // logged for each packet
-    Process process;
-};
 
 namespace {
 
@@ -29,14 +20,6 @@ constexpr const char* kLogTag = "kzBleServer";
 
 constexpr long kMaxRadioBacklog = 90;
 constexpr int kMaxShedAtOnce = 16;  // records; then the other queues have their turn
-
-constexpr RequestInterface kInterfaceRows[] = {
-    {KZ_STR_ID_COMMAND, "Received message on Command Interface", &BleNotificationClient::ProcessCommandMessage},
-    {KZ_STR_ID_SETTINGS, "Received message on Settings Interface", &BleNotificationClient::ProcessSettingMessage},
-    {KZ_STR_ID_QUERY, "Received message on Query Interface", &BleNotificationClient::ProcessQueryMessage},
-    {KZ_STR_ID_SENSOR, "Received message on Sensor Interface 0714", &BleNotificationClient::ProcessMetadataMessage},
-};
-constexpr DispatchTable kInterfaces(kInterfaceRows);
 
 // While it lives, the control daemon takes requests to come from one peer.
 class CallerScope {
@@ -181,7 +164,7 @@ bool PacketDispatch::HandleSDKMessage(ble_message_t& record, int* kzErrno) {
 }
 
 bool PacketDispatch::DispatchPacket(BleNotificationClient& client, ble_message_t& record, int* kzErrno) {
-    if (const RequestInterface* row = kInterfaces.Find(record.streamId); row != nullptr) {
+    if (const RequestInterface* row = kRequestInterfaces.Find(record.streamId); row != nullptr) {
         return DispatchRequest(*row, client, record, kzErrno);
     }
     if (record.streamId == KZ_STR_ID_START_OTA) {
@@ -199,7 +182,7 @@ bool PacketDispatch::DispatchRequest(const RequestInterface& row, BleNotificatio
     if (!(client.*row.process)(record.data, m_parts.buffer.data(), &length, kzErrno)) {
         return false;
     }
-    m_parts.delivery.DeliverAnswer(client, record, {m_parts.buffer.data(), length});
+    m_parts.delivery.DeliverAnswer(row, client, record, {m_parts.buffer.data(), length});
     return true;
 }
 

@@ -5,6 +5,9 @@
 
 #include "MemStream.h"
 #include "blePacketHeader.h"
+#include "cameraStatus.h"
+#include "csi/csiKeys.h"
+#include "csiPort.h"
 #include "firmwareImages.h"
 #include "utils.h"
 
@@ -141,12 +144,17 @@ bool BleNotificationClient::ProcessMetadataMessage(unsigned char* packet, unsign
 // ---------------------------------------------------------------- life
 
 BleNotificationClient::BleNotificationClient(unsigned int connectionId, unsigned char deviceId,
-                                             unsigned char deviceType)
-    : Peer(connectionId, deviceId, deviceType), m_pushes(*this, DetachedServices().camera) {}
+                                             unsigned char deviceType, const Services& services)
+    : Peer(connectionId, deviceId, deviceType),
+      m_queryMessage(0, services),
+      m_commandMessage(0, services),
+      m_metadataMessage(0, services),
+      m_pushes(*this, services.camera),
+      m_services(services) {}
 
 BleNotificationClient::BleNotificationClient(const BleNotificationClient& other)
-    : BleNotificationClient(other.m_identity.m_connectionId, other.m_identity.m_deviceId,
-                            other.m_identity.m_deviceType) {
+    : BleNotificationClient(other.m_identity.m_connectionId, other.m_identity.m_deviceId, other.m_identity.m_deviceType,
+                            other.m_services) {
     CopyKeptFields(other);
 }
 
@@ -159,10 +167,9 @@ BleNotificationClient& BleNotificationClient::operator=(const BleNotificationCli
     m_pushes.Reset();
     // A message in progress belongs to one connection alone.
     m_settingsMessage = BleSettingsMessage(0);
-    m_queryMessage = BleQueryMessage(0);
-    m_commandMessage = BleCommandMessage(0);
-    m_metadataMessage = BleMetadataMessage(0);
-    Attach(DetachedServices());
+    m_queryMessage = BleQueryMessage(0, m_services);
+    m_commandMessage = BleCommandMessage(0, m_services);
+    m_metadataMessage = BleMetadataMessage(0, m_services);
     CopyKeptFields(other);
     return *this;
 }
@@ -174,14 +181,6 @@ void BleNotificationClient::CopyKeptFields(const BleNotificationClient& other) {
     m_interests = other.m_interests;
     m_interests.ForgetCsiKeys();
     m_streams = other.m_streams;
-}
-
-void BleNotificationClient::Attach(const Services& services) {
-    m_settingsMessage.Attach(services);
-    m_queryMessage.Attach(services);
-    m_commandMessage.Attach(services);
-    m_metadataMessage.Attach(services);
-    m_pushes.Attach(services.camera);
 }
 
 // ---------------------------------------------------------------- interests
@@ -221,6 +220,16 @@ bool BleNotificationClient::RemoveInterestAll(eNotificationType_t type) {
 bool BleNotificationClient::StoreMetadataDeviceName(std::string name) {
     m_streams.m_metadataDeviceName = std::move(name);
     return true;
+}
+
+void BleNotificationClient::RemoveStreams() {
+    m_streams.RemoveStreams();
+    // Who leaves in configure mode leaves the camera in it, unless it is told to end it.
+    if (m_services.camera.GetCsiValue(CSI_WMS_STATE) == WMS_STATE_CONFIG) {
+        const uint8_t cancel = WMS_REQUEST_UX_CANCEL;
+        csi_set_no_rsp(CSI_WMS_REQUEST, &cancel, sizeof(cancel));
+        LOG_ERROR("EXIT CONFIGURE MODE on BLE DISCONNECT");
+    }
 }
 
 bool BleNotificationClient::SetTransferringLarch(bool on) {

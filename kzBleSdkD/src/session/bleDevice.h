@@ -24,16 +24,14 @@ class BleNotificationClient : public NotificationClient, public Peer {
   public:
     using StoredResponse = ::StoredResponse;
 
-    // The new record is detached (see services.h) until Attach is called.
-    BleNotificationClient(unsigned int connectionId, unsigned char deviceId, unsigned char deviceType);
+    // `services` is what its handlers and pushes may use.
+    BleNotificationClient(unsigned int connectionId, unsigned char deviceId, unsigned char deviceType,
+                          const Services& services = DetachedServices());
     // A copy keeps the identity, block size, bytes remaining, interests (not the CSI keys), the metadata state (sharing
-    // its stream buffers) and each entry's stream; everything else starts as new. The server never copies a record in
-    // use.
+    // its stream buffers) and each entry's stream; everything else starts as new. A record that is assigned to keeps
+    // its own services. The server never copies a record in use.
     BleNotificationClient(const BleNotificationClient& other);
     BleNotificationClient& operator=(const BleNotificationClient& other);
-
-    // Gives the handlers and pushes what they may use; the server does it when it takes the client in.
-    void Attach(const Services& services);
 
     // ---- gates and stored responses (answers.h)
     bool GetEnabledByStreamId(unsigned char streamId) const { return m_answers.GetEnabledByStreamId(streamId); }
@@ -84,7 +82,8 @@ class BleNotificationClient : public NotificationClient, public Peer {
     // ---- sensor streams (sensorStreams.h)
     bool StoreMetadataDeviceName(std::string name);  // returns true
     void* AddStreamBuffer(unsigned char index) { return m_streams.AddStreamBuffer(index); }
-    void RemoveStreams() { m_streams.RemoveStreams(); }
+    // At a disconnection: closes the streams, and ends the configure mode that the client may have been in.
+    void RemoveStreams();
     void ResetAllMetadataStreams() { m_streams.ResetAllMetadataStreams(); }
 
     // ---- file transfer (fileSender.h)
@@ -109,4 +108,6 @@ class BleNotificationClient : public NotificationClient, public Peer {
 
   private:
     void CopyKeptFields(const BleNotificationClient& other);
+
+    const Services& m_services;
 };

@@ -1,0 +1,30 @@
+// The four request interfaces, one row each: the streams of requests and answers, where an answer waits for room in the
+// radio queue, and the client's operation that takes the packets. The request stream is also the gate of the answers.
+#pragma once
+
+#include "bleDevice.h"
+#include "dispatchTable.h"
+#include "skylark/bleMessage.h"
+
+struct RequestInterface {
+    using Process = bool (BleNotificationClient::*)(unsigned char* packet, unsigned char* response,
+                                                    unsigned short* responseLength, int* kzErrno);
+
+    uint8_t id;  // request stream
+    uint8_t responseStream;
+    eStoredResponse stored;
+    const char* received;  // logged for each packet
+    Process process;
+};
+
+constexpr RequestInterface kRequestInterfaceRows[] = {
+    {KZ_STR_ID_COMMAND, KZ_STR_ID_COMMAND_RESPONSE, eStoredCommand, "Received message on Command Interface",
+     &BleNotificationClient::ProcessCommandMessage},
+    {KZ_STR_ID_SETTINGS, KZ_STR_ID_SETTINGS_RESPONSE, eStoredSettings, "Received message on Settings Interface",
+     &BleNotificationClient::ProcessSettingMessage},
+    {KZ_STR_ID_QUERY, KZ_STR_ID_QUERY_RESPONSE, eStoredQuery, "Received message on Query Interface",
+     &BleNotificationClient::ProcessQueryMessage},
+    {KZ_STR_ID_SENSOR, KZ_STR_ID_SENSOR_RESPONSE, eStoredSensor, "Received message on Sensor Interface 0714",
+     &BleNotificationClient::ProcessMetadataMessage},
+};
+inline constexpr DispatchTable kRequestInterfaces(kRequestInterfaceRows);
