@@ -1,6 +1,7 @@
 // KzBleServer: the daemon's one server. It owns one of each part and runs the command thread, which waits on three
 // queues and two timers and does all the work; main only starts, watches and stops it. Its operations pass on to the
-// parts, whose headers say what they do.
+// parts, whose headers say what they do: they are the interface that other programs know, and inside the daemon the
+// parts are used directly.
 //
 // Threads: everything but Start, Shutdown, Destroy, IsRunning, HasRun and SetRunning runs on the command thread.
 #pragma once

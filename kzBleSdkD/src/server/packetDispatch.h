@@ -31,7 +31,7 @@ class PacketDispatch {
     explicit PacketDispatch(const Parts& parts) : m_parts(parts) {}
 
     // Receives and dispatches one record, and further ones as long as they are shed: while more than kMaxRadioBacklog
-    // of 100 records wait, data packets are dropped unread, events never.
+    // of 100 records wait, data packets are dropped before they are looked at, events never.
     void HandleRecords();
     // Receives and dispatches one record. False for a record that could not be received or is of no known type.
     bool HandleBleMessage();

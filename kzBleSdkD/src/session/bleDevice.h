@@ -1,6 +1,7 @@
 // BleNotificationClient: everything the daemon knows of one BLE connection. It is made of the parts of a peer (who it
 // is, its interests, gates and stored answers, sensor streams, file transfer), one message object an interface, and the
-// builder of its pushes; its operations pass on to them.
+// builder of its pushes. Its operations pass on to them: they are the interface that other programs know, and inside
+// the daemon the parts are used directly.
 //
 // A record lives from its connection event to its disconnection event, in the server's client table, at a stable
 // address: what other clients do changes nothing in it. It is touched by the command thread only, with the table's lock
