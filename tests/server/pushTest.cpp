@@ -256,11 +256,13 @@ TEST_F(PushTest, APlaceThatAnotherSenderTakesFirstIsNoRoomForAPacketAndCostsALon
 TEST_F(PushTest, HeldPacketsAreDroppedWhenHoldingEnds) {
     const ble_message_t record = NewDataRecord(4, KZ_STR_ID_QUERY_RESPONSE);
     const Bytes bytes(30, 7);
+    const fakes::LogCapture log(KZ_LOG_INFO);
     server.radio.StartPacketTimer();
     server.radio.SetPacketTimer(true);
     EXPECT_TRUE(server.radio.PostPacket(record));
     EXPECT_TRUE(server.radio.PostResponse(record, bytes.data(), 30));
     EXPECT_EQ(Sent(), Texts{});
+    EXPECT_TRUE(log.Has("q size = 3"));
 
     server.radio.SetPacketTimer(false);
 
