@@ -41,18 +41,6 @@ TEST_F(Transfer, FilesOfEverySizeArriveByteForByte) {
     }
 }
 
-TEST_F(Transfer, LeavesInTheseBytes) {
-    serveFile(ramp(40, 0x41));
-
-    play({writes(1, kCommand, kFetch), packet(1, 4, "20 2a 3b 00 41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50"),
-          packet(1, 4, "80 51 52 53 54 55 56 57 58 59 5a 5b 5c 5d 5e 5f 60 61 62 63"),
-          packet(1, 4, "81 64 65 66 67 68"), quiet()});
-
-    writeFile(kSettingsGzPath, ramp(9000));
-    play({writes(1, kCommand, kFetch), packet(1, 4, "40 23 2a 3b 00 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e"),
-          packet(1, 4, "80 0f 10 11 12 13 14 15 16 17 18 19 1a 1b 1c 1d 1e 1f 20 21")});
-}
-
 TEST_F(Transfer, ThatCannotStartIsReportedAndTheSlotStaysFree) {
     serveFile(fileOf(65533));
     const Step fails = logs("[ERROR] Unable to start a settings file transfer");

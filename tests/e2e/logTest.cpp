@@ -6,24 +6,6 @@ namespace {
 
 using Log = E2e;
 
-TEST_F(Log, LevelShowsItsOwnLinesAndThoseBelowAndNoOther) {
-    constexpr const char* kTags[] = {"", "", "[ERROR] ", "[WARN ] ", "[DEBUG] ", "[INFO ] ", "[TRACE] "};
-    serve();
-    for (unsigned level = 2; level <= 6; ++level) {
-        play({sets(level), settles()});
-        const size_t before = rig->daemon.log().size();
-
-        // Something for every level: a connection twice, a bad descriptor, a request, a push.
-        play({joins(1), connects(1), sends(eventRecord(KZBLE_SDK_EVENT_CCC, 1, {9, 1})),
-              asks(1, kCommand, kAskVersion, kVersion), pushes(R"({"status": {"8": 1}})"), disconnects(1), settles()});
-
-        const std::string log = rig->daemon.log(before);
-        for (unsigned tag = 2; tag <= 6; ++tag) {
-            EXPECT_EQ(log.find(kTags[tag]) != std::string::npos, tag <= level) << kTags[tag] << "at level " << level;
-        }
-    }
-}
-
 TEST_F(Log, RoadOfARequestIsToldAtLevelFiveAndItsBytesAtLevelSix) {
     serve();
 
@@ -44,14 +26,6 @@ TEST_F(Log, RoadOfARequestIsToldAtLevelFiveAndItsBytesAtLevelSix) {
           logs("[TRACE] First 24 bytes of message (BLE Data starts at 5th byte)"),
           logs("[ERROR] 02 01 00 00 00 04 08 07"), logs("[ERROR] 3a 00 04 31 2e 32 35 00"),
           logs("[ERROR] 00 00 00 00 00 00 00 00")});
-}
-
-TEST_F(Log, LevelsBeyondTheHighestChangeNothing) {
-    serve();
-
-    play({sets(5), sets(7), sets(0xFFFFFFFF), connects(1),
-          logs("[INFO ] Received KZBLE_SDK_EVENT_Conn message for connection_id:1"), sends(debugRecord(9)),
-          logs("[ERROR] Unrecognized command on debug event")});
 }
 
 TEST_F(Log, StatusDumpListsQueuesAndClients) {

@@ -57,17 +57,6 @@ TEST_F(Push, ChangesThatNobodyWasNotifiedOfComeWithTheNext) {
           answers(1, kQuery, "92 00 03 01 00"), answers(1, kQuery, "93 00 0a 01 01"), quiet()});
 }
 
-TEST_F(Push, NewestOfSeveralUnsentPushesWins) {
-    serve({.transmitDepth = 1});
-    play({joins(1), asks(1, kQuery, "52 02", "52 00 02 00"), writes(1, kCommand, kAskVersion), settles()});
-
-    play({pushes(R"({"settings": {"2": 1}})"),
-          logs("[ERROR] Failed to send a response of length 5 to connection_id:1, will buffer."),
-          pushes(R"({"settings": {"2": 9}})"),
-          logs("[ERROR] Settings Push Notifications backed up, replacing oldest", "bleDevice.cpp"),
-          answers(1, kCommand, kVersion), answers(1, kQuery, "92 00 02 01 09"), quiet()});
-}
-
 TEST_F(Push, ClosedGateDropsEveryKindOfPush) {
     serve();
     play({joins(1), asks(1, kQuery, "52 02", "52 00 02 00"), asks(1, kQuery, "53 0a", "53 00 0a 00"),

@@ -26,21 +26,6 @@ Step answersVersion(int times) {
 
 using Transmit = E2e;
 
-TEST_F(Transmit, AnswersAreCutIntoPacketsByteForByte) {
-    serve();
-    play({joins(1)});
-
-    play(asksStatusOf(19));
-    play({packet(1, 14, "13 13 00 1d 0f 78 78 78 78 78 78 78 78 78 78 78 78 78 78 78"), quiet()});
-    play(asksStatusOf(20));
-    play({packet(1, 14, "20 14 13 00 1d 10 78 78 78 78 78 78 78 78 78 78 78 78 78 78"), packet(1, 14, "80 78 78"),
-          quiet()});
-    play(asksStatusOf(50));
-    play({packet(1, 14, "20 32 13 00 1d 2e 78 78 78 78 78 78 78 78 78 78 78 78 78 78"),
-          packet(1, 14, "80 78 78 78 78 78 78 78 78 78 78 78 78 78 78 78 78 78 78 78"),
-          packet(1, 14, "81 78 78 78 78 78 78 78 78 78 78 78 78 78"), quiet()});
-}
-
 TEST_F(Transmit, AnswerKeepsTheBytesBehindTheDataOfItsRequest) {
     serve();
     ble_message_t request = dataRecord(1, kCommand, fromHex("01 3a"));

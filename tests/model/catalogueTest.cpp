@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <type_traits>
 
 #include "modelFixture.h"
 
@@ -42,8 +41,6 @@ TEST_F(Catalogue, SettingsAndOptionsAreAscendingAndIdsBeyondTheTablesNeverValid)
 }
 
 TEST_F(Catalogue, SettingIsMadeWithItsOptionsByIdAndTheLastOfARepeatedOption) {
-    static_assert(std::has_virtual_destructor_v<Model::Setting> && std::has_virtual_destructor_v<Model::Option> &&
-                  std::has_virtual_destructor_v<Model::IdNums>);
     Load(R"({"id":3,"display_name":"Lens","options":[{"id":4,"display_name":"Wide"},
         {"id":-1,"display_name":"Linear, which is longer than a short string"},{"id":4,"display_name":"Narrow"}]})");
 

@@ -17,15 +17,6 @@ FlexValue StringOf(const std::string& text) {
 
 }  // namespace
 
-TEST(FlexValue, WidthGivesAZeroFilledLength) {
-    const std::tuple<eValueWidth, int, size_t> kRows[] = {
-        {eValueWidthNone, 7, 0},   {eValueWidth1Byte, 9, 1},      {eValueWidth4Bytes, 0, 4}, {eValueWidth8Bytes, 0, 8},
-        {eValueWidthString, 5, 5}, {eValueWidthString, 300, 300}, {eValueWidthString, -1, 0}};
-    for (const auto& [width, length, expected] : kRows) {
-        EXPECT_EQ(BytesOf(FlexValue(width, length)), Bytes(expected)) << width << " " << length;
-    }
-}
-
 TEST(FlexValue, NumbersAreStoredMostSignificantByteFirst) {
     FlexValue twelve = StringOf("ABCDEFGHIJKL");
     twelve.SetValue(0x0102030405060708ul);

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include "csi/csiKeys.h"
 #include "kzCtrlD/kzCtrlD.h"
 #include "logCapture.h"
 #include "serverParts.h"
@@ -281,17 +280,4 @@ TEST_F(PushTest, ABusyQueueIsReportedOnEveryThirdTick) {
             server.fanOut.NotifyClientsOfSettingsChanges();
         }
     }
-}
-
-TEST_F(PushTest, SetMessagesHoldWhatAMessageHolds) {
-    const Bytes value(1500, 1);
-    played::SetDepth(kMqKzNet, 40);
-
-    EXPECT_EQ(csi_set_no_rsp(73, value.data(), 1450), 0);
-    EXPECT_EQ(csi_set_no_rsp(73, value.data(), 1490), -1);
-    EXPECT_EQ(csi_set_no_rsp(73, value.data(), 1500), -1);
-    EXPECT_EQ(csi_set_no_rsp(73, nullptr, 0), 0);
-    EXPECT_EQ(played::Take(kMqKzNet).size(), 2u);
-    played::SetDepth(kMqKzNet, 0);
-    EXPECT_EQ(csi_set_no_rsp(73, value.data(), 1), -1) << "full";
 }

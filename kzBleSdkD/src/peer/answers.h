@@ -29,7 +29,7 @@ class StoredResponse {
 };
 
 // The entries in priority order.
-enum eStoredResponse : int {
+enum eStoredResponse : unsigned {
     eStoredCommand = 0,
     eStoredSettingsPush,
     eStoredStatusPush,
