@@ -101,6 +101,20 @@ TEST_F(RequestTest, EveryEnumeratorRegistersForItsKey) {
     }
 }
 
+TEST_F(RequestTest, OnlyTheIdsOfTheCatalogueBecomeInterests) {
+    fakes::LoadCatalogue({{2, {1}}});
+    Answer(m_query, "52 02 03");
+    EXPECT_EQ(m_client.m_interests.Of(NotificationClient::eNotifySettings), Ints{2});
+}
+
+TEST_F(RequestTest, OneCommandAloneChangesWhoTheClientIs) {
+    for (int id = 0; id < 256; ++id) {
+        m_client.m_identity.m_deviceType = KZ_CALLER_BLE_RC;
+        Answer(m_command, Bytes{static_cast<uint8_t>(id)});
+        EXPECT_EQ(m_client.m_identity.m_deviceType != KZ_CALLER_BLE_RC, id == eBleCommandSetThirdPartyClientInfo) << id;
+    }
+}
+
 TEST_F(RequestTest, UserAndClientIdsOfAnyLengthStayOutOfTheLogBelowItsInformationLevel) {
     const fakes::LogCapture log(KZ_LOG_DEBUG);
     const auto association = [&](const Bytes& stored) {
