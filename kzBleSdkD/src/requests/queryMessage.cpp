@@ -130,9 +130,6 @@ int BleQueryMessage::ExecutePlain(Peer& client, MemoryStream& stream) {
         LOG_ERROR("Query without a settings model");
         return KZ_ERR;
     }
-    if (row->interest != InterestChange::kNone) {
-        std::erase_if(m_ids, [&](int id) { return !IsKnownId(*model, m_category, id); });
-    }
     ChangeInterest(client.m_interests, *row, *this);
     row->read({*this, *model, stream});
     return KZ_OK;
