@@ -1,45 +1,6 @@
 #include "kzmfContent.h"
 
 #include <algorithm>
-#include <cstring>
-
-namespace {
-
-constexpr uint32_t kPreformattedDeviceId = 0xFFFFFFFF;
-
-// Bytes that KzmfMarkIdle will add to the stream's areas.
-uint32_t IdleMarkSize(const kzmfStream& stream) {
-    const bool newCounter =
-        KzmfFindRecord(stream.sticky, kKeyEmptyPayloads) == nullptr && KzmfHasRoom(stream.sticky, kKzmfCounterSize);
-    return kKzmfHeaderSize + (newCounter ? kKzmfCounterSize : 0);
-}
-
-uint32_t SessionSize(const kzmfStream& stream, uint32_t sessionRate) {
-    uint32_t size = 0;
-    uint32_t phase = stream.sessionPhase;
-    for (uint32_t at = 0; at < stream.payload.used; at += KzmfRecordSize(stream.payload.data + at)) {
-        const uint8_t* record = stream.payload.data + at;
-        if (KzmfIsThinned(record, sessionRate)) {
-            const KzmfThinning thinning = KzmfThin(KzmfRecordRepeat(record), sessionRate, phase);
-            size += kKzmfHeaderSize + KzmfRoundUp4(thinning.count * KzmfRecordStructureSize(record));
-        } else {
-            size += KzmfRecordSize(record);
-        }
-    }
-    return size;
-}
-
-}  // namespace
-
-uint32_t KzmfNameLength(const kzmfStream& stream) {
-    return static_cast<uint32_t>(strnlen(stream.name, kKzmfNameSize));
-}
-
-bool KzmfIsPreformatted(const kzmfStream& stream) {
-    // A record without data is no payload: it is the mark of an idle stream.
-    return stream.deviceId == kPreformattedDeviceId && stream.payload.used != 0 &&
-           KzmfReadKey(stream.payload.data) == kKeyPreformatted && KzmfRecordDataSize(stream.payload.data) != 0;
-}
 
 uint32_t KzmfPreformattedSize(const kzmfStream& stream) {
     const uint32_t size = KzmfRecordDataSize(stream.payload.data);
@@ -50,8 +11,10 @@ bool KzmfHasContent(const kzmfStream& stream) {
     return stream.payload.used != 0 || stream.sticky.used != 0 || stream.lastKey != 0;
 }
 
-bool KzmfIsIdle(const kzmfStream& stream) {
-    return stream.payload.used == 0 && stream.lastKey != 0;
+uint32_t KzmfIdleMarkSize(const kzmfStream& stream) {
+    const bool newCounter =
+        KzmfFindRecord(stream.sticky, kKeyEmptyPayloads) == nullptr && KzmfHasRoom(stream.sticky, kKzmfCounterSize);
+    return kKzmfHeaderSize + (newCounter ? kKzmfCounterSize : 0);
 }
 
 void KzmfMarkIdle(kzmfStream& stream) {
@@ -75,8 +38,17 @@ KzmfThinning KzmfThin(uint32_t samples, uint32_t sessionRate, uint32_t& phase) {
     return thinning;
 }
 
-uint32_t KzmfStreamDataSize(const kzmfStream& stream, uint32_t sessionRate) {
-    const uint32_t idle = KzmfIsIdle(stream) ? IdleMarkSize(stream) : 0;
-    const uint32_t payload = sessionRate == 0 ? stream.payload.used : SessionSize(stream, sessionRate);
-    return stream.sticky.used + idle + payload;
+uint32_t KzmfThinnedSize(const kzmfStream& stream, uint32_t sessionRate) {
+    uint32_t size = 0;
+    uint32_t phase = stream.sessionPhase;
+    for (uint32_t at = 0; at < stream.payload.used; at += KzmfRecordSize(stream.payload.data + at)) {
+        const uint8_t* record = stream.payload.data + at;
+        if (KzmfIsThinned(record, sessionRate)) {
+            const KzmfThinning thinning = KzmfThin(KzmfRecordRepeat(record), sessionRate, phase);
+            size += kKzmfHeaderSize + KzmfRoundUp4(thinning.count * KzmfRecordStructureSize(record));
+        } else {
+            size += KzmfRecordSize(record);
+        }
+    }
+    return size;
 }

@@ -4,10 +4,6 @@
 
 namespace {
 
-uint32_t DeviceHeadSize(const kzmfStream& stream) {
-    return kKzmfCounterSize + kKzmfHeaderSize + KzmfRoundUp4(KzmfNameLength(stream));
-}
-
 void PutContainerHeader(uint8_t* place, uint32_t key, uint32_t length) {
     if (length > kKzmfLongestPlainContainer) {
         KzmfWriteHeader(place, key, kTypeContainer, 4, length / 4);
@@ -17,36 +13,6 @@ void PutContainerHeader(uint8_t* place, uint32_t key, uint32_t length) {
 }
 
 }  // namespace
-
-// ---------------------------------------------------------------- devices
-
-bool KzmfDeviceRun::Begins(const kzmfStream& stream, uint32_t streamSize) {
-    const bool begins = !m_open || m_deviceId != stream.deviceId || m_length + streamSize > kKzmfLongestContainer;
-    if (begins) {
-        m_open = true;
-        m_deviceId = stream.deviceId;
-        m_length = DeviceHeadSize(stream);
-    }
-    m_length += streamSize;
-    return begins;
-}
-
-// ---------------------------------------------------------------- size
-
-void KzmfMeasure::Add(const kzmfStream& stream) {
-    if (KzmfIsPreformatted(stream)) {
-        m_run.End();
-        m_size += KzmfPreformattedSize(stream);
-        return;
-    }
-    const uint32_t streamSize = kKzmfHeaderSize + KzmfStreamDataSize(stream, m_sessionRate);
-    if (m_run.Begins(stream, streamSize)) {
-        m_size += kKzmfHeaderSize + DeviceHeadSize(stream);
-    }
-    m_size += streamSize;
-}
-
-// ---------------------------------------------------------------- bytes
 
 void KzmfCopyWriter::Add(kzmfStream& stream) {
     if (KzmfIsPreformatted(stream)) {

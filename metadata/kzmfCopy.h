@@ -6,12 +6,26 @@
 
 #include "kzmfContent.h"
 
+// Bytes of a device's id and name in front of its streams.
+inline uint32_t KzmfDeviceHeadSize(const kzmfStream& stream) {
+    return kKzmfCounterSize + kKzmfHeaderSize + KzmfRoundUp4(KzmfNameLength(stream));
+}
+
 // Decides which streams share a device container: successive ones of the same device, as long as a container can say
 // their length.
 class KzmfDeviceRun {
   public:
     // Counts in a stream whose container takes `streamSize` bytes. True when a new device container begins with it.
-    bool Begins(const kzmfStream& stream, uint32_t streamSize);
+    bool Begins(const kzmfStream& stream, uint32_t streamSize) {
+        const bool begins = !m_open || m_deviceId != stream.deviceId || m_length + streamSize > kKzmfLongestContainer;
+        if (begins) {
+            m_open = true;
+            m_deviceId = stream.deviceId;
+            m_length = KzmfDeviceHeadSize(stream);
+        }
+        m_length += streamSize;
+        return begins;
+    }
     void End() { m_open = false; }
 
   private:
@@ -25,7 +39,18 @@ class KzmfMeasure {
   public:
     explicit KzmfMeasure(uint32_t sessionRate) : m_sessionRate(sessionRate) {}
 
-    void Add(const kzmfStream& stream);
+    void Add(const kzmfStream& stream) {
+        if (KzmfIsPreformatted(stream)) {
+            m_run.End();
+            m_size += KzmfPreformattedSize(stream);
+            return;
+        }
+        const uint32_t streamSize = kKzmfHeaderSize + KzmfStreamDataSize(stream, m_sessionRate);
+        if (m_run.Begins(stream, streamSize)) {
+            m_size += kKzmfHeaderSize + KzmfDeviceHeadSize(stream);
+        }
+        m_size += streamSize;
+    }
     uint64_t size() const { return m_size; }
 
   private:

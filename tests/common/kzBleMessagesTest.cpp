@@ -82,5 +82,5 @@ TEST(MsgElement, HoldsACopyOfItsDataEvenOfItsOwnAndReadsNumbersLeastSignificantB
     EXPECT_DEATH(element.getDataAs(word), "kzBleMessages/getDataAs:[0-9]+:getDataLength\\(\\) == sizeof\\(data\\)");
     element.setData("ignored", 0);
     EXPECT_DEATH(element.getDataAs(word), "getDataAs:[0-9]+:getData\\(\\) != NULL");
-    EXPECT_TRUE(element.getData() == nullptr && element.getSize() == 4);
+    EXPECT_TRUE(element.getData() == nullptr && element.getSize() == 4 && MsgElement().getSize() == 4);
 }
