@@ -136,6 +136,7 @@ TEST_F(PushTest, AWaitingPushLeavesBeforeALaterOne) {
     server.SetRadioDepth(0);
     server.fanOut.NotifyClientsOfSettingsChanges();
     NotifyCsi(41, Le32(10));
+    EXPECT_FALSE(server.delivery.CheckClientsStoredResponses());
     server.SetRadioDepth(100);
 
     PushValues(R"({"settings": {"2": 1}})");
