@@ -7,6 +7,8 @@
 #include <map>
 #include <utility>
 
+#include "skylark/bleMessage.h"
+
 namespace {
 
 struct Queue {
@@ -70,7 +72,7 @@ int mq_getattr(mqd_t descriptor, struct mq_attr* attributes) noexcept {
     }
     *attributes = {};
     attributes->mq_maxmsg = queue->depth;
-    attributes->mq_msgsize = 1500;
+    attributes->mq_msgsize = kBleRecordSize;
     attributes->mq_curmsgs = static_cast<long>(queue->messages.size());
     return 0;
 }
