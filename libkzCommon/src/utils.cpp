@@ -52,10 +52,6 @@ class ErrnoKeeper {
 
 // ---------------------------------------------------------------- where no syslog listens
 
-// A debug print opens the log with LOG_PERROR, and closelog() leaves that in force: from then on the C library itself
-// copies every line to standard error, and a copy of ours would be a second one.
-std::atomic<bool> s_libraryCopiesToStandardError{false};
-
 bool probeSyslog() {
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
@@ -131,7 +127,7 @@ void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* forma
     appendLocation(text, whole ? start + static_cast<size_t>(length) : kMessageEnd, file, line);
 
     syslog(LOG_ERR, "%s", text);
-    if (!s_libraryCopiesToStandardError.load(std::memory_order_relaxed) && !syslogListens()) {
+    if (!syslogListens()) {
         const size_t textLength = std::strlen(text);
         text[textLength] = '\n';
         writeStandardError(text, textLength + 1);
@@ -207,9 +203,10 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
     va_end(args);
 
     openlog(nullptr, LOG_CONS | LOG_PERROR, LOG_USER);
-    s_libraryCopiesToStandardError.store(true, std::memory_order_relaxed);
     syslog(LOG_DEBUG, "%s", text.text);
     closelog();
+    // closelog() leaves LOG_PERROR in force: without this every later line would be copied to standard error too.
+    openlog(nullptr, 0, LOG_USER);
 }
 
 // ---------------------------------------------------------------- assertions

@@ -108,6 +108,10 @@ TEST_F(Log, DebugPrintNeedsALowByteAboveItsThresholdAndPutsTheTimeInFrontOnStand
     EXPECT_STREQ(strptime(printed.c_str(), "%b%d %H:%M:%S", &time), " value 7\n");
     EXPECT_EQ(ReadFile("/tmp/fuse_d/wifi_log.txt"), printed);
     EXPECT_EQ(wholeLines(), Texts{"value 7\n"});
+
+    testing::internal::CaptureStderr();
+    LOG_ERROR("later");
+    EXPECT_EQ(testing::internal::GetCapturedStderr().find("library:"), std::string::npos) << "no copy any more";
 }
 
 // ---------------------------------------------------------------- assertions

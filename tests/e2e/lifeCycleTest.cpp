@@ -1,4 +1,7 @@
 // Start, service and end of the daemon process: what it creates, says and leaves behind.
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include "fixture.h"
 
 namespace e2e {
@@ -14,19 +17,46 @@ class LifeCycle : public E2e {
 };
 
 TEST_F(LifeCycle, StartSubscribesAndAnOrderlyStopTakesEverythingBack) {
+    constexpr int kByRecord = 0;
+    for (const int stop : {kByRecord, SIGTERM, SIGINT}) {
+        SCOPED_TRACE(stop);
+        prepare();
+
+        rig->launch();
+        play({tellsNet("18 CR /to_blesdk>/to_kznet: 04 14 61 62 63 66 6c 6d 5e 03 80 3e 26 28 2a 29 88 4a 08 06 1a 2b "
+                       "3d 07 27 82 83 84 2f 1e 6f 9d"),
+              calls("open, model-number"), connects(1), calls(registration(1))});
+        rig->daemon.signal(SIGHUP);
+        rig->daemon.signal(SIGPIPE);
+        play({settles()});
+
+        rig->daemon.signal(stop);
+        EXPECT_EQ(stop == kByRecord ? rig->shutDown() : rig->daemon.waitForExit(), 0);
+        play({tellsNet("16 CR /to_blesdk>/to_kznet: 03")});
+        EXPECT_EQ(rig->camera.takeCalls(), registration(0) + ", close");
+        EXPECT_EQ(rig->daemon.count("Unrecognized command"), 0u);
+        EXPECT_FALSE(ownQueuesExist());
+        EXPECT_TRUE(queueExists(kMqToBleSdk) && queueExists(kMqToSkylark)) << "they are the radio stack's";
+    }
+}
+
+TEST_F(LifeCycle, LogThatNobodyReadsNeitherStopsTheDaemonNorEndsIt) {
     prepare();
+    constexpr const char* kPipe = "/tmp/unread.log";
+    ASSERT_EQ(mkfifo(kPipe, 0600), 0);
+    const int reader = open(kPipe, O_RDONLY | O_NONBLOCK);
+    DaemonProcess daemon(kPipe);
+    daemon.start();
+    rig->receiveNet();
+    play({joins(1), sets(6)});
+    for (int i = 0; i < 100; ++i) {  // more lines than a pipe holds
+        play({asks(1, kCommand, kAskVersion, kVersion)});
+    }
 
-    rig->launch();
-    play({tellsNet("18 CR /to_blesdk>/to_kznet: 04 14 61 62 63 66 6c 6d 5e 03 80 3e 26 28 2a 29 88 4a 08 06 1a 2b 3d "
-                   "07 27 82 83 84 2f 1e 6f 9d"),
-          calls("open, model-number"), connects(1), calls(registration(1))});
+    close(reader);
 
-    EXPECT_EQ(rig->shutDown(), 0);
-    play({tellsNet("16 CR /to_blesdk>/to_kznet: 03")});
-    EXPECT_EQ(rig->camera.takeCalls(), registration(0) + ", close");
-    EXPECT_EQ(rig->daemon.count("Unrecognized command"), 0u);
-    EXPECT_FALSE(ownQueuesExist());
-    EXPECT_TRUE(queueExists(kMqToBleSdk) && queueExists(kMqToSkylark)) << "they are the radio stack's";
+    play({asks(1, kCommand, kAskVersion, kVersion), sends(debugRecord(KZBLE_DEBUG_SHUTDOWN))});
+    EXPECT_EQ(daemon.waitForExit(), 0);
 }
 
 TEST_F(LifeCycle, FailedStartSaysWhyAndClosesEverythingAgain) {
@@ -103,6 +133,25 @@ TEST_F(LifeCycle, WaitsForARadioStackThatComesLate) {
     const Queue fromDaemon = Queue::create(kMqToSkylark, kRadioDepth, kBleRecordSize);
 
     EXPECT_EQ(rig->receiveNet().text().substr(0, 5), "18 CR");
+}
+
+TEST_F(LifeCycle, RadioQueueOfAnotherRecordSizeCountsAsMissingAndAStopEndsTheWait) {
+    const auto waitsFor = [&](const std::string& refused) {
+        return rig->daemon.waitForText("[ERROR] " + refused + " bytes and not of 88, not using it\n");
+    };
+    prepare({.radioStack = false});
+    std::optional<Queue> toDaemon = Queue::create(kMqToBleSdk, 10, 64);
+    const Queue fromDaemon = Queue::create(kMqToSkylark, 10, 128);
+    rig->launch();
+    EXPECT_TRUE(waitsFor("'/Mq_to_BleSdk' carries messages of 64"));
+    toDaemon.reset();
+    toDaemon = Queue::create(kMqToBleSdk, kRadioDepth, kBleRecordSize);
+    EXPECT_TRUE(waitsFor("'/Mq_to_Skylark' carries messages of 128"));
+
+    rig->daemon.signal(SIGTERM);
+
+    EXPECT_EQ(rig->daemon.waitForExit(), 0);
+    EXPECT_FALSE(ownQueuesExist());
 }
 
 TEST_F(LifeCycle, SubscribesWhenTheNetworkDaemonComesLate) {

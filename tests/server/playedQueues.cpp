@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "skylark/bleMessage.h"
+
 namespace {
 
 struct Queue {
@@ -66,7 +68,7 @@ int mq_getattr(mqd_t descriptor, struct mq_attr* attributes) noexcept {
         return -1;
     }
     attributes->mq_maxmsg = g_queues[number].seems;
-    attributes->mq_msgsize = 1500;
+    attributes->mq_msgsize = kBleRecordSize;
     attributes->mq_curmsgs = static_cast<long>(g_queues[number].messages.size());
     return 0;
 }

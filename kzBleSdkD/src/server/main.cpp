@@ -1,15 +1,17 @@
-// The daemon's entry: starts the server, watches it once a second, and takes everything down in order.
-#include <unistd.h>
-
+// The daemon's entry: starts the server, watches it once a second, and takes everything down in order. A signal stops
+// it like the shutdown debug record does.
 #include "kzBleServer.h"
+#include "standardStreams.h"
 #include "startUpMemory.h"
+#include "stopSignals.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "kzBleSdkD.cpp";
 
-constexpr int kStartChecks = 10;  // a second apart: how long the command thread may take to report itself
+constexpr std::chrono::seconds kCheckPeriod{1};
+constexpr int kStartChecks = 10;  // how long the command thread may take to report itself
 
 // Whether the command thread has begun to run. It counts, too, if it was stopped again between two checks.
 bool WaitForCommandThread() {
@@ -18,22 +20,46 @@ bool WaitForCommandThread() {
             return true;
         }
         LOG_DEBUG("Waiting for kzBleSdkD skylark thread to start");
-        sleep(1);
+        if (WaitForStop(kCheckPeriod)) {
+            return true;  // the end of main stops the thread, whether it has begun or not
+        }
     }
     return false;
+}
+
+// Until the server has stopped or a signal has stopped it.
+void WatchServer() {
+    while (KzBleServer::GetInstance()->IsRunning()) {
+        if (WaitForStop(kCheckPeriod)) {
+            LOG_INFO("Shutting down Server");
+            KzBleServer::GetInstance()->SetRunning(false);
+        }
+    }
+}
+
+// The end of a daemon that was asked to stop, at whatever point that was.
+int StopInOrder() {
+    KzBleServer::Destroy();
+    LOG_INFO("Exiting kzBleD daemon");
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    SecureStandardStreams();
     UseOneHeap();
     kzUtilSetLogLevel(KZ_LOG_DEBUG);
     if (const int result = daemon_init(); result != 0) {
         LOG_ERROR("kzBleD daemon_init failed %d", result);
         return result;
     }
+    CatchSignals();
     LOG_INFO("Starting kzBleD daemon");
     if (const int result = KzBleServer::GetInstance()->Start(); result != 0) {
+        if (IsStopAsked()) {
+            return StopInOrder();
+        }
         LOG_ERROR("Failed to start daemon [%s]\n", argc > 0 ? argv[0] : "");
         KzBleServer::Destroy();
         return result;
@@ -44,11 +70,7 @@ int main(int argc, char** argv) {
         return -1;
     }
     ReleaseStartUpMemory();
-    while (KzBleServer::GetInstance()->IsRunning()) {
-        sleep(1);
-    }
+    WatchServer();
     unsubscribeCSIbleSdk();
-    KzBleServer::Destroy();
-    LOG_INFO("Exiting kzBleD daemon");
-    return 0;
+    return StopInOrder();
 }

@@ -2,13 +2,13 @@
 
 #include <fcntl.h>
 #include <sys/timerfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "messageCutter.h"
+#include "stopSignals.h"
 #include "utils.h"
 
 itimerspec g_timerspec;
@@ -25,8 +25,9 @@ constexpr uint32_t kStatsTicks = 3;  // statistics are reported on every third t
 
 constexpr mode_t kQueueMode = 0664;
 constexpr long kRadioQueueDepth = 100;
-constexpr int kOpenAttempts = 12;  // a second apart
-constexpr int kWriteSeconds = 2;   // a write that stays blocked longer has failed
+constexpr int kOpenAttempts = 12;
+constexpr std::chrono::seconds kOpenPeriod{1};
+constexpr int kWriteSeconds = 2;  // a write that stays blocked longer has failed
 
 // Records are dumped at level 6 alone: it is the highest, and a higher number would be a caller's mistake.
 bool DumpsRecords() {
@@ -58,6 +59,29 @@ bool TrackDepth(const QueueHandle& queue, int64_t& maxDepth) {
     return FillOf(*attributes).IsBusy();
 }
 
+// Whether the queue carries records of this daemon's size. One that does not is not the radio stack's, or is that of
+// another version, and counts as not there.
+bool CarriesRecords(const QueueHandle& queue, const char* name) {
+    const std::optional<mq_attr> attributes = QueueAttributes(queue);
+    const long size = attributes ? attributes->mq_msgsize : 0;
+    if (size != kBleRecordSize) {
+        LOG_ERROR("'%s' carries messages of %ld bytes and not of %d, not using it\n", name, size,
+                  static_cast<int>(kBleRecordSize));
+    }
+    return size == kBleRecordSize;
+}
+
+// One attempt; the reason of a failure is in the log.
+QueueHandle OpenRadioQueue(const char* name, int flags, mq_attr* attributes) {
+    QueueHandle queue(mq_open(name, flags, kQueueMode, attributes));
+    if (!queue.IsOpen()) {
+        LOG_ERROR("mq_open() failed for '%s': %s\n", name, strerror(errno));
+    } else if (!CarriesRecords(queue, name)) {
+        queue.Close();
+    }
+    return queue;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- opening
@@ -67,18 +91,16 @@ bool RadioPort::Open() {
     attributes.mq_maxmsg = kRadioQueueDepth;
     attributes.mq_msgsize = kBleRecordSize;
     for (int attempt = 0; attempt < kOpenAttempts && !m_bleRxMq.IsOpen(); ++attempt) {
-        m_bleRxMq = QueueHandle(mq_open(kMqToBleSdk, O_RDONLY | O_NONBLOCK, kQueueMode, &attributes));
-        if (!m_bleRxMq.IsOpen()) {
-            LOG_ERROR("mq_open() failed for '%s': %s\n", kMqToBleSdk, strerror(errno));
-            sleep(1);
+        m_bleRxMq = OpenRadioQueue(kMqToBleSdk, O_RDONLY | O_NONBLOCK, &attributes);
+        if (!m_bleRxMq.IsOpen() && WaitForStop(kOpenPeriod)) {
+            return false;
         }
     }
     // A radio-stack daemon that has made its first queue is about to make the second.
     while (m_bleRxMq.IsOpen() && !m_bleTxMq.IsOpen()) {
-        m_bleTxMq = QueueHandle(mq_open(kMqToSkylark, O_WRONLY));
-        if (!m_bleTxMq.IsOpen()) {
-            LOG_ERROR("mq_open() failed for '%s': %s\n", kMqToSkylark, strerror(errno));
-            sleep(1);
+        m_bleTxMq = OpenRadioQueue(kMqToSkylark, O_WRONLY, nullptr);
+        if (!m_bleTxMq.IsOpen() && WaitForStop(kOpenPeriod)) {
+            return false;
         }
     }
     if (const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq)) {

@@ -23,7 +23,8 @@ class RadioPort {
     RadioPort& operator=(const RadioPort&) = delete;
 
     // Opens the queues, which the radio-stack daemon makes. Waits 12 seconds for the one to this daemon, and without
-    // limit for the other. False when the first does not appear; each attempt is logged.
+    // limit for the other. A queue whose messages are not records is waited for as if it did not exist. False when the
+    // first does not appear or the process is asked to stop; each attempt is logged.
     bool Open();
     void Close();
     // Makes the packet timer, disarmed; failure is fatal. Called by the command thread when it starts.

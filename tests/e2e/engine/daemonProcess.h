@@ -1,6 +1,7 @@
 // The real daemon binary as a child process, with its log.
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <optional>
@@ -24,6 +25,7 @@ class DaemonProcess {
     // The exit status, 128 + signal when a signal ended it; nothing when it did not end in time.
     std::optional<int> waitForExit();
     void kill();
+    void signal(int number) const { ::kill(m_pid, number); }
     // Stops all its threads until it is resumed.
     void pause();
     void resume();
