@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "kzBleServer.h"
+#include "logWriter.h"
 #include "startUpMemory.h"
 #include "utils.h"
 
@@ -32,6 +33,7 @@ int main(int argc, char** argv) {
         LOG_ERROR("kzBleD daemon_init failed %d", result);
         return result;
     }
+    kzLogStartWriter();
     LOG_INFO("Starting kzBleD daemon");
     if (const int result = KzBleServer::GetInstance()->Start(); result != 0) {
         LOG_ERROR("Failed to start daemon [%s]\n", argc > 0 ? argv[0] : "");
