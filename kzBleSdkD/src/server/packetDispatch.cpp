@@ -11,6 +11,7 @@
 #include "delivery.h"
 #include "dispatchTable.h"
 #include "kzCtrlD/kzCtrlD.h"
+#include "logWriter.h"
 #include "radioPort.h"
 #include "utils.h"
 
@@ -82,6 +83,8 @@ bool PacketDispatch::HandleBleMessage() {
     if (!m_parts.radio.ReceiveBLEMsg(record)) {
         return false;
     }
+    // A debug event carries no connection; what stands in its place counts as one.
+    const LogSource source(record.connectionId);
     // Kept for the line at the end, because the handlers use the record again.
     const uint8_t eventType = record.eventType;
     bool known = true;
