@@ -23,6 +23,7 @@
 #include <memory>
 
 #include "fileCloser.h"
+#include "logWriter.h"
 
 int g_logLevel = KZ_LOG_ERROR;
 uint32_t g_debug_level = 0x00285420;
@@ -106,10 +107,22 @@ void appendLocation(char (&text)[kLineSize], size_t offset, const char* file, in
     }
 }
 
+void writeLine(char* text) {
+    syslog(LOG_ERR, "%s", text);
+    if (!syslogListens()) {
+        const size_t textLength = std::strlen(text);
+        text[textLength] = '\n';
+        writeStandardError(text, textLength + 1);
+    }
+}
+
 }  // namespace
 
 void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* format, ...) {
     const ErrnoKeeper keeper;
+    if (!kzLogAdmit(level)) {
+        return;
+    }
     char text[kLineSize] = {};
 
     timespec now = {};
@@ -125,13 +138,7 @@ void kzUtilKlogMsgLevel(int level, int line, const char* file, const char* forma
     va_end(args);
     const bool whole = length >= 0 && start + static_cast<size_t>(length) <= kMessageEnd;
     appendLocation(text, whole ? start + static_cast<size_t>(length) : kMessageEnd, file, line);
-
-    syslog(LOG_ERR, "%s", text);
-    if (!syslogListens()) {
-        const size_t textLength = std::strlen(text);
-        text[textLength] = '\n';
-        writeStandardError(text, textLength + 1);
-    }
+    kzLogWrite(writeLine, text);
 }
 
 void kzUtilSetLogLevel(int level) {
@@ -173,6 +180,14 @@ void printTimed(const char* time, const DebugText& rest) {
     }
 }
 
+void writeDebugPrint(char* text) {
+    openlog(nullptr, LOG_CONS | LOG_PERROR, LOG_USER);
+    syslog(LOG_DEBUG, "%s", text);
+    closelog();
+    // closelog() leaves LOG_PERROR in force: without this every later line would be copied to standard error too.
+    openlog(nullptr, 0, LOG_USER);
+}
+
 }  // namespace
 
 void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plainFormat, ...) {
@@ -202,11 +217,7 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
     text.format(plainFormat, args);
     va_end(args);
 
-    openlog(nullptr, LOG_CONS | LOG_PERROR, LOG_USER);
-    syslog(LOG_DEBUG, "%s", text.text);
-    closelog();
-    // closelog() leaves LOG_PERROR in force: without this every later line would be copied to standard error too.
-    openlog(nullptr, 0, LOG_USER);
+    kzLogWrite(writeDebugPrint, text.text);
 }
 
 // ---------------------------------------------------------------- assertions
@@ -214,6 +225,7 @@ void kzDebugPrint(unsigned threshold, const char* timedFormat, const char* plain
 void kzAssertFailed(const char* path, const char* function, int line, const char* condition) {
     kzDebugPrint(kDebugThresholdDump, "%s \033[31mASSERT:%s/%s:%d:%s\n\033[0m", "\033[31mASSERT:%s/%s:%d:%s\n\033[0m",
                  path, function, line, condition);
+    kzLogFlush();
     raise(SIGABRT);
     exit(-1);
 }
@@ -231,6 +243,7 @@ void kzAssertFailedTraced(const char* path, const char* function, int line, cons
         kzDebugPrint(kDebugThresholdDump, "%s \033[31mTRACE %s %s\033[0m", "\033[31mTRACE %s %s\033[0m",
                      symbols.get()[i], condition);
     }
+    kzLogFlush();
     raise(SIGABRT);
     exit(-1);
 }

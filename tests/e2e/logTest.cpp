@@ -1,8 +1,41 @@
 // What the operator sees: texts at each level, and dumps.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include "fixture.h"
 
 namespace e2e {
 namespace {
+
+// The system's log. It holds ten lines while nobody reads.
+class SystemLog {
+  public:
+    SystemLog() : m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        const sockaddr_un address = {AF_UNIX, "/dev/log"};
+        EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    }
+    ~SystemLog() {
+        close(m_socket);
+        unlink("/dev/log");
+    }
+    // Reads until a line contains the text.
+    bool shows(const std::string& text) {
+        return waitUntil([&] {
+            char line[4096];
+            ssize_t length = 0;
+            while ((length = recv(m_socket, line, sizeof(line), MSG_DONTWAIT)) > 0) {
+                if (std::string(line, static_cast<size_t>(length)).find(text) != std::string::npos) {
+                    return true;
+                }
+            }
+            return false;
+        });
+    }
+
+  private:
+    int m_socket;
+};
 
 using Log = E2e;
 
@@ -71,6 +104,41 @@ TEST_F(Log, FullQueueIsReportedOnTheTick) {
     serve();
 
     play({occupies(40), logs("[WARN ] ble tx message queue fullness 40 of 100, max:40")});
+}
+
+TEST_F(Log, UnreadLogDelaysNoAnswerAndWhatItLostIsReported) {
+    constexpr int kRequests = 1500;  // more lines than wait for the log
+    serve();
+    SystemLog systemLog;
+
+    play({joins(1), sets(6)});
+    for (int i = 0; i < kRequests; ++i) {
+        play({asks(1, kCommand, kAskVersion, kVersion)});
+    }
+
+    EXPECT_TRUE(systemLog.shows(" log lines lost because the log is not read @logWriter.cpp:"));
+    play({asks(1, kCommand, kAskVersion, kVersion)});
+    EXPECT_TRUE(systemLog.shows("Executing Command:58"));
+}
+
+TEST_F(Log, LinesOfOneConnectionBeyondAHundredASecondAreCountedUnlessEverythingIsWanted) {
+    constexpr size_t kRequests = 200;
+    serve();
+    play({joins(1)});
+    const auto linesOfBadRequests = [&] {
+        const size_t before = rig->daemon.count("event_type:2 returned");
+        for (size_t i = 0; i < kRequests; ++i) {
+            play({asks(1, kCommand, "ee", "ee 02")});
+        }
+        rig->settle();
+        return rig->daemon.count("event_type:2 returned") - before;
+    };
+    const size_t shown = linesOfBadRequests();
+    EXPECT_LT(shown, kRequests);
+    EXPECT_TRUE(rig->daemon.waitForText("more log lines in a second because of connection_id:1 @logWriter.cpp:"));
+
+    play({sets(6)});
+    EXPECT_EQ(linesOfBadRequests(), kRequests);
 }
 
 }  // namespace

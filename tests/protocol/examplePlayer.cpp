@@ -17,7 +17,7 @@ constexpr uint8_t kPushStream = KZ_STR_ID_QUERY_RESPONSE;
 constexpr uint8_t kGateEvent = KZBLE_SDK_EVENT_CCC;
 constexpr uint8_t kCategoryBuffers = 10;
 constexpr uint8_t kThirdParty = 13;
-constexpr unsigned kLogEverything = 5;
+constexpr unsigned kLogEverything = 6;  // nothing is held back
 constexpr std::chrono::milliseconds kAtOnce{0};
 constexpr std::chrono::seconds kPatienceForOne{4};  // ticks come twice a second
 

@@ -165,12 +165,12 @@ TEST_F(Protocol, WhatIsNotDescribedIsRefused) {
         for (int id = 0; id <= 255; ++id) {
             const Bytes own = {static_cast<uint8_t>(id)};
             if (described.count(id) == 0) {
-                E2e::play({asks(1, interface, prefix + own, answer.size() == 1 ? own + answer : answer)});
+                E2e::play({asks(1, interface, prefix + own, answer.size() == 1 ? own + answer : answer), settles()});
             }
         }
     };
     serve();
-    E2e::play({joins(1)});
+    E2e::play({sets(6), joins(1)});  // at this level no line is held back
 
     Ids commands = idsOf("commands", "id");
     Ids queries;
@@ -203,7 +203,7 @@ TEST_F(Protocol, WhatIsNotDescribedIsRefused) {
 
 TEST_F(Protocol, KeysThatAreNotDescribedArePushedToNobody) {
     serve();
-    E2e::play({joins(1), writes(1, kQuery, "f5 76 08 01")});
+    E2e::play({sets(6), joins(1), writes(1, kQuery, "f5 76 08 01")});
     for (int key = 0; key <= 255; ++key) {
         E2e::play({notifies("CN", csiRecord(static_cast<uint8_t>(key), 0u)), drains()});
     }

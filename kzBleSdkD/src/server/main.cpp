@@ -1,6 +1,7 @@
 // The daemon's entry: starts the server, watches it once a second, and takes everything down in order. A signal stops
 // it like the shutdown debug record does.
 #include "kzBleServer.h"
+#include "logWriter.h"
 #include "standardStreams.h"
 #include "startUpMemory.h"
 #include "stopSignals.h"
@@ -55,6 +56,7 @@ int main(int argc, char** argv) {
         return result;
     }
     CatchSignals();
+    kzLogStartWriter();
     LOG_INFO("Starting kzBleD daemon");
     if (const int result = KzBleServer::GetInstance()->Start(); result != 0) {
         if (IsStopAsked()) {

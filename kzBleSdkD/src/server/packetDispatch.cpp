@@ -10,6 +10,7 @@
 #include "connectionEvents.h"
 #include "delivery.h"
 #include "kzCtrlD/kzCtrlD.h"
+#include "logWriter.h"
 #include "radioPort.h"
 #include "requestInterfaces.h"
 #include "utils.h"
@@ -65,6 +66,8 @@ bool PacketDispatch::HandleBleMessage() {
     if (!m_parts.radio.ReceiveBLEMsg(record)) {
         return false;
     }
+    // A debug event carries no connection; what stands in its place counts as one.
+    const LogSource source(record.connectionId);
     // Kept for the line at the end, because the handlers use the record again.
     const uint8_t eventType = record.eventType;
     bool known = true;

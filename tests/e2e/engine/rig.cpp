@@ -35,6 +35,9 @@ constexpr long kMessageSize = 1500;             // of the queues between daemons
 constexpr uint8_t kCategoryNotification = 18;
 constexpr uint8_t kFirstFence = 200;  // event types the daemon knows nothing of: handled, logged and nothing else
 constexpr uint8_t kFences = 50;
+// Connections no test uses; each for itself is far from the number of log lines that one may cause in a second.
+constexpr uint32_t kFirstFenceConnection = 1000;
+constexpr uint32_t kFenceConnections = 24;
 
 constexpr std::chrono::seconds kRoomPatience{200};
 
@@ -102,10 +105,11 @@ void Rig::start() {
 }
 
 void Rig::settle() {
-    const auto eventType = static_cast<uint8_t>(kFirstFence + m_fence++ % kFences);
+    const auto eventType = static_cast<uint8_t>(kFirstFence + m_fence % kFences);
+    const uint32_t connection = kFirstFenceConnection + m_fence++ % kFenceConnections;
     const std::string text = "Unhandled event_type " + std::to_string(eventType) + " ";
     const size_t before = daemon.logSize();
-    radio->send(eventRecord(eventType, 0));
+    radio->send(eventRecord(eventType, connection));
     const auto handled = [&] { return daemon.log(before).find(text) != std::string::npos; };
     if (!waitUntil([&] { return handled() || !daemon.running(); }) || !handled()) {
         throw std::runtime_error("the daemon handles no records any more; its log:\n" + daemon.log());

@@ -60,7 +60,7 @@ class Rig {
 
   private:
     Queue m_replies;
-    uint8_t m_fence = 0;
+    uint32_t m_fence = 0;
 };
 
 // One CSI record: key, length, value.
