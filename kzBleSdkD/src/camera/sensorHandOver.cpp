@@ -1,9 +1,11 @@
 #include "sensorHandOver.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "kzipc/kzipc.h"
 #include "kzmfWriter.h"
+#include "serviceGuard.h"
 #include "utils.h"
 
 namespace {
@@ -20,17 +22,19 @@ constexpr uint32_t kTicksPerSession = 2;  // a session is 1000 ms
 constexpr uint32_t kLowestSequenceNumber = 48;
 constexpr uint32_t kHighestSequenceNumber = 64;
 
-void Send(const uint8_t* record, uint32_t size) {
+bool Send(const uint8_t* record, uint32_t size) {
     alignas(max_align_t) unsigned char channel[KZIPC_CHANNEL_SIZE] = {};
-    const int result = kzIpcInit("metadata", channel);
+    const int result = guards::metadata.Ask([&] { return std::min(kzIpcInit("metadata", channel), 0); });
     if (result < 0) {
         LOG_ERROR("IPC Failed to Init IPC %d", result);
-        return;
+        return false;
     }
-    if (kzIpcSend(channel, record, size) < 0) {
+    const bool sent = guards::metadata.Ask([&] { return std::min(kzIpcSend(channel, record, size), 0); }) == 0;
+    if (!sent) {
         LOG_ERROR("IPC Failed to send IPC data");
     }
     kzIpcDestroy(channel);
+    return sent;
 }
 
 }  // namespace
@@ -81,8 +85,11 @@ void SensorHandOver::HandOverPayload(uint32_t size) {
     if (size == 0) {
         return;
     }
+    if (m_failed) {
+        return;
+    }
     WriteSequenceNumber();
-    Send(m_record.data(), kSequenceSize + size);
+    m_failed = !Send(m_record.data(), kSequenceSize + size);
 }
 
 void SensorHandOver::WriteSequenceNumber() {

@@ -18,6 +18,9 @@ class SensorHandOver {
   public:
     // A session is two ticks long: on every second one, while a stream is open, all streams are to be handed over.
     static bool IsSessionOver(uint32_t tick);
+    // A payload that the service did not take is lost, and so are those that follow before the next tick: it is not
+    // asked more than once a tick then. Called on each tick.
+    void BeginTick() { m_failed = false; }
     // Hands over all streams.
     void writeSession() { HandOver(false); }
     // Hands over what is unsent when the next sample might not fit a record with them.
@@ -35,6 +38,7 @@ class SensorHandOver {
     void WriteSequenceNumber();
     uint8_t* Payload() { return m_record.data() + kSequenceSize; }
 
+    bool m_failed = false;                             // on this tick
     uint32_t m_sequenceNumber = kFirstSequenceNumber;  // of the next record
     std::array<uint8_t, kSequenceSize + kPayloadBudget> m_record{};
 };

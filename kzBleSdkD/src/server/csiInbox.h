@@ -29,7 +29,8 @@ class CsiInbox {
 
     OwnQueue& Queue() { return m_csiMq; }
 
-    // Subscribes to the keys of csiKeyTable.h, unless the request was sent already. Called at start and on each tick.
+    // Subscribes to the keys of csiKeyTable.h, unless the request was sent already to the queue that the network daemon
+    // has now, and was not refused. Called at start and on each tick.
     void KeepSubscribed();
 
     // Receives and handles one message.
@@ -56,4 +57,5 @@ class CsiInbox {
     Parts m_parts;
     OwnQueue m_csiMq{kMqCsi, kQueueDepth};
     bool m_csiSubscribed = false;
+    QueueHandle m_kzNetMq;  // the queue subscribed to, only to notice its removal
 };

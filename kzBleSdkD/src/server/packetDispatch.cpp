@@ -82,6 +82,10 @@ bool PacketDispatch::HandleBleMessage() {
     if (!m_parts.radio.ReceiveBLEMsg(record)) {
         return false;
     }
+    return HandleRecord(record);
+}
+
+bool PacketDispatch::HandleRecord(ble_message_t& record) {
     // The handlers reuse the record; what is logged at the end is the event as it came.
     const uint8_t eventType = record.eventType;
     bool known = true;
@@ -118,6 +122,15 @@ bool PacketDispatch::HandleBleMessage() {
         LOG_ERROR("event_type:%d returned kzErrno:(%d)", eventType, kzErrno);
     }
     return known;
+}
+
+void PacketDispatch::DisconnectAll() {
+    while (m_parts.clients.GetClientCount() > 0) {
+        ble_message_t record{};
+        record.eventType = KZBLE_SDK_EVENT_Disconn;
+        record.connectionId = m_parts.clients.Clients().front()->m_identity.m_connectionId;
+        HandleRecord(record);
+    }
 }
 
 void PacketDispatch::UpdateDevice(const ble_message_t& record) {
