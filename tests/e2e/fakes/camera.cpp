@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -42,18 +43,42 @@ void writeDown(const char* call, const Argument& argument) {
     close(file);
 }
 
+constexpr useconds_t kDeadline = 1'100'000;
+
+const char* serviceOf(const char* call) {
+    return std::strncmp(call, "csi", 3) == 0 ? "csi" : std::strncmp(call, "ipc", 3) == 0 ? "ipc" : "control";
+}
+
+int openReply(const char* call) {
+    char path[128];
+    std::snprintf(path, sizeof(path), "%s%s", fakes::kCameraReplies, call);
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+int failed(int error) {
+    errno = error;
+    return -1;
+}
+
 // The result that the test has put there for the call, or else `standard`.
 int answer(const char* call, const Argument& argument = {}, int standard = 0, Reply* reply = nullptr) {
     writeDown(call, argument);
-    char path[128];
-    std::snprintf(path, sizeof(path), "%s%s", fakes::kCameraReplies, call);
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    const int ofService = openReply(serviceOf(call));
+    const int file = ofService >= 0 ? ofService : openReply(call);
     int32_t result = standard;
     if (read(file, &result, sizeof(result)) == sizeof(result) && reply != nullptr) {
         const ssize_t length = read(file, reply->buffer, reply->capacity);
         reply->length = length > 0 ? static_cast<size_t>(length) : 0;
     }
     close(file);
+    if (result == fakes::kHangs) {
+        usleep(kDeadline);
+        return failed(EAGAIN);
+    }
+    if (result == fakes::kGone) {
+        return failed(ECONNREFUSED);
+    }
+    errno = 0;
     return result;
 }
 
@@ -90,7 +115,10 @@ int kzcontrol_send_command_param_response_ex(uint32_t id, const void* param, uin
 }
 
 int kzcontrol_set_caller_id(uint8_t id) {
-    return answer("caller", id);
+    char call[64];
+    std::snprintf(call, sizeof(call), "caller %u", id);
+    writeDown(call, {});
+    return 0;
 }
 
 int kzcontrol_get_camera_info(void* record) {
