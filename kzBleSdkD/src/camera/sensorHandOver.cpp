@@ -22,25 +22,28 @@ constexpr uint32_t kTicksPerSession = 2;  // a session is 1000 ms
 constexpr uint32_t kLowestSequenceNumber = 48;
 constexpr uint32_t kHighestSequenceNumber = 64;
 
-bool Send(const uint8_t* record, uint32_t size) {
+void Send(const uint8_t* record, uint32_t size) {
     alignas(max_align_t) unsigned char channel[KZIPC_CHANNEL_SIZE] = {};
     const int result = guards::metadata.Ask([&] { return std::min(kzIpcInit("metadata", channel), 0); });
     if (result < 0) {
         LOG_ERROR("IPC Failed to Init IPC %d", result);
-        return false;
+        return;
     }
-    const bool sent = guards::metadata.Ask([&] { return std::min(kzIpcSend(channel, record, size), 0); }) == 0;
-    if (!sent) {
+    if (guards::metadata.Ask([&] { return std::min(kzIpcSend(channel, record, size), 0); }) < 0) {
         LOG_ERROR("IPC Failed to send IPC data");
     }
     kzIpcDestroy(channel);
-    return sent;
 }
 
 }  // namespace
 
 bool SensorHandOver::IsSessionOver(uint32_t tick) {
     return tick % kTicksPerSession == 0 && MetadataHasStreams();
+}
+
+void SensorHandOver::writeSession() {
+    m_hung = false;
+    HandOver(false);
 }
 
 void SensorHandOver::HandOverIfNearLimit() {
@@ -85,11 +88,12 @@ void SensorHandOver::HandOverPayload(uint32_t size) {
     if (size == 0) {
         return;
     }
-    if (m_failed) {
+    if (m_hung) {
         return;
     }
     WriteSequenceNumber();
-    m_failed = !Send(m_record.data(), kSequenceSize + size);
+    Send(m_record.data(), kSequenceSize + size);
+    m_hung = !guards::metadata.Answers();
 }
 
 void SensorHandOver::WriteSequenceNumber() {

@@ -114,7 +114,9 @@ bool CsiInbox::HandleCsiMessage(std::span<unsigned char> buffer, uint32_t receiv
             LOG_INFO("Processing CAT_KZNET_CMD state event from CSI");
             return HandleStateMessage(message, static_cast<uint32_t>(buffer.size()));
         case CAT_KZNET_RSP:
-            m_csiSubscribed = m_csiSubscribed && !RefusesSubscription(message);
+            if (RefusesSubscription(message)) {
+                m_csiSubscribed = false;
+            }
             return false;
         default:
             return true;

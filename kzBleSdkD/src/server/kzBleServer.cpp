@@ -175,7 +175,6 @@ void KzBleServer::HandlePeriodicTimer() {
     }
     m_csiInbox.KeepSubscribed();
     m_registration.KeepRegistered(GetClientCount() > 0);
-    m_sensorHandOver.BeginTick();
     CheckClientsStoredResponses();
     CheckClientsForFileTransfer();
     CheckClientsForLarchOTA();
