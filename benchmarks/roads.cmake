@@ -24,3 +24,11 @@ if(KZ_BUILD_TESTS)
   target_compile_definitions(instructionsBench PRIVATE KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts")
   add_dependencies(instructionsBench kzBleSdkD)
 endif()
+
+# How long it is busy while the camera's services hang.
+if(KZ_BUILD_TESTS)
+  add_executable(stallBench ${CMAKE_CURRENT_SOURCE_DIR}/stallBench.cpp ${CMAKE_CURRENT_SOURCE_DIR}/roadsRig.cpp)
+  target_link_libraries(stallBench PRIVATE kzOptions kzE2eEngine kzCommon)
+  target_compile_definitions(stallBench PRIVATE KZ_SCRIPTS="${PROJECT_SOURCE_DIR}/scripts")
+  add_dependencies(stallBench kzBleSdkD)
+endif()

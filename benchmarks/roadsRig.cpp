@@ -18,11 +18,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 #include <utility>
-
-#include "cameraWire.h"
 
 namespace roads {
 namespace {
@@ -105,6 +104,7 @@ int Listen(const kzwire::Endpoint& endpoint) {
     std::filesystem::create_directories(std::filesystem::path(endpoint.path).parent_path());
     const int listener = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     const sockaddr_un address = AddressOf(endpoint);
+    unlink(address.sun_path);
     Check(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0, "bind");
     Check(listen(listener, 8) == 0, "listen");
     return listener;
@@ -225,9 +225,13 @@ void UnpinSelf() {
 // ---------------------------------------------------------------- the camera
 
 Process StartCamera() {
-    const int listeners[] = {Listen(kzwire::kControlEndpoint), Listen(kzwire::kCsiEndpoint),
-                             Listen(kzwire::kIpcEndpoint)};
-    Process camera = Process::Fork([&] {
+    return StartServices({kzwire::kControlEndpoint, kzwire::kCsiEndpoint, kzwire::kIpcEndpoint});
+}
+
+Process StartServices(const std::vector<kzwire::Endpoint>& endpoints) {
+    std::vector<int> listeners;
+    std::transform(endpoints.begin(), endpoints.end(), std::back_inserter(listeners), Listen);
+    Process services = Process::Fork([&] {
         for (const int listener : listeners) {
             std::thread([listener] {
                 for (;;) {
@@ -237,8 +241,8 @@ Process StartCamera() {
         }
         pause();
     });
-    std::for_each(std::begin(listeners), std::end(listeners), close);
-    return camera;
+    std::for_each(listeners.begin(), listeners.end(), close);
+    return services;
 }
 
 CameraConnection::CameraConnection() : m_socket(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {

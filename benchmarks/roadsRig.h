@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "cameraWire.h"
 #include "engine/queue.h"
 #include "skylark/bleMessage.h"
 
@@ -53,6 +54,8 @@ void UnpinSelf();
 // The camera behind the client libraries: every request succeeds, with an empty reply. Each connection has a thread of
 // its own that receives and sends.
 Process StartCamera();
+// Some of its services, in place of those that listened there before.
+Process StartServices(const std::vector<kzwire::Endpoint>& endpoints);
 // A connection to it, to be used bare: one request and its reply a call.
 class CameraConnection {
   public:

@@ -106,6 +106,7 @@ int exchange(Link& link, const kzwire::Endpoint& endpoint, const Request& reques
     const bool whole = received >= static_cast<ssize_t>(sizeof header) && (message.msg_flags & MSG_TRUNC) == 0;
     if (!whole || header.sequence != link.sequence) {
         disconnect(link);
+        errno = received == 0 ? ECONNRESET : errno;  // it hung up
         return kResultFailure;
     }
     if (header.result != 0 || reply.data == nullptr) {

@@ -36,6 +36,13 @@ TEST(EventLoop, ReadyDescriptorsAreHandledInTheirOrderOncePerRoundAndOnlyWhileWa
     }
 
     EXPECT_EQ(handled, "xa ya za xb yb zb xc zc ");
+    // A closed descriptor is left out, and another one comes in its place.
+    loop.Replace(1, -1);
+    ASSERT_EQ(write(pipes[0][1], "e", 1), 1);
+    loop.RunOnce();
+    loop.Replace(1, pipes[0][0]);
+    loop.RunOnce();
+    EXPECT_TRUE(handled.ends_with("xd zd yc ")) << handled;
     const fakes::LogCapture log(KZ_LOG_ERROR);
     close(pipes[1][0]);
     loop.RunOnce();

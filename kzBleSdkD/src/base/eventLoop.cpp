@@ -17,10 +17,25 @@ fd_set EventLoop::NoDescriptors() {
     return none;
 }
 
-void EventLoop::Add(int descriptor, std::function<void()> handle) {
-    m_sources.push_back({descriptor, std::move(handle)});
-    m_end = std::max(m_end, descriptor + 1);
-    SetWatched(descriptor, true);
+size_t EventLoop::Add(int descriptor, std::function<void()> handle) {
+    m_sources.push_back({-1, std::move(handle)});
+    Replace(m_sources.size() - 1, descriptor);
+    return m_sources.size() - 1;
+}
+
+void EventLoop::Replace(size_t place, int descriptor) {
+    int& current = m_sources[place].descriptor;
+    if (current == descriptor) {
+        return;
+    }
+    if (current >= 0) {
+        SetWatched(current, false);
+    }
+    current = descriptor;
+    if (current >= 0) {
+        m_end = std::max(m_end, current + 1);
+        SetWatched(current, true);
+    }
 }
 
 void EventLoop::SetWatched(int descriptor, bool watched) {
@@ -38,7 +53,7 @@ void EventLoop::RunOnce() {
         return;
     }
     for (const Source& source : m_sources) {
-        if (FD_ISSET(source.descriptor, &readable)) {
+        if (source.descriptor >= 0 && FD_ISSET(source.descriptor, &readable)) {
             source.handle();
         }
     }

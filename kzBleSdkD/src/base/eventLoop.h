@@ -9,13 +9,17 @@
 
 #include <sys/select.h>
 
+#include <cstddef>
 #include <functional>
 #include <vector>
 
 class EventLoop {
   public:
-    // Adds a descriptor behind those added so far. `handle` is called in each round in which it is readable.
-    void Add(int descriptor, std::function<void()> handle);
+    // Adds a descriptor behind those added so far. `handle` is called in each round in which it is readable. Gives the
+    // number of its place.
+    size_t Add(int descriptor, std::function<void()> handle);
+    // Waits for another descriptor in the place of one, or for none while it is closed (below 0).
+    void Replace(size_t place, int descriptor);
     // Stops or goes on waiting for a descriptor that was added. Added descriptors are waited for.
     void SetWatched(int descriptor, bool watched);
 
@@ -33,5 +37,5 @@ class EventLoop {
 
     std::vector<Source> m_sources;  // in the order of handling
     fd_set m_watched = NoDescriptors();
-    int m_end = 0;  // one above the highest descriptor
+    int m_end = 0;  // above every descriptor so far
 };

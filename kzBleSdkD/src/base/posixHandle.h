@@ -2,6 +2,7 @@
 #pragma once
 
 #include <mqueue.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
@@ -49,4 +50,10 @@ inline std::optional<mq_attr> QueueAttributes(const QueueHandle& queue) {
         return std::nullopt;
     }
     return attributes;
+}
+
+// Whether the name of an open queue was removed: who opens that name now gets another queue or none.
+inline bool IsRemoved(const QueueHandle& queue) {
+    struct stat status {};
+    return queue.IsOpen() && fstat(queue, &status) == 0 && status.st_nlink == 0;
 }

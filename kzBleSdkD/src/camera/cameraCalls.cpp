@@ -28,8 +28,7 @@ std::optional<int> SendEncodedCommand(uint32_t command, const google::protobuf::
         LOG_ERROR("FAILED TO ENCODE");
         return std::nullopt;
     }
-    return kzcontrol_send_command_param_response_ex(command, bytes.data(), static_cast<uint32_t>(bytes.size()), nullptr,
-                                                    0, nullptr);
+    return CallControlEx(command, bytes.data(), static_cast<uint32_t>(bytes.size()), nullptr, 0, nullptr);
 }
 
 int SendSetting(uint32_t settingId, uint32_t value) {
@@ -37,7 +36,7 @@ int SendSetting(uint32_t settingId, uint32_t value) {
 }
 
 int SetCsiText(uint8_t key, const std::string& text) {
-    return csi_set(key, text.data(), static_cast<uint32_t>(text.size()));
+    return SetCsiBytes(key, text.data(), static_cast<uint32_t>(text.size()));
 }
 
 int ReportAnalyticsSource(uint8_t callerId) {

@@ -9,9 +9,8 @@
 #include <utility>
 
 #include "accessoryImage.h"
+#include "cameraCalls.h"
 #include "fileHandle.h"
-#include "kzControlCommands.h"
-#include "kzCtrlD/kzCtrlD.h"
 #include "utils.h"
 
 namespace {
@@ -27,7 +26,7 @@ constexpr int kLowestTooEmptyBattery = 9;  // percent of the camera's battery; w
 // Whether the camera is in a state to update accessories.
 bool CameraPermitsUpdate() {
     std::array<uint8_t, kStatusSize> status{};
-    if (kzcontrol_send_command_param_response(KZCONTROL_GET_ALL_STATUS, nullptr, 0, status.data(), kStatusSize) != 0) {
+    if (CallControl(KZCONTROL_GET_ALL_STATUS, nullptr, 0, status.data(), kStatusSize) != 0) {
         LOG_ERROR("Error getting KZCONTROL_GET_ALL_STATUS");
         return false;
     }

@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
+#include "cameraCalls.h"
 #include "cameraStatus.h"
-#include "kzControlCommands.h"
-#include "kzCtrlD/kzCtrlD.h"
 #include "utils.h"
 
 namespace {
@@ -26,8 +26,7 @@ int SendRegistration(uint32_t operation) {
     Registration registration{};
     registration.operation = operation;
     std::memcpy(registration.queueName, kMqEvents, std::strlen(kMqEvents));
-    return kzcontrol_send_command_param_response(KZCONTROL_EVENT_REGISTER_MQUEUE, &registration, sizeof(registration),
-                                                 nullptr, 0);
+    return CallControl(KZCONTROL_EVENT_REGISTER_MQUEUE, &registration, sizeof(registration), nullptr, 0);
 }
 
 }  // namespace
@@ -41,12 +40,32 @@ int PushRegistration::RegisterForKzControlNotifications() {
             "BLE device connected while SYS_SUSPENDED_UNSAFE, mobile should call caminfo  cmd to determine when resumed");
         return -1;
     }
-    if (SendRegistration(kRegister) != 0) {
+    if (!Register()) {
         LOG_ERROR("Unable to register with kzControl for push notifications");
         return -1;
     }
-    m_registeredForPush = true;
     return 0;
+}
+
+bool PushRegistration::Register() {
+    // Counted before: what is lost while it is sent is sent again.
+    const uint32_t losses = guards::control.Losses();
+    if (SendRegistration(kRegister) != 0) {
+        return false;
+    }
+    m_registeredForPush = true;
+    m_knownLosses = losses;
+    return true;
+}
+
+void PushRegistration::KeepRegistered(bool clientsConnected) {
+    if (std::exchange(m_unregistrationDue, false) && !clientsConnected) {
+        UnregisterForKzControlNotifications();
+    }
+    const bool lost = guards::control.Losses() != m_knownLosses;
+    if (lost && clientsConnected && guards::control.Answers() && !m_camera.IsSuspended() && Register()) {
+        LOG_WARN("Registered again with kzControl for push notifications");
+    }
 }
 
 int PushRegistration::UnregisterForKzControlNotifications() {

@@ -1,9 +1,11 @@
 #include "sensorHandOver.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "kzipc/kzipc.h"
 #include "kzmfWriter.h"
+#include "serviceGuard.h"
 #include "utils.h"
 
 namespace {
@@ -22,12 +24,12 @@ constexpr uint32_t kHighestSequenceNumber = 64;
 
 void Send(const uint8_t* record, uint32_t size) {
     alignas(max_align_t) unsigned char channel[KZIPC_CHANNEL_SIZE] = {};
-    const int result = kzIpcInit("metadata", channel);
+    const int result = guards::metadata.Ask([&] { return std::min(kzIpcInit("metadata", channel), 0); });
     if (result < 0) {
         LOG_ERROR("IPC Failed to Init IPC %d", result);
         return;
     }
-    if (kzIpcSend(channel, record, size) < 0) {
+    if (guards::metadata.Ask([&] { return std::min(kzIpcSend(channel, record, size), 0); }) < 0) {
         LOG_ERROR("IPC Failed to send IPC data");
     }
     kzIpcDestroy(channel);
@@ -37,6 +39,11 @@ void Send(const uint8_t* record, uint32_t size) {
 
 bool SensorHandOver::IsSessionOver(uint32_t tick) {
     return tick % kTicksPerSession == 0 && MetadataHasStreams();
+}
+
+void SensorHandOver::writeSession() {
+    m_hung = false;
+    HandOver(false);
 }
 
 void SensorHandOver::HandOverIfNearLimit() {
@@ -81,8 +88,12 @@ void SensorHandOver::HandOverPayload(uint32_t size) {
     if (size == 0) {
         return;
     }
+    if (m_hung) {
+        return;
+    }
     WriteSequenceNumber();
     Send(m_record.data(), kSequenceSize + size);
+    m_hung = !guards::metadata.Answers();
 }
 
 void SensorHandOver::WriteSequenceNumber() {

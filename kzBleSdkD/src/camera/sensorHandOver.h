@@ -6,7 +6,8 @@
 //
 // When: every second tick, for all streams; at once when the unsent samples come near what a record holds, and before a
 // client's streams are closed, for the streams with unsent samples or sticky values alone. So a stream is emptied long
-// before its area is full.
+// before its area is full. Once the service hung, it is not asked again before the next session: what is handed over
+// until then is lost.
 //
 // Command thread only, with the client table's lock held.
 #pragma once
@@ -19,7 +20,7 @@ class SensorHandOver {
     // A session is two ticks long: on every second one, while a stream is open, all streams are to be handed over.
     static bool IsSessionOver(uint32_t tick);
     // Hands over all streams.
-    void writeSession() { HandOver(false); }
+    void writeSession();
     // Hands over what is unsent if the next sample might not fit one record together with it.
     void HandOverIfNearLimit();
     // Hands over the unsent samples and sticky values, if there are any.
@@ -35,6 +36,7 @@ class SensorHandOver {
     void WriteSequenceNumber();
     uint8_t* Payload() { return m_record.data() + kSequenceSize; }
 
+    bool m_hung = false;                               // since the last session began
     uint32_t m_sequenceNumber = kFirstSequenceNumber;  // of the next record
     std::array<uint8_t, kSequenceSize + kPayloadBudget> m_record{};
 };

@@ -8,6 +8,7 @@
 
 #include "filterTable.h"
 #include "kzCtrlD/kzCtrlD.h"
+#include "serviceGuard.h"
 #include "utils.h"
 
 namespace {
@@ -97,7 +98,7 @@ SettingsStatusMapping::SettingsStatusMapping() {
     reset.SetValue(static_cast<uint8_t>(255));
     SetStatusValue(kStatusIdResetOnDisconnect, reset);
     uint8_t answer = 0;
-    if (kzc_state_get_model_number(&answer) == 0) {
+    if (guards::control.Ask([&] { return kzc_state_get_model_number(&answer); }) == 0) {
         modelNumber = answer;
     } else {
         LOG_ERROR("Couldn't get model number using default:%lu", static_cast<unsigned long>(modelNumber));
@@ -146,7 +147,8 @@ std::unique_ptr<SettingsStatusMapping::Setting> SettingsStatusMapping::MakeSetti
 }
 
 bool SettingsStatusMapping::IsCurrentlyValidSettingOptionId(unsigned int settingId, unsigned int optionId) {
-    return optionIdExists(modelNumber, settingId, optionId);
+    constexpr int kNoOption = -1;
+    return guards::control.Ask([&] { return optionIdExists(modelNumber, settingId, optionId) ? 0 : kNoOption; }) == 0;
 }
 
 // ---------------------------------------------------------------- listing

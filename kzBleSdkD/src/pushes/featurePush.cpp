@@ -4,12 +4,11 @@
 #include <iterator>
 
 #include "MemStream.h"
+#include "cameraCalls.h"
 #include "cameraStatus.h"
 #include "csi/csiKeys.h"
 #include "csiKeyTable.h"
 #include "featureStatus.h"
-#include "kzControlCommands.h"
-#include "kzCtrlD/kzCtrlD.h"
 #include "presetStatus.h"
 #include "protobufAnswer.h"
 #include "queryKinds.h"
@@ -247,8 +246,7 @@ bool BuildPresets(const FeatureChange& change, MemoryStream& stream) {
 
     uint8_t reply[kPresetReplySize];
     uint32_t replyLength = 0;
-    const int err = kzcontrol_send_command_param_response_ex(KZCONTROL_PRESET_GET_PRESETS, nullptr, 0, reply,
-                                                             sizeof(reply), &replyLength);
+    const int err = CallControlEx(KZCONTROL_PRESET_GET_PRESETS, nullptr, 0, reply, sizeof(reply), &replyLength);
     if (err != 0) {
         LOG_ERROR("KZCONTROL_PRESET_GET_PRESETS err=%d", err);
         return false;

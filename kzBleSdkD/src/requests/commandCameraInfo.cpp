@@ -59,7 +59,7 @@ int GetCameraInfo(CommandCall& call) {
         call.client.m_identity.m_deviceType = KZ_CALLER_BLE_RC;
     }
     CameraInfoRecord info = {};
-    const int code = kzcontrol_get_camera_info(&info);
+    const int code = ReadCameraInfo(&info);
     if (code != KZ_OK) {
         return code;
     }

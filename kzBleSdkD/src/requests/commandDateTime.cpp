@@ -55,7 +55,7 @@ void WriteDateTime(const DateTimeRecord& record, uint8_t* bytes) {
 }
 
 int FetchDateTime(DateTimeRecord* record) {
-    return kzcontrol_send_command_param_response(KZCONTROL_GET_DATE_TIME, nullptr, 0, record, sizeof(*record));
+    return CallControl(KZCONTROL_GET_DATE_TIME, nullptr, 0, record, sizeof(*record));
 }
 
 void AnswerBytes(CommandCall& call, const uint8_t* bytes, int length) {

@@ -38,7 +38,7 @@ using Payload = std::vector<uint8_t>;
 EnumResultGeneric SetCloudUpload(const Payload& payload) {
     uint32_t enabled = 0;
     uint32_t length = 0;
-    if (csi_get(CSI_CAH_FEATURE_ENABLE, sizeof(enabled), &length, &enabled) != CSI_OK || enabled == 0) {
+    if (GetCsi(CSI_CAH_FEATURE_ENABLE, sizeof(enabled), &length, &enabled) != CSI_OK || enabled == 0) {
         return RESULT_UNKNOWN;
     }
     const auto request = ParseRequest<WSDK_RequestSetCAHStart>(payload);
@@ -233,9 +233,8 @@ int CreatePreset(const Payload& payload, CameraStatus&, const ProtobufAnswer& an
     }
     uint8_t reply[1500];
     uint32_t replyLength = 0;
-    const int error = kzcontrol_send_command_param_response_ex(KZCONTROL_PRESET_CUSTOM_CREATE, bytes.data(),
-                                                               static_cast<uint32_t>(bytes.size()), reply,
-                                                               sizeof(reply), &replyLength);
+    const int error = CallControlEx(KZCONTROL_PRESET_CUSTOM_CREATE, bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                    reply, sizeof(reply), &replyLength);
     if (error != KZ_OK || replyLength > sizeof(reply)) {
         LOG_ERROR("KZCONTROL_PRESET_CUSTOM_CREATE, err=%d and length=%d\n", error, static_cast<int>(replyLength));
         return RefusePresetCreation(answer);

@@ -51,8 +51,7 @@ bool IsStreamPreset(uint32_t presetId) {
 // Remembers the active preset unless it is a streaming one. Returns whether it is one.
 bool SaveActivePreset(CameraStatus& camera) {
     uint32_t presetId = 0;
-    const int error = kzcontrol_send_command_param_response(KZCONTROL_PRESET_GET_ACTIVE_PRESET, nullptr, 0, &presetId,
-                                                            sizeof(presetId));
+    const int error = CallControl(KZCONTROL_PRESET_GET_ACTIVE_PRESET, nullptr, 0, &presetId, sizeof(presetId));
     if (IsStreamPreset(presetId)) {
         return true;
     }
@@ -208,8 +207,8 @@ class LiveStreamRequest {
             m_result = RESULT_UNKNOWN;
             return;
         }
-        const int error = kzcontrol_send_command_param_response_ex(
-            KZCONTROL_PRESET_LOAD, bytes.data(), static_cast<uint32_t>(bytes.size()), nullptr, 0, nullptr);
+        const int error = CallControlEx(KZCONTROL_PRESET_LOAD, bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                        nullptr, 0, nullptr);
         if (error != KZ_OK) {
             LOG_ERROR("Error setting streaming preset %d", error);
             m_result = RESULT_UNKNOWN;

@@ -41,7 +41,7 @@ constexpr RegisterKey kCahKeys[] = {
 std::optional<uint32_t> ReadCsiWord(uint8_t key) {
     uint8_t bytes[4] = {};
     uint32_t length = 0;
-    if (csi_get(key, sizeof(bytes), &length, bytes) != CSI_OK) {
+    if (GetCsi(key, sizeof(bytes), &length, bytes) != CSI_OK) {
         return std::nullopt;
     }
     return ReadLittleEndian32(bytes);
@@ -58,7 +58,7 @@ struct CsiText {
 
 void ReadCsiText(uint8_t key, CsiText& text) {
     uint32_t length = 0;
-    text.read = csi_get(key, kMaxCsiText, &length, text.data) == CSI_OK;
+    text.read = GetCsi(key, kMaxCsiText, &length, text.data) == CSI_OK;
     text.length = text.read ? static_cast<uint16_t>(std::min<size_t>(length, kMaxCsiText)) : uint16_t{0};
     text.data[text.length] = '\0';
 }

@@ -72,8 +72,7 @@ int GetPresetStatus(const ProtobufQuery& query) {
     } else {
         uint8_t reply[kPresetReplySize];
         uint32_t replyLength = 0;
-        error = kzcontrol_send_command_param_response_ex(KZCONTROL_PRESET_GET_PRESETS, nullptr, 0, reply, sizeof(reply),
-                                                         &replyLength);
+        error = CallControlEx(KZCONTROL_PRESET_GET_PRESETS, nullptr, 0, reply, sizeof(reply), &replyLength);
         if (error == KZ_OK && replyLength > sizeof(reply)) {
             LOG_ERROR("Preset status of %u bytes is longer than its buffer", replyLength);
             error = KZ_ERR;

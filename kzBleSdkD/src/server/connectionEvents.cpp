@@ -96,7 +96,11 @@ void ConnectionEvents::UnregisterAfterLastDisconnection() {
         return;
     }
     LOG_INFO("No devices connected, unregistering for push notifications from kzControlD");
-    m_parts.registration.UnregisterForKzControlNotifications();
+    if (guards::AllAnswer()) {
+        m_parts.registration.UnregisterForKzControlNotifications();
+    } else {
+        m_parts.registration.UnregisterLater();  // these clients have waited for a hung service already
+    }
     if (SettingsStatusMapping* model = BleSDK::LoadedMapping(); model != nullptr) {
         FlexValue unknown(eValueWidth1Byte, 0);
         unknown.SetValue(kStatusUnknown);

@@ -1,5 +1,7 @@
 #include "csiInbox.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
@@ -32,21 +34,23 @@ void LogUnexpectedCommand(std::string_view command) {
     LOG_ERROR("Unexpected Response type on CSI notification [%s]", std::string(command).c_str());
 }
 
-// The subscription's answer holds "CR" and a result byte.
-void CheckSubscriptionAnswer(const unsigned char* message) {
+// The subscription's answer holds "CR" and a result byte. Only that byte refuses it.
+bool RefusesSubscription(const unsigned char* message) {
     const std::string_view command = TextOf(tlv_find(message, TLV_CMD));
     if (command != "CR") {
         LOG_ERROR("Unexpected Response type on CSI subscribe response [%s]", std::string(command).c_str());
-        return;
+        return false;
     }
     const unsigned char* result = tlv_find(message, TLV_RSPARG);
     if (result == nullptr || tlv_length(result) == 0) {
         LOG_ERROR("Failed to find TLV_CMDARG in message from kzNet");
     } else if (tlv_data(result)[0] != 0) {
         LOG_ERROR("CSI Subscribe/unsubscribe failed");
+        return true;
     } else {
         LOG_INFO("Got success response to CSI subscribe/unsubscribe");
     }
+    return false;
 }
 
 // The record at the start of `length` bytes; null, after a log line, when they do not hold it whole.
@@ -68,13 +72,15 @@ const csiStruct* WholeRecord(const unsigned char* data, size_t length) {
 
 // ---------------------------------------------------------------- receiving
 
-void CsiInbox::Subscribe() {
-    m_csiSubscribed = subscribeCSIbleSdk() == 0;
-}
-
 void CsiInbox::KeepSubscribed() {
+    if (m_csiSubscribed && (!m_kzNetMq.IsOpen() || IsRemoved(m_kzNetMq))) {
+        LOG_WARN("The network daemon's queue is another one, subscribing again");
+        m_csiSubscribed = false;
+    }
     if (!m_csiSubscribed) {
-        Subscribe();
+        // Opened first: should the message reach a queue that comes after this one, it is only sent twice.
+        m_kzNetMq = QueueHandle(mq_open(kMqKzNet, O_WRONLY | O_NONBLOCK));
+        m_csiSubscribed = subscribeCSIbleSdk() == 0;
     }
 }
 
@@ -108,7 +114,9 @@ bool CsiInbox::HandleCsiMessage(std::span<unsigned char> buffer, uint32_t receiv
             LOG_INFO("Processing CAT_KZNET_CMD state event from CSI");
             return HandleStateMessage(message, static_cast<uint32_t>(buffer.size()));
         case CAT_KZNET_RSP:
-            CheckSubscriptionAnswer(message);
+            if (RefusesSubscription(message)) {
+                m_csiSubscribed = false;
+            }
             return false;
         default:
             return true;

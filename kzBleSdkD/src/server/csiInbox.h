@@ -29,9 +29,8 @@ class CsiInbox {
 
     OwnQueue& Queue() { return m_csiMq; }
 
-    // Subscribes to the keys of csiKeyTable.h, when the command thread starts. A request that the network daemon's
-    // queue could not take is sent again by KeepSubscribed, on each tick.
-    void Subscribe();
+    // Subscribes to the keys of csiKeyTable.h, unless the request was sent already to the queue that the network daemon
+    // has now, and was not refused. Called at start and on each tick.
     void KeepSubscribed();
 
     // Receives and handles one message.
@@ -58,4 +57,5 @@ class CsiInbox {
     Parts m_parts;
     OwnQueue m_csiMq{kMqCsi, kQueueDepth};
     bool m_csiSubscribed = false;
+    QueueHandle m_kzNetMq;  // the queue subscribed to, only to notice its removal
 };

@@ -6,6 +6,7 @@
 #include "bleSDK.h"
 #include "eventLoop.h"
 #include "kzCtrlD/kzCtrlD.h"
+#include "serviceGuard.h"
 #include "utils.h"
 
 namespace {
@@ -129,7 +130,7 @@ void KzBleServer::Run() {
     LOG_INFO("Command handling thread running!");
     m_radio.StartPacketTimer();
     KZ_DEBUG_PRINT(kDebugThresholdStart, "Starting kzBleSdkD\n");
-    m_csiInbox.Subscribe();
+    m_csiInbox.KeepSubscribed();
     StartTick();
     Loop();
     LOG_INFO("Command handling thread exiting!");
@@ -146,15 +147,22 @@ void KzBleServer::StartTick() {
 // much there is to receive. The packet timer runs only while packets are held, so it is watched only then.
 void KzBleServer::Loop() {
     EventLoop loop;
-    loop.Add(m_controlEvents.Queue().Handle(), [this] { HandleEvent(); });
-    loop.Add(m_radio.ReceiveDescriptor(), [this] { m_packetDispatch.HandleRecords(); });
-    loop.Add(m_csiInbox.Queue().Handle(), [this] { HandleCSINotification(); });
+    const auto add = [&loop](int descriptor, auto handle) {
+        return loop.Add(descriptor, [handle] {
+            ServiceGuard::BeginTurn();
+            handle();
+        });
+    };
+    add(m_controlEvents.Queue().Handle(), [this] { HandleEvent(); });
+    const size_t radio = add(m_radio.ReceiveDescriptor(), [this] { m_packetDispatch.HandleRecords(); });
+    add(m_csiInbox.Queue().Handle(), [this] { HandleCSINotification(); });
     loop.Add(m_radio.TimerDescriptor(), [this] { DiscardExpirations(m_radio.TimerDescriptor()); });
-    loop.Add(m_tick_fd, [this] {
+    add(m_tick_fd, [this] {
         DiscardExpirations(m_tick_fd);
         HandlePeriodicTimer();
     });
     while (m_running && !m_stopRequested) {
+        loop.Replace(radio, m_radio.ReceiveDescriptor());
         loop.SetWatched(m_radio.TimerDescriptor(), m_radio.IsHolding());
         loop.RunOnce();
     }
@@ -162,15 +170,30 @@ void KzBleServer::Loop() {
 
 void KzBleServer::HandlePeriodicTimer() {
     ++m_tick;
+    KeepRadio();
     if (TrackBleQStats(m_tick)) {
         ReportBleQStats();
     }
     m_csiInbox.KeepSubscribed();
+    m_registration.KeepRegistered(GetClientCount() > 0);
     CheckClientsStoredResponses();
     CheckClientsForFileTransfer();
     CheckClientsForLarchOTA();
     if (SensorHandOver::IsSessionOver(m_tick)) {
         writeSession();
+    }
+}
+
+// A radio-stack daemon that is started anew knows nothing of its connections; everything else goes on meanwhile.
+void KzBleServer::KeepRadio() {
+    if (m_radio.IsGone()) {
+        LOG_ERROR("The radio-stack daemon has removed its queues, its clients are gone");
+        m_radio.CloseQueues();
+        m_packetDispatch.DisconnectAll();
+    }
+    if (!m_radio.IsOpen() && m_radio.Reopen()) {
+        LOG_WARN("The radio-stack daemon's queues are open again");
+        m_services.longestResponse = m_radio.GetLongestResponse();
     }
 }
 

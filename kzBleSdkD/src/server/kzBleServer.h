@@ -151,6 +151,7 @@ class KzBleServer {
     void Run();
     void StartTick();
     void Loop();
+    void KeepRadio();
 
     static KzBleServer* m_pInstance;  // null before the first GetInstance and after Destroy
     static constexpr pthread_t kNoThread = static_cast<pthread_t>(-1);

@@ -66,6 +66,10 @@ bool PacketDispatch::HandleBleMessage() {
     if (!m_parts.radio.ReceiveBLEMsg(record)) {
         return false;
     }
+    return HandleRecord(record);
+}
+
+bool PacketDispatch::HandleRecord(ble_message_t& record) {
     // A debug event carries no connection; what stands in its place counts as one.
     const LogSource source(record.connectionId);
     // Kept for the line at the end, because the handlers use the record again.
@@ -104,6 +108,15 @@ bool PacketDispatch::HandleBleMessage() {
         LOG_ERROR("event_type:%d returned kzErrno:(%d)", eventType, kzErrno);
     }
     return known;
+}
+
+void PacketDispatch::DisconnectAll() {
+    while (m_parts.clients.GetClientCount() > 0) {
+        ble_message_t record{};
+        record.eventType = KZBLE_SDK_EVENT_Disconn;
+        record.connectionId = m_parts.clients.Clients().front()->m_identity.m_connectionId;
+        HandleRecord(record);
+    }
 }
 
 void PacketDispatch::UpdateDevice(const ble_message_t& record) {

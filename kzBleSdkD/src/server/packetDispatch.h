@@ -35,6 +35,8 @@ class PacketDispatch {
     void HandleRecords();
     // Receives and dispatches one record. False for a record that could not be received or is of no known type.
     bool HandleBleMessage();
+    // Disconnects every client, as if the radio-stack daemon had sent the records.
+    void DisconnectAll();
     // Dispatches one data packet under the lock. True when a response was produced (sent, stored or dropped by its
     // gate) and for a packet of an unknown connection. *kzErrno: the code of the handler. The record is used again for
     // the response.
@@ -43,6 +45,7 @@ class PacketDispatch {
     bool DumpBleDeviceStatus();
 
   private:
+    bool HandleRecord(ble_message_t& record);
     void UpdateDevice(const ble_message_t& record);
     void HandleDataEvent(ble_message_t& record, int* kzErrno);
     void HandleDebugEvent(const ble_message_t& record);

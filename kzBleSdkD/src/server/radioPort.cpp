@@ -1,13 +1,17 @@
 #include "radioPort.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/timerfd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 #include "messageCutter.h"
+#include "monotonicTime.h"
 #include "stopSignals.h"
 #include "utils.h"
 
@@ -27,7 +31,7 @@ constexpr mode_t kQueueMode = 0664;
 constexpr long kRadioQueueDepth = 100;
 constexpr int kOpenAttempts = 12;
 constexpr std::chrono::seconds kOpenPeriod{1};
-constexpr int kWriteSeconds = 2;  // a write that stays blocked longer has failed
+constexpr int64_t kWriteMs = 2000;  // a write that stays blocked longer has failed
 
 // Records are dumped at level 6 alone: it is the highest, and a higher number would be a caller's mistake.
 bool DumpsRecords() {
@@ -103,17 +107,36 @@ bool RadioPort::Open() {
             return false;
         }
     }
-    if (const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq)) {
-        m_longestResponse = static_cast<uint16_t>(LongestResponse(queue->mq_maxmsg));
-    }
+    LearnLongestResponse();
     return m_bleTxMq.IsOpen();
 }
 
 void RadioPort::Close() {
+    CloseQueues();
+    m_timer_fd.Close();
+}
+
+void RadioPort::CloseQueues() {
     m_bleRxMq.Close();
     m_bleTxMq.Close();
     m_longestResponse = kMaxExtendedLength;
-    m_timer_fd.Close();
+}
+
+bool RadioPort::Reopen() {
+    if (!m_bleRxMq.IsOpen()) {
+        m_bleRxMq = OpenRadioQueue(kMqToBleSdk, O_RDONLY | O_NONBLOCK);
+    }
+    if (!m_bleTxMq.IsOpen()) {
+        m_bleTxMq = OpenRadioQueue(kMqToSkylark, O_WRONLY);
+    }
+    LearnLongestResponse();
+    return IsOpen();
+}
+
+void RadioPort::LearnLongestResponse() {
+    if (const std::optional<mq_attr> queue = QueueAttributes(m_bleTxMq)) {
+        m_longestResponse = static_cast<uint16_t>(LongestResponse(queue->mq_maxmsg));
+    }
 }
 
 void RadioPort::StartPacketTimer() {
@@ -150,23 +173,39 @@ long RadioPort::Waiting() const {
 
 // ---------------------------------------------------------------- packets
 
-// Writes one record. The wait for room is bounded, so that a radio-stack daemon that stopped reading costs a packet and
-// not the whole service. Without a wait the deadline is one that has passed.
-RadioPort::SendResult RadioPort::WriteRecord(const ble_message_t& record, WaitForRoom wait) {
-    timespec deadline{};
-    if (wait == WaitForRoom::kBounded) {
-        clock_gettime(CLOCK_REALTIME_COARSE, &deadline);
-        deadline.tv_sec += kWriteSeconds;
-    }
-    int result = 0;
+// Waits until the send queue has room; false at the deadline.
+bool RadioPort::AwaitRoom(int64_t deadlineMs) const {
+    pollfd queue{m_bleTxMq, POLLOUT, 0};
+    int ready = -1;
     do {
-        result = mq_timedsend(m_bleTxMq, reinterpret_cast<const char*>(&record), sizeof(record), 0, &deadline);
-    } while (result != 0 && errno == EINTR);
-    if (result == 0) {
-        return SendResult::kSent;
+        const int64_t left = std::max<int64_t>(deadlineMs - MonotonicMs(), 0);
+        ready = poll(&queue, 1, static_cast<int>(left));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0 && (queue.revents & POLLOUT) != 0;
+}
+
+// Writes one record. The wait for room is bounded, so that a radio-stack daemon that stopped reading costs a packet and
+// not the whole service. The system's own wait goes by the wall clock, which may step, so it gets a deadline that has
+// passed, and the wait is poll's.
+RadioPort::SendResult RadioPort::WriteRecord(const ble_message_t& record, WaitForRoom wait) {
+    constexpr timespec kAtOnce{};
+    std::optional<int64_t> deadlineMs;
+    while (mq_timedsend(m_bleTxMq, reinterpret_cast<const char*>(&record), sizeof(record), 0, &kAtOnce) != 0) {
+        if (errno == EINTR) {
+            continue;
+        }
+        if (wait == WaitForRoom::kNo) {
+            return errno == ETIMEDOUT || errno == EBADF ? SendResult::kNoRoom : SendResult::kFailed;
+        }
+        if (errno != ETIMEDOUT) {
+            return SendResult::kFailed;
+        }
+        deadlineMs = deadlineMs.value_or(MonotonicMs() + kWriteMs);
+        if (!AwaitRoom(*deadlineMs)) {
+            return SendResult::kFailed;
+        }
     }
-    const bool couldNotStart = errno == ETIMEDOUT || errno == EBADF;
-    return wait == WaitForRoom::kNo && couldNotStart ? SendResult::kNoRoom : SendResult::kFailed;
+    return SendResult::kSent;
 }
 
 RadioPort::SendResult RadioPort::SendOrHold(const ble_message_t& record, WaitForRoom wait) {

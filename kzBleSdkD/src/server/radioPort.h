@@ -27,6 +27,17 @@ class RadioPort {
     // first does not appear or the process is asked to stop; each attempt is logged.
     bool Open();
     void Close();
+
+    // ---- a radio-stack daemon that is started anew removes its queues and makes others
+
+    bool IsOpen() const { return m_bleRxMq.IsOpen() && m_bleTxMq.IsOpen(); }
+    // Whether one of the open queues has been removed.
+    bool IsGone() const { return IsRemoved(m_bleRxMq) || IsRemoved(m_bleTxMq); }
+    void CloseQueues();
+    // Tries to open what is closed, without a wait and without a line for a queue that is not there yet. True when both
+    // queues are open.
+    bool Reopen();
+
     // Makes the packet timer, disarmed; failure is fatal. Called by the command thread when it starts.
     void StartPacketTimer();
 
@@ -77,6 +88,8 @@ class RadioPort {
         kNoRoom,  // only when it was not to wait; nothing was logged
         kFailed,
     };
+    void LearnLongestResponse();
+    bool AwaitRoom(int64_t deadlineMs) const;
     SendResult WriteRecord(const ble_message_t& record, WaitForRoom wait);
     SendResult SendOrHold(const ble_message_t& record, WaitForRoom wait);
 

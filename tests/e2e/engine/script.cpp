@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
+
+#include "../fakes/paths.h"
 
 namespace e2e {
 namespace {
@@ -92,6 +95,18 @@ Step tells(const char* queue, const Message& message) {
 
 Step replies(const std::string& call, int result, const Message& reply) {
     return [=](Rig& rig) { rig.camera.reply(call, result, reply.bytes); };
+}
+
+Step hangs(const std::string& service) {
+    return replies(service, fakes::kHangs);
+}
+
+Step goes(const std::string& service) {
+    return replies(service, fakes::kGone);
+}
+
+Step comesBack(const std::string& service) {
+    return [=](Rig&) { std::filesystem::remove(fakes::kCameraReplies + service); };
 }
 
 Step sets(unsigned logLevel) {

@@ -49,6 +49,9 @@ Step pushes(const std::string& json);
 Step notifies(const std::string& command, const Bytes& csiRecords);
 Step tells(const char* queue, const Message& message);  // any bytes to one of the daemon's own queues
 Step replies(const std::string& call, int result, const Message& reply = "");
+Step hangs(const std::string& service);  // "control", "csi" or "ipc"
+Step goes(const std::string& service);
+Step comesBack(const std::string& service);
 Step sets(unsigned logLevel);
 Step occupies(long places);  // of the radio queue
 Step drains();               // the radio queue

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "../../fakes/cameraLibraries.h"
 #include "paths.h"
@@ -28,19 +30,36 @@ void WriteDown(const char* call, const Argument& argument) {
     close(file);
 }
 
+constexpr useconds_t kDeadline = 1'100'000;
+
+const char* ServiceOf(const char* call) {
+    return std::strncmp(call, "csi", 3) == 0 ? "csi" : std::strncmp(call, "ipc", 3) == 0 ? "ipc" : "control";
+}
+
+int OpenReply(const char* call) {
+    char path[128];
+    std::snprintf(path, sizeof(path), "%s%s", kCameraReplies, call);
+    return open(path, O_RDONLY | O_CLOEXEC);
+}
+
+int Failed(int error) {
+    errno = error;
+    return -1;
+}
+
 }  // namespace
 
 int Answer(const char* call, int64_t number, const Argument& argument, int standard, Reply* reply) {
-    char path[128];
-    const int start = std::snprintf(path, sizeof(path), "%s", kCameraReplies);
+    char name[64];
     if (number == kNoNumber) {
-        std::snprintf(path + start, sizeof(path) - static_cast<size_t>(start), "%s", call);
+        std::snprintf(name, sizeof(name), "%s", call);
     } else {
-        std::snprintf(path + start, sizeof(path) - static_cast<size_t>(start), "%s %lld", call,
-                      static_cast<long long>(number));
+        std::snprintf(name, sizeof(name), "%s %lld", call, static_cast<long long>(number));
     }
-    WriteDown(path + start, argument);
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    WriteDown(name, argument);
+    const bool local = std::strcmp(call, "caller") == 0;  // asks no service
+    const int ofService = local ? -1 : OpenReply(ServiceOf(call));
+    const int file = ofService >= 0 ? ofService : OpenReply(name);
     int32_t result = standard;
     struct stat status {};
     if (read(file, &result, sizeof(result)) == sizeof(result) && reply != nullptr && fstat(file, &status) == 0 &&
@@ -48,6 +67,14 @@ int Answer(const char* call, int64_t number, const Argument& argument, int stand
         reply->length = static_cast<size_t>(status.st_size) - sizeof(result);
     }
     close(file);
+    if (result == kHangs) {
+        usleep(kDeadline);
+        return Failed(EAGAIN);
+    }
+    if (result == kGone) {
+        return Failed(ECONNREFUSED);
+    }
+    errno = 0;
     return result;
 }
 
