@@ -76,7 +76,7 @@ bool CarriesRecords(const QueueHandle& queue, const char* name) {
 }
 
 // One attempt; the reason of a failure is in the log.
-QueueHandle OpenRadioQueue(const char* name, int flags, mq_attr* attributes) {
+QueueHandle OpenRadioQueue(const char* name, int flags, mq_attr* attributes = nullptr) {
     QueueHandle queue(mq_open(name, flags, kQueueMode, attributes));
     if (!queue.IsOpen()) {
         LOG_ERROR("mq_open() failed for '%s': %s\n", name, strerror(errno));
