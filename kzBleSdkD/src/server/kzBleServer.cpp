@@ -165,6 +165,7 @@ void KzBleServer::HandlePeriodicTimer() {
         ReportBleQStats();
     }
     m_csiInbox.KeepSubscribed();
+    m_transfers.KeepMoving();
     CheckClientsStoredResponses();
     CheckClientsForFileTransfer();
     CheckClientsForLarchOTA();

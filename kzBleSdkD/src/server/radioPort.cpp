@@ -169,6 +169,14 @@ bool RadioPort::PostPacket(const ble_message_t& record) {
     return SendOrHold(record, WaitForRoom::kBounded) == SendResult::kSent;
 }
 
+// A record that is to be dumped must not be dumped on every try, so that the queue is asked first.
+RadioPort::SendResult RadioPort::TryPacket(const ble_message_t& record) {
+    if (DumpsRecords() && !m_packetHolding && TxQueueFill().Available() <= 0) {
+        return SendResult::kNoRoom;
+    }
+    return SendOrHold(record, WaitForRoom::kNo);
+}
+
 bool RadioPort::PostResponse(const ble_message_t& record, const unsigned char* data, unsigned short length) {
     if (length == 0) {
         return true;

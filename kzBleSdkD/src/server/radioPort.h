@@ -40,6 +40,13 @@ class RadioPort {
 
     // ---- sending
 
+    enum class SendResult {
+        kSent,
+        kNoRoom,  // only when it was not to wait; nothing was logged
+        kFailed,
+    };
+    // Sends one ready record, or finds no room for it. It never waits.
+    SendResult TryPacket(const ble_message_t& record);
     // Sends one ready record. It does not look for room: a full queue is waited for, two seconds at most.
     bool PostPacket(const ble_message_t& record);
     // Splits `length` bytes into packets on the record's connection and stream. False only when the response was not
@@ -70,11 +77,6 @@ class RadioPort {
 
   private:
     enum class WaitForRoom { kNo, kBounded };
-    enum class SendResult {
-        kSent,
-        kNoRoom,  // only when it was not to wait; nothing was logged
-        kFailed,
-    };
     SendResult WriteRecord(const ble_message_t& record, WaitForRoom wait);
     SendResult SendOrHold(const ble_message_t& record, WaitForRoom wait);
 
