@@ -21,6 +21,7 @@ struct RequestInterface {
     uint8_t id;            // request stream
     const char* received;  // logged for each packet
     Process process;
+    FragmentedMessageBuilder& (*builder)(BleNotificationClient& client);  // joins the packets
 };
 
 namespace {
@@ -30,11 +31,20 @@ constexpr const char* kLogTag = "kzBleServer";
 constexpr long kMaxRadioBacklog = 90;
 constexpr int kMaxShedAtOnce = 16;  // records, before the other queues are looked at
 
+template <auto kMessage>
+FragmentedMessageBuilder& BuilderOf(BleNotificationClient& client) {
+    return client.*kMessage;
+}
+
 constexpr RequestInterface kInterfaceRows[] = {
-    {KZ_STR_ID_COMMAND, "Received message on Command Interface", &BleNotificationClient::ProcessCommandMessage},
-    {KZ_STR_ID_SETTINGS, "Received message on Settings Interface", &BleNotificationClient::ProcessSettingMessage},
-    {KZ_STR_ID_QUERY, "Received message on Query Interface", &BleNotificationClient::ProcessQueryMessage},
-    {KZ_STR_ID_SENSOR, "Received message on Sensor Interface 0714", &BleNotificationClient::ProcessMetadataMessage},
+    {KZ_STR_ID_COMMAND, "Received message on Command Interface", &BleNotificationClient::ProcessCommandMessage,
+     BuilderOf<&BleNotificationClient::m_commandMessage>},
+    {KZ_STR_ID_SETTINGS, "Received message on Settings Interface", &BleNotificationClient::ProcessSettingMessage,
+     BuilderOf<&BleNotificationClient::m_settingsMessage>},
+    {KZ_STR_ID_QUERY, "Received message on Query Interface", &BleNotificationClient::ProcessQueryMessage,
+     BuilderOf<&BleNotificationClient::m_queryMessage>},
+    {KZ_STR_ID_SENSOR, "Received message on Sensor Interface 0714", &BleNotificationClient::ProcessMetadataMessage,
+     BuilderOf<&BleNotificationClient::m_metadataMessage>},
 };
 constexpr DispatchTable kInterfaces(kInterfaceRows);
 
@@ -135,10 +145,23 @@ void PacketDispatch::HandleDataEvent(ble_message_t& record, int* kzErrno) {
     LOG_INFO("mq_curmsgs = %d", static_cast<int>(waiting));
     m_shedding = waiting > kMaxRadioBacklog;
     if (m_shedding) {
+        AbandonMessage(record);
         return;
     }
     if (HandleSDKMessage(record, kzErrno)) {
         LOG_INFO("Response Generated for BLE Client");
+    }
+}
+
+// A shed packet is missing in the message that was being joined: what follows must not be joined to what came before.
+void PacketDispatch::AbandonMessage(const ble_message_t& record) {
+    const RequestInterface* row = kInterfaces.Find(record.streamId);
+    if (row == nullptr) {
+        return;
+    }
+    const ClientLock lock(m_parts.clients.Mutex());
+    if (BleNotificationClient* client = m_parts.clients.LookUp(record.connectionId); client != nullptr) {
+        row->builder(*client).Abandon();
     }
 }
 
