@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <numeric>
+#include <thread>
 
 #include "cameraFakes.h"
 #include "privateTmp.h"
@@ -85,9 +88,9 @@ TEST_F(AccessoryImageSearchTest, FirstMatchingNameInByteOrderIsTheImage) {
         MakeFile(std::string("/tmp/fuse_d/") + name);
     }
 
-    EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_MAPLE), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_BIRCH), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(OpenAccessoryImage(kRemote).path, "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
+    EXPECT_EQ(OpenAccessoryImage(KZ_CALLER_MAPLE).path, "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(OpenAccessoryImage(KZ_CALLER_BIRCH).path, "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
 }
 
 TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
@@ -97,12 +100,38 @@ TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
     std::filesystem::create_symlink("/tmp/secret", "/tmp/fuse_d/KZ_REMOTE_FW_2.bin");
     std::filesystem::create_symlink("../secret", "/tmp/fuse_d/KZ_REMOTE_FW_3.bin");
     std::filesystem::create_symlink("nowhere", "/tmp/fuse_d/KZ_REMOTE_FW_4.bin");
-    EXPECT_EQ(FindAccessoryImage(kRemote), "");
+    EXPECT_EQ(OpenAccessoryImage(kRemote).path, "");
 
     MakeFile("/tmp/fuse_d/image");
     std::filesystem::create_symlink("image", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
 
-    EXPECT_EQ(FindAccessoryImage(kRemote), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+    EXPECT_EQ(OpenAccessoryImage(kRemote).path, "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+}
+
+// Somebody puts a link to a secret in the place of the image and back, all the time.
+TEST_F(AccessoryImageSearchTest, FlippingLinkNeverLeadsOutside) {
+    const std::string kImage = "/tmp/fuse_d/KZ_REMOTE_FW_1.bin";
+    std::ofstream("/tmp/secret") << "secret";
+    std::atomic<bool> flips = true;
+    std::thread flipper([&] {
+        while (flips) {
+            MakeFile("/tmp/fuse_d/next");
+            std::filesystem::rename("/tmp/fuse_d/next", kImage);
+            std::filesystem::create_symlink("/tmp/secret", "/tmp/fuse_d/next");
+            std::filesystem::rename("/tmp/fuse_d/next", kImage);
+        }
+    });
+    std::map<std::string, int> seen;
+    for (int i = 0; i < 5000; ++i) {
+        const AccessoryImageFile image = OpenAccessoryImage(kRemote);
+        char content[16] = "";
+        ++seen[image.file != nullptr ? fgets(content, sizeof(content), image.file.get()) : "none"];
+    }
+    flips = false;
+    flipper.join();
+    EXPECT_GT(seen["content"], 0);
+    EXPECT_GT(seen["none"], 0);
+    EXPECT_EQ(seen["secret"], 0);
 }
 
 }  // namespace
