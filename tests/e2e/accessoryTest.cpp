@@ -151,6 +151,8 @@ TEST_F(Accessory, RemoteIsRebootedUpdatedAndWelcomedBack) {
     const Bytes image = ramp(1020);  // full packets: only the end of the file shows the end
     serve();
     writeFile(kCameraImage, imageFile(6, image));
+    std::filesystem::create_directory("/tmp/fuse_d");
+    std::filesystem::create_symlink(kCameraImage, kCardImage);  // from one directory to the other
     play({cameraIs(80, 0), joins(1), settles()});
     rig->camera.takeCalls();
 

@@ -1,8 +1,12 @@
 #include "accessoryImage.h"
 
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -71,6 +75,17 @@ TEST(AccessoryImageVersionTest, CardMayGoBackTheCameraOnlyForward) {
     }
 }
 
+// As on an older kernel.
+bool RefuseConfinedOpening() {
+    sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter = {std::size(program), program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+           syscall(SYS_openat2, -1, nullptr, nullptr, 0) == -1 && errno == ENOSYS;
+}
+
 class AccessoryImageSearchTest : public testing::Test {
   protected:
     void SetUp() override {
@@ -105,7 +120,11 @@ TEST_F(AccessoryImageSearchTest, OnlyRegularFilesWithinTheDirectoriesCount) {
     MakeFile("/tmp/fuse_d/image");
     std::filesystem::create_symlink("image", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
 
-    EXPECT_EQ(OpenAccessoryImage(kRemote).path, "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+    const auto findsTheImage = [] {
+        return OpenAccessoryImage(kRemote).path == "/tmp/fuse_d/KZ_REMOTE_FW_5.bin" ? 0 : 1;
+    };
+    EXPECT_EQ(findsTheImage(), 0);
+    EXPECT_EXIT(_exit(RefuseConfinedOpening() ? findsTheImage() : 2), testing::ExitedWithCode(0), "");
 }
 
 // Somebody puts a link to a secret in the place of the image and back, all the time.
