@@ -230,10 +230,25 @@ void kzAssertFailed(const char* path, const char* function, int line, const char
     exit(-1);
 }
 
-void kzAssertFailedTraced(const char* path, const char* function, int line, const char* condition) {
-    if (const FileHandle file{std::fopen(kAssertionPath, "a+")}) {
-        std::fprintf(file.get(), "ASSERT:%s/%s:%d:%s\n", path, function, line, condition);
+namespace {
+
+// The folder is open to everybody: a link there must not have the text written into another file, nor a pipe hold up
+// the end of the process.
+void appendAssertion(const char* path, const char* function, int line, const char* condition) {
+    const int fd = open(kAssertionPath, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+    struct stat status = {};
+    if (fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1) {
+        dprintf(fd, "ASSERT:%s/%s:%d:%s\n", path, function, line, condition);
     }
+    if (fd >= 0) {
+        close(fd);
+    }
+}
+
+}  // namespace
+
+void kzAssertFailedTraced(const char* path, const char* function, int line, const char* condition) {
+    appendAssertion(path, function, line, condition);
     kzDebugPrint(kDebugThresholdDump, "%s \033[31mASSERT:%s/%s:%d:%s\033[0m", "\033[31mASSERT:%s/%s:%d:%s\033[0m", path,
                  function, line, condition);
     void* frames[kAssertionFrames];

@@ -126,6 +126,10 @@ TEST_F(Log, AssertionNamesTheConditionAndAbortsWhateverTheMaskAndATracedOneLeave
     EXPECT_EXIT(kzAssertFailedTraced("path", "function", 3, "x > 1"), aborts,
                 "\x1b\\[31mASSERT:path/function:3:x > 1\x1b\\[0m\n.*\x1b\\[31mTRACE .+ x > 1\x1b\\[0m");
     EXPECT_EQ(ReadFile("/tmp/kzlog.txt"), "ASSERT:path/function:3:x > 1\n");
+    std::filesystem::rename("/tmp/kzlog.txt", "/tmp/elsewhere");
+    std::filesystem::create_symlink("/tmp/elsewhere", "/tmp/kzlog.txt");
+    EXPECT_EXIT(kzAssertFailedTraced("p", "f", 1, "c"), aborts, "");
+    EXPECT_EQ(ReadFile("/tmp/elsewhere"), "ASSERT:path/function:3:x > 1\n");
     g_debug_level = 0;
     EXPECT_EXIT(kzAssertFailed("p", "f", 1, "c"), aborts, "^$");
 }

@@ -24,6 +24,8 @@ Step answersVersion(int times) {
     return [=](Rig& rig) { play(rig, Script(times, answers(1, kCommand, kVersion))); };
 }
 
+constexpr uint8_t kNoStream = 99;  // its packets are handled, and logged, without an answer
+
 using Transmit = E2e;
 
 TEST_F(Transmit, AnswerKeepsTheBytesBehindTheDataOfItsRequest) {
@@ -136,6 +138,23 @@ Bytes longCommand(size_t length) {
         message = message + Bytes{static_cast<uint8_t>(parameter)} + Bytes(parameter, 0x55);
     }
     return message;
+}
+
+TEST_F(Transmit, ShedPacketEndsItsMessageSoThatTwoHalvesNeverJoin) {
+    const Bytes start = cutIntoPackets(longCommand(37)).front();
+    const Bytes rest = cutIntoPackets(longCommand(37)).back();
+    serve();
+    play({joins(1), writesPacket(1, kCommand, start), writesPacket(1, kQuery, start), settles()});
+    rig->daemon.pause();
+
+    // Only the first record of the backlog is shed. The second message lost nothing and is completed.
+    play({writesPacket(1, kCommand, rest)});
+    play(Script(88, writesPacket(1, kNoStream, "")));
+    play({writesPacket(1, kCommand, rest), writesPacket(1, kQuery, rest), writesPacket(1, kNoStream, "")});
+    rig->daemon.resume();
+
+    play({answers(1, kCommand, "00 02"), answers(1, kQuery, "3a 02"), asks(1, kCommand, kAskVersion, kVersion),
+          quiet()});
 }
 
 TEST_F(Transmit, MessageOfFourHundredPacketsIsTheLongest) {

@@ -2,7 +2,7 @@
 // executable, so that they stand before the shared libraries. Each call is recorded in order with its argument bytes;
 // results and replies are scripted. What needs a reply fails without one.
 //
-// system(3) is played too: a test runs no shell. Thread-safe.
+// The shell is played too, as "system": a test runs none. Thread-safe.
 #pragma once
 
 #include <ostream>

@@ -92,6 +92,15 @@ TEST_F(LiveStreamFileTest, CertificatesAreKeptWholeAndPrivateInAFileOfOurs) {
     std::filesystem::remove(kCertificates);
     ASSERT_EQ(mkfifo(kCertificates, 0600), 0);
     expectRefused();
+    std::filesystem::remove(kCertificates);
+    std::ofstream("/tmp/other") << "other";
+    std::filesystem::create_hard_link("/tmp/other", kCertificates);
+    expectRefused();
+    std::filesystem::remove("/tmp/other");
+    if (geteuid() == 0 && chown(kCertificates, 1, 1) == 0) {
+        expectRefused();
+    }
+    EXPECT_EQ(ReadFile(kCertificates), "other");
 
     std::filesystem::remove(kCertificates);
     fakes::OnCsiSet(CSI_WMS_REQUEST, 1);

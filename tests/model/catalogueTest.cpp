@@ -25,6 +25,24 @@ class Catalogue : public ModelTest {
     std::unique_ptr<Model> m_loaded;
 };
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kSanitized = true;  // it has memory of its own
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// The most memory of the process, in bytes, since it was asked for with `again`.
+long PeakMemory(bool again) {
+    if (again) {
+        std::ofstream("/proc/self/clear_refs") << "5";
+    }
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line) && !line.starts_with("VmHWM:")) {
+    }
+    return line.empty() ? 0 : std::stol(line.substr(line.find_first_of("0123456789"))) * 1024;
+}
+
 }  // namespace
 
 TEST_F(Catalogue, SettingsAndOptionsAreAscendingAndIdsBeyondTheTablesNeverValid) {
@@ -133,6 +151,46 @@ TEST_F(Catalogue, FileWithoutARequiredPartFailsWithOneReason) {
     ASSERT_EQ(truncate(m_path.c_str(), Model::kMaxFileSize + 1), 0);
     EXPECT_FALSE(Model().ParseJsonFile(m_path));
     EXPECT_TRUE(m_log.Has("Refusing a file of 8388609 bytes, the limit is 8388608"));
+}
+
+// As many items as the file may have bytes for, and a little less than the limit of the tree for.
+TEST_F(Catalogue, HostileFileCostsLittleMemoryAndFewLines) {
+    const std::string head = R"({"modes":0,"settings":[1)";
+    const std::string tail = R"(],"status":{"groups":[{"fields":[2]}]},"filters":[3]})";
+    const auto repeat = [](const std::string& item, size_t count) {
+        std::string text;
+        while (count-- > 0) {
+            text += item;
+        }
+        return text;
+    };
+    const std::string deep = "," + std::string(900, '[') + std::string(900, ']');
+    const std::string option = R"({"id":1,"display_name":""},)";
+    const std::string criteria = R"({"setting_id":1,"ids":[2]})";
+    const std::string rows[] = {
+        head + repeat(",1", 4'000'000) + tail,
+        head + repeat(",1", 140'000) + tail,
+        head + R"(,{"id":1,"display_name":"x","options":[)" + repeat(option, 45'000) + "1]}" + tail,
+        head + repeat(deep, 100) + R"(,{"id":1,"display_name":)" + deep.substr(1) + "}" + tail,
+        head + R"(],"status":{"groups":[{"fields":[0)" + repeat(R"(,{"id":1,"name":"a"})", 45'000) + "]}]}}",
+        head + R"(],"status":{"groups":[]},"filters":[0)" +
+            repeat(R"(,{"activated_by":[)" + criteria + R"(],"blacklist":[{"setting_id":1,"opt_ids":[1]}]})", 10'000) +
+            "]}",
+        head + R"(,{"id":1,"display_name":"x","options":[)" +
+            repeat(R"({"id":1,"display_name":")" + std::string(455, 'y') + R"("},)", 16'000) +
+            R"({"id":2,"display_name":"z"}]})" + tail,
+    };
+    for (const std::string& text : rows) {
+        SCOPED_TRACE(text.substr(0, 80));
+        std::ofstream(m_path) << text;
+        m_log.Clear();
+        const long before = PeakMemory(true);
+        Model model;
+        model.ParseJsonFile(m_path);
+        const long cost = kSanitized ? 0 : PeakMemory(false) - before;
+        EXPECT_LT(m_log.Texts().size(), 200u);
+        EXPECT_LT(cost, 3 * Model::kMaxFileSize);
+    }
 }
 
 TEST_F(Catalogue, FileLoadsWithoutVersionAndFilters) {

@@ -1,11 +1,18 @@
 // Plain decisions of the server: how much may be sent, which image an accessory gets, and who is known again.
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <thread>
 
 #include "accessoryImage.h"
 #include "cameraFakes.h"
@@ -95,6 +102,21 @@ TEST(AccessoryImageTest, FieldsAreReadFromTheHeaderOfAFileThatHoldsTheWholeImage
     }
 }
 
+std::string ImagePath(uint8_t deviceType) {
+    return OpenAccessoryImage(deviceType).path;
+}
+
+// As on an older kernel.
+bool RefuseConfinedOpening() {
+    sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                             BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+                             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog filter = {std::size(program), program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 &&
+           syscall(SYS_openat2, -1, nullptr, nullptr, 0) == -1 && errno == ENOSYS;
+}
+
 TEST(AccessoryImageTest, TheFirstRegularFileInByteOrderIsTheImage) {
     if (!fakes::EnterPrivateTmp()) {
         GTEST_SKIP() << "the system allows no namespaces";
@@ -109,17 +131,50 @@ TEST(AccessoryImageTest, TheFirstRegularFileInByteOrderIsTheImage) {
     make("/tmp/fuse_d/xKZ_REMOTE_FW_0.bin");
     make("/tmp/fuse_d/KZ_REMOTE_FW_a.img");
     make("/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_ALDER), "");
+    EXPECT_EQ(ImagePath(KZ_CALLER_ALDER), "");
 
     // Whichever way the directory lists them, the first made and the last are not the first by name.
     for (const char* name : {"b.bin", "a.bin.old", "c.bin"}) {
         make((std::string("/tmp/fuse_d/KZ_REMOTE_FW_") + name).c_str());
     }
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
+    EXPECT_EQ(ImagePath(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
     std::filesystem::create_symlink("KZ_REMOTE_FW_c.bin", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_MAPLE), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
-    EXPECT_EQ(FindAccessoryImage(KZ_CALLER_BIRCH), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(ImagePath(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+    EXPECT_EQ(ImagePath(KZ_CALLER_MAPLE), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EQ(ImagePath(KZ_CALLER_BIRCH), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
+    EXPECT_EXIT(
+        _exit(RefuseConfinedOpening() && ImagePath(KZ_CALLER_ALDER) == "/tmp/fuse_d/KZ_REMOTE_FW_5.bin" ? 0 : 1),
+        testing::ExitedWithCode(0), "");
+}
+
+// Somebody puts a link to a secret in the place of the image and back, all the time.
+TEST(AccessoryImageTest, FlippingLinkNeverLeadsOutside) {
+    if (!fakes::EnterPrivateTmp()) {
+        GTEST_SKIP() << "the system allows no namespaces";
+    }
+    std::filesystem::create_directory("/tmp/fuse_d");
+    std::ofstream("/tmp/secret") << "secret";
+    std::atomic<bool> flips = true;
+    std::thread flipper([&] {
+        const std::string next = "/tmp/fuse_d/next";
+        while (flips) {
+            std::ofstream(next) << "content";
+            std::filesystem::rename(next, "/tmp/fuse_d/KZ_REMOTE_FW_1.bin");
+            std::filesystem::create_symlink("/tmp/secret", next);
+            std::filesystem::rename(next, "/tmp/fuse_d/KZ_REMOTE_FW_1.bin");
+        }
+    });
+    std::map<std::string, int> seen;
+    for (int i = 0; i < 5000; ++i) {
+        const AccessoryImageFile image = OpenAccessoryImage(KZ_CALLER_ALDER);
+        char content[16] = "";
+        ++seen[image.file != nullptr ? fgets(content, sizeof(content), image.file.get()) : "none"];
+    }
+    flips = false;
+    flipper.join();
+    EXPECT_GT(seen["content"], 0);
+    EXPECT_GT(seen["none"], 0);
+    EXPECT_EQ(seen["secret"], 0);
 }
 
 }  // namespace

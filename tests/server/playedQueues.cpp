@@ -1,10 +1,10 @@
 #include "playedQueues.h"
 
-#include <gtest/gtest.h>
 #include <mqueue.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <utility>
 
 #include "skylark/bleMessage.h"
@@ -87,7 +87,9 @@ int mq_send(mqd_t descriptor, const char* message, size_t length, unsigned int) 
 // It waits by the wall clock, which may step, so nothing may wait in it.
 int mq_timedsend(mqd_t descriptor, const char* message, size_t length, unsigned int priority,
                  const timespec* deadline) {
-    EXPECT_EQ(deadline->tv_sec, 0);
+    if (deadline->tv_sec != 0) {
+        std::abort();
+    }
     return mq_send(descriptor, message, length, priority);
 }
 

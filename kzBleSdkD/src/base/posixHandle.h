@@ -33,6 +33,8 @@ class PosixHandle {
             CloseFunction(std::exchange(m_descriptor, kNoDescriptor));
         }
     }
+    // Gives the descriptor away: it stays open.
+    int Release() { return std::exchange(m_descriptor, kNoDescriptor); }
     // The descriptor, for the system's calls; kNoDescriptor when closed.
     operator int() const { return m_descriptor; }
 

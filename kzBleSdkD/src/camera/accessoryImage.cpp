@@ -1,9 +1,13 @@
 #include "accessoryImage.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "littleEndian.h"
@@ -19,6 +23,8 @@ constexpr std::string_view kShutterRemotePrefix = "KZ_SHUTTER_REMOTE_FW";
 constexpr std::string_view kImageSuffix = ".bin";
 
 constexpr const char* kDirectories[] = {kCardImageDirectory, kCameraImageDirectory};
+
+constexpr int kMaxLinks = 8;  // of one image, from one directory to the other
 
 std::string_view ImagePrefix(uint8_t deviceType) {
     return deviceType == KZ_CALLER_ALDER ? kRemotePrefix : kShutterRemotePrefix;
@@ -42,20 +48,59 @@ std::vector<std::string> ImageNames(const char* directory, std::string_view pref
     return names;
 }
 
-bool IsWithin(const fs::path& path, const char* directory) {
-    std::error_code error;
-    const fs::path root = fs::canonical(directory, error);
-    return !error && std::mismatch(root.begin(), root.end(), path.begin(), path.end()).first == root.end();
+// A file beneath one of the two directories.
+struct Place {
+    std::string directory;
+    std::string name;
+};
+
+// Where a path lies. It has no ".." in it.
+std::optional<Place> PlaceOf(const fs::path& path) {
+    for (const char* directory : kDirectories) {
+        std::error_code error;
+        for (const fs::path& root : {fs::path(directory), fs::canonical(directory, error)}) {
+            if (!root.empty() &&
+                std::mismatch(root.begin(), root.end(), path.begin(), path.end()).first == root.end()) {
+                return Place{directory, path.lexically_relative(root).string()};
+            }
+        }
+    }
+    return std::nullopt;
 }
 
-// Whether the path names a regular file, or a link to one, within the two directories. A link could otherwise name any
-// file of the camera, and its content would leave over the radio.
-bool IsReadableImage(const std::string& path) {
-    std::error_code error;
-    const fs::path target = fs::canonical(path, error);
-    return !error && fs::is_regular_file(target, error) &&
-           std::any_of(std::begin(kDirectories), std::end(kDirectories),
-                       [&target](const char* directory) { return IsWithin(target, directory); });
+// Opens an image. A link could name any file of the camera, and its content would leave over the radio: so each file is
+// opened beneath its directory. A link that leaves its directory is read here and followed if it leads to the other
+// one, which is then what confines it.
+FileHandle OpenImage(Place place) {
+    for (int links = 0; links < kMaxLinks; ++links) {
+        FileHandle file = OpenBeneath(place.directory, place.name);
+        if (file != nullptr || (errno != EXDEV && errno != ELOOP)) {
+            return file;
+        }
+        std::error_code error;
+        const fs::path link = fs::path(place.directory) / place.name;
+        const fs::path target = fs::read_symlink(link, error);
+        const auto next = error ? std::nullopt : PlaceOf((link.parent_path() / target).lexically_normal());
+        if (!next) {
+            break;
+        }
+        place = *next;
+    }
+    errno = EXDEV;
+    return nullptr;
+}
+
+// Whether a file that could not be opened is an image all the same.
+bool IsUnreadable(int error) {
+    return error == EACCES || error == EMFILE || error == ENFILE;
+}
+
+timespec ModificationTime(const FileHandle& file) {
+    struct stat status {};
+    if (file != nullptr) {
+        fstat(fileno(file.get()), &status);
+    }
+    return status.st_mtim;
 }
 
 }  // namespace
@@ -86,12 +131,13 @@ bool IsCardImage(const std::string& path) {
     return path.starts_with(std::string(kCardImageDirectory) + '/');
 }
 
-std::string FindAccessoryImage(uint8_t deviceType) {
+AccessoryImageFile OpenAccessoryImage(uint8_t deviceType) {
     for (const char* directory : kDirectories) {
         for (const std::string& name : ImageNames(directory, ImagePrefix(deviceType))) {
-            std::string path = std::string(directory) + '/' + name;
-            if (IsReadableImage(path)) {
-                return path;
+            FileHandle file = OpenImage({directory, name});
+            if (file != nullptr || IsUnreadable(errno)) {
+                const timespec modified = ModificationTime(file);
+                return {std::string(directory) + '/' + name, std::move(file), modified};
             }
         }
     }

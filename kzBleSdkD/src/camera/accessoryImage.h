@@ -10,10 +10,14 @@
 //       20    .. image; this is what is sent to the accessory
 #pragma once
 
+#include <time.h>
+
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+
+#include "fileHandle.h"
 
 // Most bytes of an image file that are read to check it, header included.
 constexpr uint32_t kMaxCheckedImageFile = 307200;
@@ -54,7 +58,14 @@ ImageVerdict JudgeImageVersion(const AccessoryVersion& accessory, const Accessor
 // Whether a path names an image on the card.
 bool IsCardImage(const std::string& path);
 
+// An image file, opened once: what is checked is what is sent, whatever its name leads to by then.
+struct AccessoryImageFile {
+    std::string path;     // empty when there is none
+    FileHandle file;      // null when it cannot be read
+    timespec modified{};  // last change of the file when it was opened
+};
+
 // The image file of a device type: the first in byte order of names, on the card before the camera, whose name begins
 // with the type's prefix and contains ".bin". Only regular files count, and symbolic links to one that stay within the
-// two directories. Empty when there is none.
-std::string FindAccessoryImage(uint8_t deviceType);
+// two directories.
+AccessoryImageFile OpenAccessoryImage(uint8_t deviceType);

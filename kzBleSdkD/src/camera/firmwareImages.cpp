@@ -8,9 +8,7 @@
 #include <optional>
 #include <utility>
 
-#include "accessoryImage.h"
 #include "cameraCalls.h"
-#include "fileHandle.h"
 #include "utils.h"
 
 namespace {
@@ -42,22 +40,22 @@ bool CameraPermitsUpdate() {
     return true;
 }
 
-// Whether the image file is whole and its version suits the accessory. The file is read for this check alone.
-bool ImageSuits(const std::string& path, const AccessoryVersion& accessory) {
+// Whether the image file is whole and its version suits the accessory. Leaves the file at its beginning.
+bool ImageSuits(const AccessoryImageFile& found, const AccessoryVersion& accessory) {
     const std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[kMaxCheckedImageFile]);
     if (buffer == nullptr) {
         LOG_ERROR("%s: no mem avail", "LarchUpdateCheck");
         return false;
     }
-    const FileHandle file = OpenRegularFile(path.c_str());
-    if (file == nullptr) {
+    if (found.file == nullptr) {
         LOG_ERROR("%s: failed to open file", "LarchUpdateCheck");
         return false;
     }
-    const size_t length = fread(buffer.get(), 1, kMaxCheckedImageFile, file.get());
+    const size_t length = fread(buffer.get(), 1, kMaxCheckedImageFile, found.file.get());
+    rewind(found.file.get());
     const std::optional<AccessoryImage> image = ParseAccessoryImage({buffer.get(), length});
     if (!image) {
-        LOG_ERROR("Image %s is shorter than its header says, or longer than %d bytes", path.c_str(),
+        LOG_ERROR("Image %s is shorter than its header says, or longer than %d bytes", found.path.c_str(),
                   static_cast<int>(kMaxCheckedImageFile));
         return false;
     }
@@ -70,7 +68,7 @@ bool ImageSuits(const std::string& path, const AccessoryVersion& accessory) {
     }
     LOG_DEBUG("accessory version = %d %d %d", accessory.major, accessory.minor, accessory.patch);
     LOG_DEBUG("file verion = %d %d %d", image->version.major, image->version.minor, image->version.patch);
-    switch (JudgeImageVersion(accessory, image->version, IsCardImage(path))) {
+    switch (JudgeImageVersion(accessory, image->version, IsCardImage(found.path))) {
         case ImageVerdict::kSameVersion:
             LOG_ERROR("Versions match, do not preform accessory Update");
             return false;
@@ -83,33 +81,44 @@ bool ImageSuits(const std::string& path, const AccessoryVersion& accessory) {
     return false;
 }
 
+AccessoryImageFile FindUpdate(uint8_t deviceType) {
+    LOG_DEBUG("Check for update files for devType = %d", deviceType);
+    AccessoryImageFile found = OpenAccessoryImage(deviceType);
+    if (!found.path.empty()) {
+        LOG_DEBUG("Accessory update file found = %s", found.path.c_str());
+    }
+    return found;
+}
+
+// Stores the path of an image that there is.
+bool StorePath(AccessoryImageFile found, std::string* path) {
+    if (found.path.empty()) {
+        return false;
+    }
+    *path = std::move(found.path);
+    return true;
+}
+
 }  // namespace
 
 bool GetLarchUpdate(unsigned char deviceType, std::string* path) {
-    LOG_DEBUG("Check for update files for devType = %d", deviceType);
-    std::string found = FindAccessoryImage(deviceType);
-    if (found.empty()) {
-        return false;
-    }
-    LOG_DEBUG("Accessory update file found = %s", found.c_str());
-    *path = std::move(found);
-    return true;
+    return StorePath(FindUpdate(deviceType), path);
 }
 
 bool LarchUpdateCheck(unsigned char deviceType, std::string* path, unsigned char major, unsigned char minor,
                       unsigned char patch) {
+    return StorePath(OpenLarchUpdate(deviceType, {major, minor, patch}), path);
+}
+
+AccessoryImageFile OpenLarchUpdate(uint8_t deviceType, const AccessoryVersion& accessory) {
     if (!CameraPermitsUpdate()) {
-        return false;
+        return {};
     }
-    std::string found;
-    if (!GetLarchUpdate(deviceType, &found)) {
+    AccessoryImageFile found = FindUpdate(deviceType);
+    if (found.path.empty()) {
         LOG_DEBUG("No update file - skip accessory update");
-        return false;
+        return {};
     }
-    LOG_DEBUG("Found file  %s\n", found.c_str());
-    if (!ImageSuits(found, {major, minor, patch})) {
-        return false;
-    }
-    *path = std::move(found);
-    return true;
+    LOG_DEBUG("Found file  %s\n", found.path.c_str());
+    return ImageSuits(found, accessory) ? std::move(found) : AccessoryImageFile{};
 }

@@ -53,6 +53,10 @@ class FragmentedMessageBuilder {
     // caller writes into the buffer.
     int ProcessPacket(unsigned char* packet, BlePacketHeader& header, unsigned char* tempBuffer, int tempBufferSize);
 
+    // A packet of the stream was lost: a message in progress is given up, and its later packets are ignored like any
+    // that belong to no message.
+    void Abandon() { m_waitingForStart = true; }
+
     int m_length;                   // announced length of the message
     int m_received = 0;             // payload bytes of the packets received, what lies behind the message included
     MemoryStream m_stream;          // the joined message once it is complete

@@ -4,9 +4,12 @@
 
 #include <cjson/cJSON.h>
 
+#include <array>
 #include <cstring>
 
 namespace {
+
+constexpr int kMaxPrintedJson = 2048;  // far more than a log line holds
 
 bool IsSeparating(char c) {
     return c != '\0' && static_cast<unsigned char>(c) <= ' ';
@@ -84,8 +87,10 @@ void JsonTreeDeleter::operator()(cJSON* root) const {
 }
 
 std::string PrintJson(const cJSON* item) {
-    const std::unique_ptr<char, void (*)(void*)> text(cJSON_Print(item), cJSON_free);
-    return text != nullptr ? text.get() : std::string();
+    // An item that is too long is printed as far as it fits. The printer may need a few bytes more than it is given.
+    std::array<char, kMaxPrintedJson + 16> text{};
+    cJSON_PrintPreallocated(const_cast<cJSON*>(item), text.data(), kMaxPrintedJson, true);
+    return text.data();
 }
 
 bool HasFractionOrExponent(const char* json) {

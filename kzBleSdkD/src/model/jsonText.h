@@ -15,7 +15,8 @@ struct JsonTreeDeleter {
 };
 using JsonTree = std::unique_ptr<cJSON, JsonTreeDeleter>;
 
-// The item as formatted JSON, for log lines. Empty when the system has no more memory.
+// The item as formatted JSON, for log lines. A long item is cut: one that is nested a thousand deep has half a million
+// tabs.
 std::string PrintJson(const cJSON* item);
 
 // Whether some number of this JSON text may have a fraction or an exponent. False is certain. True may be wrong, for

@@ -8,6 +8,7 @@
 #include "fileHandle.h"
 #include "filterTable.h"
 #include "jsonText.h"
+#include "parseProblems.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
@@ -49,9 +50,22 @@ std::string ReadSettingsFile(const std::string& path) {
     return text;
 }
 
+// An upper bound of the bytes that the tree of this text takes: a node for what stands before each comma and in each
+// bracket, and the strings, which are no longer than the text.
+int64_t TreeSize(const std::string& text) {
+    constexpr int64_t kNodeSize = sizeof(cJSON) + 2 * 8;  // with what rounding adds to its name and its string
+    const auto nodes = std::count_if(text.begin(), text.end(), [](char c) { return c == ',' || c == '[' || c == '{'; });
+    return (nodes + 1) * kNodeSize + static_cast<int64_t>(text.size());
+}
+
 JsonTree ParseSettingsFile(const std::string& path) {
     const std::string text = ReadSettingsFile(path);
     if (text.empty()) {
+        return nullptr;
+    }
+    if (const int64_t size = TreeSize(text); size > SettingsStatusMapping::kMaxTreeSize) {
+        LOG_ERROR("Refusing a file that would take %ld bytes, the limit is %ld", static_cast<long>(size),
+                  static_cast<long>(SettingsStatusMapping::kMaxTreeSize));
         return nullptr;
     }
     JsonTree root(cJSON_Parse(text.c_str()));
@@ -64,15 +78,15 @@ JsonTree ParseSettingsFile(const std::string& path) {
 // Reads one option, whose name stays in the JSON tree. Returns false, after a log line, when it is broken.
 bool ReadOption(const cJSON* item, const char* settingName, int index, PackedSetting::Option& option) {
     if (cJSON_IsInvalid(item)) {
-        LOG_ERROR("Unable to parse item from options array, setting:%s options_index %d", settingName, index);
+        LOG_PROBLEM("Unable to parse item from options array, setting:%s options_index %d", settingName, index);
         return false;
     }
     if (!ReadInt(item, "id", option.id)) {
-        LOG_ERROR("Not able to parse option id from %s", PrintJson(item).c_str());
+        LOG_PROBLEM("Not able to parse option id from %s", PrintJson(item).c_str());
         return false;
     }
     if (!ReadText(item, "display_name", option.name)) {
-        LOG_ERROR("Not able to parse option name from %s", PrintJson(item).c_str());
+        LOG_PROBLEM("Not able to parse option name from %s", PrintJson(item).c_str());
         return false;
     }
     return true;
@@ -83,13 +97,13 @@ bool ReadOption(const cJSON* item, const char* settingName, int index, PackedSet
 std::vector<PackedSetting::Option> ReadOptions(const cJSON* setting, const char* settingName) {
     const cJSON* items = cJSON_GetObjectItem(setting, "options");
     if (items == nullptr) {
-        LOG_ERROR("There are no options available for setting %s", settingName);
+        LOG_PROBLEM("There are no options available for setting %s", settingName);
         return {};
     }
     std::vector<PackedSetting::Option> options;
     const cJSON* item = cJSON_IsArray(items) ? items->child : nullptr;
     if (item == nullptr) {
-        LOG_ERROR("Not able to find any options for setting %s", settingName);
+        LOG_PROBLEM("Not able to find any options for setting %s", settingName);
         return {};
     }
     for (int index = 0; item != nullptr; item = item->next, ++index) {
@@ -103,7 +117,7 @@ std::vector<PackedSetting::Option> ReadOptions(const cJSON* setting, const char*
 void ReadVersion(const cJSON* root, std::string& version) {
     const cJSON* number = cJSON_GetObjectItem(root, "version");
     if (!cJSON_IsNumber(number)) {
-        LOG_ERROR("Unable to find -version- tag in json file \n");
+        LOG_PROBLEM("Unable to find -version- tag in json file \n");
         return;
     }
     char text[32];
@@ -118,6 +132,7 @@ void ReadVersion(const cJSON* root, std::string& version) {
 bool SettingsStatusMapping::ParseJsonFile(const std::string& path) {
     JsonArena arena;
     const JsonArena::Use use(arena);
+    const ParseProblems problems;
     bool complete = false;
     if (const JsonTree root = ParseSettingsFile(path); root != nullptr) {
         ReadVersion(root.get(), version);
@@ -133,12 +148,12 @@ bool SettingsStatusMapping::ParseJsonFile(const std::string& path) {
 
 bool SettingsStatusMapping::ParseSettings(const cJSON* root) {
     if (cJSON_GetObjectItem(root, "modes") == nullptr) {
-        LOG_ERROR("Unable to find <modes> array in file");
+        LOG_PROBLEM("Unable to find <modes> array in file");
         return false;
     }
     const cJSON* settings = FindArray(root, "settings");
     if (settings == nullptr) {
-        LOG_ERROR("Unable to find <settings> array in file");
+        LOG_PROBLEM("Unable to find <settings> array in file");
         return false;
     }
     int index = 0;
@@ -152,21 +167,21 @@ bool SettingsStatusMapping::ParseSettings(const cJSON* root) {
 
 void SettingsStatusMapping::AddSetting(const cJSON* item, int index) {
     if (cJSON_IsInvalid(item)) {
-        LOG_ERROR("Unable to item from settings array setting_index %d", index);
+        LOG_PROBLEM("Unable to item from settings array setting_index %d", index);
         return;
     }
     int id = 0;
     if (!ReadInt(item, "id", id)) {
-        LOG_ERROR("Unable to parse <id> from settings array, setting_index %d", index);
+        LOG_PROBLEM("Unable to parse <id> from settings array, setting_index %d", index);
         return;
     }
     if (m_settings.contains(id)) {
-        LOG_ERROR("A setting with id %d already exists in settings map", id);
+        LOG_PROBLEM("A setting with id %d already exists in settings map", id);
         return;
     }
     const char* name = nullptr;
     if (!ReadText(item, "display_name", name)) {
-        LOG_ERROR("Unable to parse <display_name> from setting id %d --> %s", id, PrintJson(item).c_str());
+        LOG_PROBLEM("Unable to parse <display_name> from setting id %d --> %s", id, PrintJson(item).c_str());
         return;
     }
     std::vector<PackedSetting::Option> options = ReadOptions(item, name);
@@ -190,19 +205,19 @@ void SettingsStatusMapping::AddSetting(const cJSON* item, int index) {
 bool SettingsStatusMapping::ParseStatus(const cJSON* root) {
     const cJSON* status = cJSON_GetObjectItem(root, "status");
     if (status == nullptr) {
-        LOG_ERROR("Unable to find <status> in file");
+        LOG_PROBLEM("Unable to find <status> in file");
         return false;
     }
     const cJSON* groups = FindArray(status, "groups");
     if (groups == nullptr) {
-        LOG_ERROR("Unable to find <groups> array in file");
+        LOG_PROBLEM("Unable to find <groups> array in file");
         return false;
     }
     int groupIndex = 0;
     for (const cJSON* group = groups->child; group != nullptr; group = group->next, ++groupIndex) {
         const cJSON* fields = FindArray(group, "fields");
         if (fields == nullptr) {
-            LOG_ERROR("Unable to find <fields> array in file for group %d", groupIndex);
+            LOG_PROBLEM("Unable to find <fields> array in file for group %d", groupIndex);
             return false;
         }
         int fieldIndex = 0;
@@ -216,21 +231,21 @@ bool SettingsStatusMapping::ParseStatus(const cJSON* root) {
 
 void SettingsStatusMapping::AddStatusField(const cJSON* item, int groupIndex, int fieldIndex) {
     if (cJSON_IsInvalid(item)) {
-        LOG_ERROR("Unable to get item from status array, groupIndex:%d fieldIndex: %d", groupIndex, fieldIndex);
+        LOG_PROBLEM("Unable to get item from status array, groupIndex:%d fieldIndex: %d", groupIndex, fieldIndex);
         return;
     }
     int id = 0;
     if (!ReadInt(item, "id", id)) {
-        LOG_ERROR("Unable to <id> from settings array, modeIndex:%d setting_index %d", groupIndex, fieldIndex);
+        LOG_PROBLEM("Unable to <id> from settings array, modeIndex:%d setting_index %d", groupIndex, fieldIndex);
         return;
     }
     const char* name = nullptr;
     if (!ReadText(item, "name", name)) {
-        LOG_ERROR("Unable to get <name> from settings array, modeIndex:%d setting_index %d", groupIndex, fieldIndex);
+        LOG_PROBLEM("Unable to get <name> from settings array, modeIndex:%d setting_index %d", groupIndex, fieldIndex);
         return;
     }
     if (!m_statusNames.try_emplace(id, name).second) {
-        LOG_ERROR("A Status value for key %d already exists in settings map", id);
+        LOG_PROBLEM("A Status value for key %d already exists in settings map", id);
         return;
     }
     m_validStatusIds.push_back(id);
@@ -246,7 +261,7 @@ bool SettingsStatusMapping::IdNums::FromJSON(const cJSON* item, const char* idKe
     }
     const cJSON* array = FindArray(item, numbersKey);
     if (array == nullptr) {
-        LOG_ERROR("Unable to find array tag %s in item %s", numbersKey, PrintJson(item).c_str());
+        LOG_PROBLEM("Unable to find array tag %s in item %s", numbersKey, PrintJson(item).c_str());
         return false;
     }
     numbers.clear();
@@ -254,7 +269,7 @@ bool SettingsStatusMapping::IdNums::FromJSON(const cJSON* item, const char* idKe
         numbers.push_back(element->valueint);
     }
     if (numbers.empty()) {
-        LOG_ERROR("Unable to find any numbers for numberTag: %s in file", numbersKey);
+        LOG_PROBLEM("Unable to find any numbers for numberTag: %s in file", numbersKey);
         return false;
     }
     numbers.shrink_to_fit();

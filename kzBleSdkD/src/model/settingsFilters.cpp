@@ -7,6 +7,7 @@
 
 #include "filterTable.h"
 #include "jsonText.h"
+#include "parseProblems.h"
 #include "settingsStatusMapping.h"
 #include "utils.h"
 
@@ -52,24 +53,24 @@ std::map<int, FlexValue> CopyOf(const ValueTable<kSize>& values) {
 bool SettingsStatusMapping::FilterItem::FromJSON(const cJSON* item, const std::vector<const char*>& idKeys) {
     const cJSON* activatedBy = cJSON_GetObjectItem(item, "activated_by");
     if (!cJSON_IsArray(activatedBy)) {
-        LOG_ERROR("Unable to find <activated_by> array in file");
+        LOG_PROBLEM("Unable to find <activated_by> array in file");
         return false;
     }
     if (activatedBy->child == nullptr) {
-        LOG_ERROR("No activated_by members in array");
+        LOG_PROBLEM("No activated_by members in array");
         return false;
     }
     int index = 0;
     for (const cJSON* element = activatedBy->child; element != nullptr; element = element->next, ++index) {
         if (cJSON_IsInvalid(element)) {
-            LOG_ERROR("Unable to parse item from activated_by array, activated_index %d", index);
+            LOG_PROBLEM("Unable to parse item from activated_by array, activated_index %d", index);
             continue;
         }
         auto criterion = std::make_unique<IdNums>();
         const char* numbersKey = NumbersKeyOf(element);
         if (std::none_of(idKeys.begin(), idKeys.end(),
                          [&](const char* idKey) { return criterion->FromJSON(element, idKey, numbersKey); })) {
-            LOG_ERROR("Unable to parse any criteria from this filter.");
+            LOG_PROBLEM("Unable to parse any criteria from this filter.");
             return false;
         }
         criteria.push_back(std::move(criterion));
@@ -80,18 +81,18 @@ bool SettingsStatusMapping::FilterItem::FromJSON(const cJSON* item, const std::v
 bool SettingsStatusMapping::FilterItem::ReadBlacklist(const cJSON* item) {
     const cJSON* entries = cJSON_GetObjectItem(item, "blacklist");
     if (!cJSON_IsArray(entries)) {
-        LOG_ERROR("There are no <blacklist> available for the filter.");
+        LOG_PROBLEM("There are no <blacklist> available for the filter.");
         return false;
     }
     int index = 0;
     for (const cJSON* element = entries->child; element != nullptr; element = element->next, ++index) {
         if (cJSON_IsInvalid(element)) {
-            LOG_ERROR("Unable to parse item from blacklist array at index %d", index);
+            LOG_PROBLEM("Unable to parse item from blacklist array at index %d", index);
             continue;
         }
         auto entry = std::make_unique<IdNums>();
         if (!entry->FromJSON(element, kSettingIdKey, "opt_ids")) {
-            LOG_ERROR("Unable to parse blacklist entry %s", PrintJson(element).c_str());
+            LOG_PROBLEM("Unable to parse blacklist entry %s", PrintJson(element).c_str());
             continue;
         }
         blacklist.push_back(std::move(entry));
@@ -132,7 +133,7 @@ void SettingsStatusMapping::FilterItem::Dump() const {
 bool SettingsStatusMapping::ParseFilters(const cJSON* root) {
     const cJSON* filters = cJSON_GetObjectItem(root, "filters");
     if (filters == nullptr) {
-        LOG_ERROR("Unable to find <filters> array in file");
+        LOG_PROBLEM("Unable to find <filters> array in file");
         return false;
     }
     const std::vector<const char*> idKeys = {kSettingIdKey, kStatusIdKey};
@@ -140,7 +141,7 @@ bool SettingsStatusMapping::ParseFilters(const cJSON* root) {
     for (; element != nullptr; element = element->next) {
         auto filter = std::make_unique<FilterItem>();
         if (!filter->FromJSON(element, idKeys)) {
-            LOG_ERROR("Parsing failed");
+            LOG_PROBLEM("Parsing failed");
             continue;
         }
         AddFilter(std::move(filter));

@@ -64,7 +64,9 @@ bool FileSender::OpenSettingsJSON() {
     m_fileIndex = 0;
     const std::string path = BleSDK::GetInstance()->m_settingsPath + ".gz";
     LOG_INFO("Using settings json path [%s] for file transfer", path.c_str());
-    FileHandle file = OpenRegularFile(path.c_str());
+    const size_t slash = path.rfind('/');
+    FileHandle file = slash != std::string::npos ? OpenBeneath(path.substr(0, slash + 1), path.substr(slash + 1))
+                                                 : OpenBeneath(".", path);
     if (file == nullptr) {
         LOG_ERROR("Cannot find settings.json.gz file");
         return false;
@@ -89,9 +91,8 @@ bool FileSender::OpenSettingsJSON() {
     return true;
 }
 
-bool FileSender::StartImage(const std::string& path) {
+bool FileSender::StartImage(FileHandle file, const timespec& modified) {
     m_fileIndex = 0;
-    FileHandle file = OpenRegularFile(path.c_str());
     if (file == nullptr) {
         LOG_ERROR("Cannot find acc update file");
         return false;
@@ -105,6 +106,7 @@ bool FileSender::StartImage(const std::string& path) {
         return false;
     }
     HoldFile(std::move(file), static_cast<uint32_t>(size));
+    m_fileTime = modified;  // a change since then may have come after the check
     LOG_DEBUG("accessory update filesize: %d", m_fileSize);
     m_transferringLarch = true;
     return true;

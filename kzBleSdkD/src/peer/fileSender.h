@@ -8,7 +8,6 @@
 #include <time.h>
 
 #include <cstdint>
-#include <string>
 
 #include "fileHandle.h"
 #include "messageCutter.h"
@@ -36,8 +35,9 @@ class FileSender {
     // does not run. A start that fails leaves no file open. While the command gate is closed, a start is refused, and
     // an end ends the transfer but returns false too.
     bool SetTransferringSettingsJSON(bool on);
-    // Starts the transfer of the firmware image at `path`. False, with no file open, when it cannot be read.
-    bool StartImage(const std::string& path);
+    // Starts the transfer of a firmware image that was checked through this very file; `modified` is its last change
+    // before the check. False, with no file open, when it cannot be read.
+    bool StartImage(FileHandle file, const timespec& modified);
     // Ends the transfer of an image. False when none runs.
     bool EndImage();
     // Ends whatever runs.

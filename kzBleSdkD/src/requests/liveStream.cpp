@@ -81,14 +81,20 @@ bool WriteAll(int fd, std::string_view bytes) {
 // folder lies in memory, and no client may fill it.
 constexpr off_t kMaxCertificateFile = 1024 * 1024;
 
+// Whether the open file is the daemon's own and has room. One with another owner or a second name was put there by
+// somebody who means to read the certificates, or to have another file written.
+bool IsOwnCertificateFile(const struct stat& status) {
+    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid() &&
+           status.st_size < kMaxCertificateFile;
+}
+
 // Appends one certificate and a newline, or nothing. The folder is open to everybody: a link there is not followed, and
 // a pipe that nobody reads does not hold up the caller.
 bool AppendCertificate(const std::string& certificate) {
     const FileDescriptor file(
         open(kCertificatePath, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
     struct stat before = {};
-    if (!file.IsOpen() || fstat(file, &before) != 0 || !S_ISREG(before.st_mode) ||
-        before.st_size >= kMaxCertificateFile) {
+    if (!file.IsOpen() || fstat(file, &before) != 0 || !IsOwnCertificateFile(before)) {
         return false;
     }
     if (WriteAll(file, certificate) && WriteAll(file, "\n")) {

@@ -3,7 +3,6 @@
 
 #include <errno.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "FlexValue.h"
@@ -15,6 +14,7 @@
 #include "peer.h"
 #include "protobufAnswer.h"
 #include "settingsStatusMapping.h"
+#include "shellCommand.h"
 #include "utils.h"
 #include "wsdkCommands/WSDK_RequestSetAssociationState.pb.h"
 #include "wsdkCommands/WSDK_RequestSetAuthCode.pb.h"
@@ -70,10 +70,10 @@ EnumResultGeneric SetUploadEnable(const Payload& payload) {
 // Restarts the device manager. A failure is logged and has no other effect. Both command lines are fixed; nothing from
 // a client is part of them.
 void RestartDeviceManager() {
-    if (system("killall -9 kzDeviceManager") == -1) {
+    if (RunShellCommand("killall -9 kzDeviceManager") == -1) {
         LOG_ERROR("killall: system errno %d \n", errno);
     }
-    if (system("/usr/local/zorvik/bin/kzDeviceManager -p -l 0 &") == -1) {
+    if (RunShellCommand("/usr/local/zorvik/bin/kzDeviceManager -p -l 0 &") == -1) {
         LOG_ERROR("start: system errno %d \n", errno);
     }
 }

@@ -43,7 +43,10 @@ bool AccessoryUpdates::CheckClientsForLarchOTA() {
     const ClientLock lock(m_clients.Mutex());
     for (const auto& client : m_clients.Clients()) {
         if (client->m_file.IsTransferringLarch()) {
-            if (client->m_identity.m_deviceType == KZ_CALLER_ALDER && m_transfers.SendFileChunk(client.get())) {
+            const bool sent = client->m_identity.m_deviceType == KZ_CALLER_ALDER
+                                  ? m_transfers.SendFileChunk(client.get())
+                                  : m_transfers.ResumeFileChunk(client.get());
+            if (sent) {
                 return true;
             }
         } else if (client->m_identity.m_accessoryUpdatePending && AdvancePendingUpdate(*client)) {
@@ -78,12 +81,16 @@ bool AccessoryUpdates::RequestAccessoryReboot(BleNotificationClient& client) {
     } else if (client.m_identity.m_deviceType == KZ_CALLER_MAPLE) {
         record.streamId = KZ_STR_ID_SENSOR_RESPONSE;
         record.data[0] = kRebootBlockAccessory;
-        client.m_identity.m_accessoryUpdatePending = false;
     } else {
         return false;
     }
     LOG_DEBUG("sending OTA REBOOT REQUEST");
-    m_radio.PostPacket(record);
+    if (m_radio.TryPacket(record) == RadioPort::SendResult::kNoRoom) {
+        return false;  // the update stays pending, so that the request is made again
+    }
+    if (client.m_identity.m_deviceType == KZ_CALLER_MAPLE) {
+        client.m_identity.m_accessoryUpdatePending = false;
+    }
     return true;
 }
 
@@ -108,7 +115,7 @@ void AccessoryUpdates::HandleStreamedImageRequest(BleNotificationClient& client,
     record.streamId = KZ_STR_ID_OTA_RESPONSE;
     record.dataLength = sizeof(kStreamedImageReply);
     std::copy(std::begin(kStreamedImageReply), std::end(kStreamedImageReply), record.data);
-    m_radio.PostPacket(record);
+    m_transfers.PostReply(record);
     m_transfers.StartLarchFileTransfer(&client);
 }
 

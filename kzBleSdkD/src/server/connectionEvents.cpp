@@ -1,7 +1,6 @@
 #include "connectionEvents.h"
 
 #include "FlexValue.h"
-#include "accessoryState.h"
 #include "bleSDK.h"
 #include "cameraCalls.h"
 #include "clientTable.h"
@@ -81,14 +80,11 @@ void ConnectionEvents::RemoveClient(BleNotificationClient& client) {
 void ConnectionEvents::EndTransfers(BleNotificationClient& client) {
     if (client.m_file.IsTransferringSettingsJSON()) {
         LOG_INFO("A client with active file transfer disconnected.");
-        m_parts.transfers.StopSettingsJSON(client);
     }
     if (client.m_file.IsTransferringLarch()) {
         LOG_DEBUG("A client with active file transfer disconnected.");
-        m_parts.transfers.StopTransfer(&client);
-        PostAccessoryUpdate(client.m_identity.m_deviceType, 0, eAccessoryUpdateFailed);
-        PostAccessoryUpdateIdle();
     }
+    m_parts.transfers.EndTransfers(client);
 }
 
 void ConnectionEvents::UnregisterAfterLastDisconnection() {

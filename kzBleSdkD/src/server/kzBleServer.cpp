@@ -176,6 +176,7 @@ void KzBleServer::HandlePeriodicTimer() {
     }
     m_csiInbox.KeepSubscribed();
     m_registration.KeepRegistered(GetClientCount() > 0);
+    m_transfers.KeepMoving();
     CheckClientsStoredResponses();
     CheckClientsForFileTransfer();
     CheckClientsForLarchOTA();

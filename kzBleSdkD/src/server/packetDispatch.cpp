@@ -134,10 +134,23 @@ void PacketDispatch::HandleDataEvent(ble_message_t& record, int* kzErrno) {
     LOG_INFO("mq_curmsgs = %d", static_cast<int>(waiting));
     m_shedding = waiting > kMaxRadioBacklog;
     if (m_shedding) {
+        AbandonMessage(record);
         return;
     }
     if (HandleSDKMessage(record, kzErrno)) {
         LOG_INFO("Response Generated for BLE Client");
+    }
+}
+
+// A shed packet is missing in the message that was being joined: what follows must not be joined to what came before.
+void PacketDispatch::AbandonMessage(const ble_message_t& record) {
+    const RequestInterface* row = kRequestInterfaces.Find(record.streamId);
+    if (row == nullptr) {
+        return;
+    }
+    const ClientLock lock(m_parts.clients.Mutex());
+    if (BleNotificationClient* client = m_parts.clients.LookUp(record.connectionId); client != nullptr) {
+        row->builder(*client).Abandon();
     }
 }
 

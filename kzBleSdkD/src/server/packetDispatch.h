@@ -31,7 +31,8 @@ class PacketDispatch {
     explicit PacketDispatch(const Parts& parts) : m_parts(parts) {}
 
     // Receives and dispatches one record, and further ones as long as they are shed: while more than kMaxRadioBacklog
-    // of 100 records wait, data packets are dropped before they are looked at, events never.
+    // of 100 records wait, data packets are dropped before they are looked at, events never. A dropped packet ends the
+    // message that its stream was joining.
     void HandleRecords();
     // Receives and dispatches one record. False for a record that could not be received or is of no known type.
     bool HandleBleMessage();
@@ -48,6 +49,7 @@ class PacketDispatch {
     bool HandleRecord(ble_message_t& record);
     void UpdateDevice(const ble_message_t& record);
     void HandleDataEvent(ble_message_t& record, int* kzErrno);
+    void AbandonMessage(const ble_message_t& record);
     void HandleDebugEvent(const ble_message_t& record);
     bool DispatchPacket(BleNotificationClient& client, ble_message_t& record, int* kzErrno);
     bool DispatchRequest(const RequestInterface& row, BleNotificationClient& client, ble_message_t& record,

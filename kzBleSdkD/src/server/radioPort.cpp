@@ -75,15 +75,20 @@ bool CarriesRecords(const QueueHandle& queue, const char* name) {
     return size == kBleRecordSize;
 }
 
+QueueHandle Checked(QueueHandle queue, const char* name) {
+    if (queue.IsOpen() && !CarriesRecords(queue, name)) {
+        queue.Close();
+    }
+    return queue;
+}
+
 // One attempt; the reason of a failure is in the log.
 QueueHandle OpenRadioQueue(const char* name, int flags, mq_attr* attributes = nullptr) {
     QueueHandle queue(mq_open(name, flags, kQueueMode, attributes));
     if (!queue.IsOpen()) {
         LOG_ERROR("mq_open() failed for '%s': %s\n", name, strerror(errno));
-    } else if (!CarriesRecords(queue, name)) {
-        queue.Close();
     }
-    return queue;
+    return Checked(std::move(queue), name);
 }
 
 }  // namespace
@@ -124,10 +129,10 @@ void RadioPort::CloseQueues() {
 
 bool RadioPort::Reopen() {
     if (!m_bleRxMq.IsOpen()) {
-        m_bleRxMq = OpenRadioQueue(kMqToBleSdk, O_RDONLY | O_NONBLOCK);
+        m_bleRxMq = Checked(QueueHandle(mq_open(kMqToBleSdk, O_RDONLY | O_NONBLOCK)), kMqToBleSdk);
     }
     if (!m_bleTxMq.IsOpen()) {
-        m_bleTxMq = OpenRadioQueue(kMqToSkylark, O_WRONLY);
+        m_bleTxMq = Checked(QueueHandle(mq_open(kMqToSkylark, O_WRONLY)), kMqToSkylark);
     }
     LearnLongestResponse();
     return IsOpen();
@@ -228,6 +233,14 @@ RadioPort::SendResult RadioPort::SendOrHold(const ble_message_t& record, WaitFor
 
 bool RadioPort::PostPacket(const ble_message_t& record) {
     return SendOrHold(record, WaitForRoom::kBounded) == SendResult::kSent;
+}
+
+// A record that is to be dumped must not be dumped on every try, so that the queue is asked first.
+RadioPort::SendResult RadioPort::TryPacket(const ble_message_t& record) {
+    if (DumpsRecords() && !m_packetHolding && TxQueueFill().Available() <= 0) {
+        return SendResult::kNoRoom;
+    }
+    return SendOrHold(record, WaitForRoom::kNo);
 }
 
 bool RadioPort::PostResponse(const ble_message_t& record, const unsigned char* data, unsigned short length) {

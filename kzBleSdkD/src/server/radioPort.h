@@ -52,7 +52,14 @@ class RadioPort {
 
     // ---- sending
 
-    // Sends one ready record. Waits for room in a full queue, two seconds at most. False when it could not be sent.
+    enum class SendResult {
+        kSent,
+        kNoRoom,  // only when it was not to wait; nothing was logged
+        kFailed,
+    };
+    // Sends one ready record, or finds no room for it. It never waits.
+    SendResult TryPacket(const ble_message_t& record);
+    // Sends one ready record. It does not look for room: a full queue is waited for, two seconds at most.
     bool PostPacket(const ble_message_t& record);
     // Splits `length` bytes into packets on the record's connection and stream. False only when the response was not
     // started because the queue has no room for all of it.
@@ -83,11 +90,6 @@ class RadioPort {
 
   private:
     enum class WaitForRoom { kNo, kBounded };
-    enum class SendResult {
-        kSent,
-        kNoRoom,  // only when it was not to wait; nothing was logged
-        kFailed,
-    };
     void LearnLongestResponse();
     bool AwaitRoom(int64_t deadlineMs) const;
     SendResult WriteRecord(const ble_message_t& record, WaitForRoom wait);

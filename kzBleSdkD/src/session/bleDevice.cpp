@@ -237,9 +237,11 @@ bool BleNotificationClient::SetTransferringLarch(bool on) {
     if (!on) {
         return m_file.EndImage();
     }
-    std::string path;
-    return !m_file.IsTransferringLarch() && LarchUpdateCheck(m_identity.m_deviceType, &path, 0, 0, 0) &&
-           m_file.StartImage(path);
+    if (m_file.IsTransferringLarch()) {
+        return false;
+    }
+    AccessoryImageFile image = OpenLarchUpdate(m_identity.m_deviceType, {});
+    return !image.path.empty() && m_file.StartImage(std::move(image.file), image.modified);
 }
 
 void BleNotificationClient::Dump() const {
