@@ -1,9 +1,16 @@
-# What every target of the project shares: warnings as errors on our own code, and the sanitizers of a preset.
+# What every target of the project shares: warnings as errors on our own code, the hardening of a release, and the
+# sanitizers of a preset.
 
 add_library(kzOptions INTERFACE)
 target_compile_options(
   kzOptions INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
                       $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+
+# What is shipped: a smashed stack or an overrun of a known size ends the process, and no table of addresses stays
+# writable. A system's compiler may have its own _FORTIFY_SOURCE, which has to go first.
+set(released $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+add_compile_options("$<${released}:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+add_link_options("$<${released}:-Wl,-z,relro,-z,now>")
 
 if(KZ_SANITIZE)
   add_compile_options(-fsanitize=${KZ_SANITIZE} -fno-omit-frame-pointer)

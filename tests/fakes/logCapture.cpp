@@ -86,12 +86,9 @@ void openlog(const char* /*ident*/, int options, int /*facility*/) {
 }
 void closelog() {}
 
-__attribute__((format(printf, 2, 3))) void syslog(int /*priority*/, const char* format, ...) {
+__attribute__((format(printf, 2, 0))) void vsyslog(int /*priority*/, const char* format, va_list args) {
     char text[4096];
-    va_list args;
-    va_start(args, format);
     std::vsnprintf(text, sizeof(text), format, args);
-    va_end(args);
     const std::lock_guard<std::mutex> lock(fakes::s_mutex);
     if (fakes::s_copies) {
         std::fprintf(stderr, "library: %s\n", text);
@@ -99,6 +96,21 @@ __attribute__((format(printf, 2, 3))) void syslog(int /*priority*/, const char* 
     if (fakes::s_capturing) {
         fakes::s_lines.push_back(fakes::Split(text));
     }
+}
+
+__attribute__((format(printf, 2, 3))) void syslog(int priority, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vsyslog(priority, format, args);
+    va_end(args);
+}
+
+// What a build with _FORTIFY_SOURCE calls instead.
+__attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag*/, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vsyslog(priority, format, args);
+    va_end(args);
 }
 
 }  // extern "C"
