@@ -49,13 +49,13 @@ int StopInOrder() {
 
 int main(int argc, char** argv) {
     SecureStandardStreams();
+    CatchSignals();
     UseOneHeap();
     kzUtilSetLogLevel(KZ_LOG_DEBUG);
     if (const int result = daemon_init(); result != 0) {
         LOG_ERROR("kzBleD daemon_init failed %d", result);
         return result;
     }
-    CatchSignals();
     kzLogStartWriter();
     LOG_INFO("Starting kzBleD daemon");
     if (const int result = KzBleServer::GetInstance()->Start(); result != 0) {
