@@ -25,7 +25,7 @@ class Catalogue : public ModelTest {
     std::unique_ptr<Model> m_loaded;
 };
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitized = true;  // it has memory of its own
 #else
 constexpr bool kSanitized = false;
