@@ -21,7 +21,23 @@ skip() {
     exit 77
 }
 
+# until_true SECONDS COMMAND...
+until_true() {
+    local end=$((SECONDS + $1))
+    shift
+    while ! "$@" >/dev/null 2>&1; do
+        ((SECONDS <= end)) || return 1
+        sleep 0.05
+    done
+}
+
 # ---------------------------------------------------------------- outside: a control group, and a world in it
+
+# Fails while processes that were killed are still on their way out.
+remove_group() {
+    find "$1" -depth -type d -exec rmdir {} \;
+    [[ ! -d $1 ]]
+}
 
 run_outside() {
     local tree group
@@ -37,7 +53,7 @@ run_outside() {
         exec timeout --signal=KILL 100 "$project/scripts/world" --keep "$build" unshare --cgroup \
             env KZ_UNIT_STAGE=boot "$project/tests/packaging/unitTest.sh" "$build"
     ) || true
-    find "$group" -depth -type d -exec rmdir {} \; 2>/dev/null || true
+    until_true 5 remove_group "$group" || echo "unitTest: $group stays"
     [[ -s $report ]] || skip "systemd does not start in a world of its own here"
     cat "$report"
     exit "$(awk '/^exit status: / { status = $3 } END { print status == "" ? 1 : status }' "$report")"
@@ -97,15 +113,6 @@ fail() {
     systemctl show -p ActiveState,Result,ExecMainCode,ExecMainStatus,NRestarts "$unit"
     tail -n 20 /tmp/daemon.err /tmp/camera.log /tmp/syslog
     exit 1
-}
-# until_true SECONDS COMMAND...
-until_true() {
-    local end=$((SECONDS + $1))
-    shift
-    while ! "$@" >/dev/null 2>&1; do
-        ((SECONDS <= end)) || return 1
-        sleep 0.05
-    done
 }
 daemon_answers() { until_true 20 kzble --timeout 500 info || fail "no answer after $1"; }
 main_process() { systemctl show --value -p MainPID "$unit"; }
