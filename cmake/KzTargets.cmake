@@ -5,6 +5,15 @@ target_compile_options(
   kzOptions INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
                       $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 
+# The daemon is optimised as a whole when it is linked, because what it does for a packet is spread over many small
+# functions of several rooms. The libraries that it is made of link kzWholeProgram: their objects hold machine code too,
+# which every other program links as usual. Only g++ makes such objects.
+add_library(kzWholeProgram INTERFACE)
+if(KZ_WHOLE_PROGRAM AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(kzWholeProgram INTERFACE -flto=auto -ffat-lto-objects)
+  add_link_options($<IF:$<BOOL:$<TARGET_PROPERTY:KZ_WHOLE_PROGRAM>>,-flto=auto,-fno-lto>)
+endif()
+
 if(KZ_SANITIZE)
   add_compile_options(-fsanitize=${KZ_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KZ_SANITIZE})
