@@ -3,6 +3,8 @@
 //
 // Each road is run twice, with one and with two thousand messages; the difference is what a thousand take. The daemon's
 // ticks come on top, a few a second.
+//
+//     instructionsBench [FOLDER]     keeps the counts of each run in the folder, for callgrind_annotate
 #include <cstdio>
 #include <exception>
 #include <fstream>
@@ -27,7 +29,6 @@ constexpr int kMessages = 1000;
 constexpr uint32_t kClients = 20;
 constexpr long kDeepQueue = 2000;
 constexpr int kBacklog = 50;
-constexpr const char* kCounts = "/tmp/callgrind.out";
 
 using Road = std::function<void(Rig& rig, int messages)>;
 
@@ -42,18 +43,27 @@ long TotalOf(const std::string& path) {
     throw std::runtime_error("callgrind wrote no total");
 }
 
-long Count(const Road& road, int messages) {
+struct Row {
+    const char* name;
+    const char* file;  // in which its counts are kept, with the number of messages behind it
+    Road road;
+    double perMessage;
+    const char* aim;
+};
+
+long Count(const Row& row, int messages, const std::string& folder) {
+    const std::string counts = folder + '/' + row.file + '.' + std::to_string(messages);
     Rig rig(100, kDeepQueue);
-    rig.StartDaemon({"valgrind", "--tool=callgrind", std::string("--callgrind-out-file=") + kCounts});
+    rig.StartDaemon({"valgrind", "--tool=callgrind", "--callgrind-out-file=" + counts});
     rig.SetLogLevel(KZ_LOG_ERROR);
-    road(rig, messages);
+    row.road(rig, messages);
     rig.ShutDownDaemon();
-    return TotalOf(kCounts);
+    return TotalOf(counts);
 }
 
-void PrintRow(const char* name, const Road& road, double perMessage, const char* aim) {
-    const long more = Count(road, 2 * kMessages) - Count(road, kMessages);
-    std::printf("%-52s  %9.0f  %s\n", name, static_cast<double>(more) / kMessages / perMessage, aim);
+void PrintRow(const Row& row, const std::string& folder) {
+    const long more = Count(row, 2 * kMessages, folder) - Count(row, kMessages, folder);
+    std::printf("%-52s  %9.0f  %s\n", row.name, static_cast<double>(more) / kMessages / row.perMessage, row.aim);
     std::fflush(stdout);
 }
 
@@ -117,25 +127,21 @@ void Transfer(Rig& rig, int messages) {
 
 }  // namespace
 
-int main(int, char** argv) {
+int main(int argc, char** argv) {
     e2e::enterWorld(argv);
     roads::WriteCatalogue("");
     const Process camera = roads::StartCamera();
     std::printf("%-52s  %9s  aim\n", "user-space instructions", "ours");
-    const struct {
-        const char* name;
-        Road road;
-        double perMessage;
-        const char* aim;
-    } rows[] = {
-        {"value query, one packet", Query, 1, "<= 1000"},
-        {"push of one value, a client of 20", Push, kClients, ""},
-        {"sensor sample", Sample, 1, ""},
-        {"packet of a settings.json transfer", Transfer, 1, ""},
+    const std::string folder = argc > 1 ? argv[1] : "/tmp";
+    const Row rows[] = {
+        {"value query, one packet", "query", Query, 1, "<= 1000"},
+        {"push of one value, a client of 20", "push", Push, kClients, ""},
+        {"sensor sample", "sample", Sample, 1, ""},
+        {"packet of a settings.json transfer", "transfer", Transfer, 1, ""},
     };
-    for (const auto& row : rows) {
+    for (const Row& row : rows) {
         try {
-            PrintRow(row.name, row.road, row.perMessage, row.aim);
+            PrintRow(row, folder);
         } catch (const std::exception& error) {
             std::fprintf(stderr, "%s: %s\n", row.name, error.what());
         }

@@ -12,6 +12,15 @@ set(released $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 add_compile_options("$<${released}:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 add_link_options("$<${released}:-Wl,-z,relro,-z,now>")
 
+# The daemon is optimised as a whole when it is linked, because what it does for a packet is spread over many small
+# functions of several rooms. The libraries that it is made of link kzWholeProgram: their objects hold machine code too,
+# which every other program links as usual. Only g++ makes such objects.
+add_library(kzWholeProgram INTERFACE)
+if(KZ_WHOLE_PROGRAM AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(kzWholeProgram INTERFACE -flto=auto -ffat-lto-objects)
+  add_link_options($<IF:$<BOOL:$<TARGET_PROPERTY:KZ_WHOLE_PROGRAM>>,-flto=auto,-fno-lto>)
+endif()
+
 if(KZ_SANITIZE)
   add_compile_options(-fsanitize=${KZ_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KZ_SANITIZE})
