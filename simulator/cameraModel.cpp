@@ -232,6 +232,20 @@ void CameraModel::setCsi(uint8_t key, Bytes value) {
     onCsi(key);
 }
 
+// ---------------------------------------------------------------- former values
+
+void CameraModel::restoreSetting(uint32_t settingId, std::optional<uint32_t> value) {
+    value.has_value() ? forceSetting(settingId, *value) : static_cast<void>(m_settings.erase(settingId));
+}
+
+void CameraModel::restoreStatus(uint32_t statusId, std::optional<StatusValue> value) {
+    value.has_value() ? setStatus(statusId, std::move(*value)) : static_cast<void>(m_statuses.erase(statusId));
+}
+
+void CameraModel::restoreCsi(uint8_t key, std::optional<Bytes> value) {
+    value.has_value() ? setCsi(key, std::move(*value)) : static_cast<void>(m_csi.erase(key));
+}
+
 // ---------------------------------------------------------------- records
 
 std::array<uint8_t, CameraModel::kInfoSize> CameraModel::information() const {

@@ -37,6 +37,7 @@ class CameraModel {
 
     uint8_t modelNumber() const { return m_modelNumber; }
     CameraClock& clock() { return m_clock; }
+    const Catalogue& catalogue() const { return m_catalogue; }
     const PresetStore& presets() const { return m_presets; }
 
     // ------------------------------------------------------------ settings and status
@@ -58,9 +59,16 @@ class CameraModel {
 
     // The key's value; nothing when it was never set.
     std::optional<Bytes> csi(uint8_t key) const;
+    const std::map<uint8_t, Bytes>& csiValues() const { return m_csi; }
     uint32_t csiNumber(uint8_t key) const;
     void setCsi(uint8_t key, Bytes value);
     void setCsiNumber(uint8_t key, uint32_t value) { setCsi(key, bytesOf(value)); }
+
+    // A former value back in its place. Without one the setting, status or key is as if it had never been set, which
+    // nobody is told.
+    void restoreSetting(uint32_t settingId, std::optional<uint32_t> value);
+    void restoreStatus(uint32_t statusId, std::optional<StatusValue> value);
+    void restoreCsi(uint8_t key, std::optional<Bytes> value);
 
     // ------------------------------------------------------------ what it does
 

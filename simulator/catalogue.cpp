@@ -1,6 +1,8 @@
 #include "catalogue.h"
 
 #include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -13,6 +15,29 @@ using Json = nlohmann::json;
 
 bool contains(const std::vector<uint32_t>& values, uint64_t value) {
     return std::find(values.begin(), values.end(), value) != values.end();
+}
+
+std::string folded(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        result += c == '-' || c == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    return result;
+}
+
+// The id of the row of `rows` whose id or name `text` is; `nameOf` gives a row's name.
+template <typename Map, typename NameOf>
+std::optional<uint32_t> called(const std::string& text, const Map& rows, NameOf nameOf) {
+    const char* const last = text.data() + text.size();
+    uint32_t id = 0;
+    const auto parsed = std::from_chars(text.data(), last, id);
+    if (parsed.ec == std::errc() && parsed.ptr == last && rows.count(id) != 0) {
+        return id;
+    }
+    const auto row = std::find_if(rows.begin(), rows.end(), [&, wanted = folded(text)](const auto& one) {
+        return folded(nameOf(one.second)) == wanted;
+    });
+    return row == rows.end() ? std::nullopt : std::optional(row->first);
 }
 
 }  // namespace
@@ -39,6 +64,7 @@ Catalogue Catalogue::parse(const std::string& text) {
         setting.name = item.at("display_name").get<std::string>();
         for (const Json& option : item.at("options")) {
             setting.options.push_back(option.at("id").get<uint32_t>());
+            setting.optionNames[setting.options.back()] = option.at("display_name").get<std::string>();
         }
     }
     for (const Json& group : root.at("status").at("groups")) {
@@ -62,6 +88,21 @@ Catalogue Catalogue::parse(const std::string& text) {
         catalogue.m_filters.push_back(std::move(filter));
     }
     return catalogue;
+}
+
+std::optional<uint32_t> Catalogue::settingCalled(const std::string& text) const {
+    return called(text, m_settings, [](const Setting& setting) { return setting.name; });
+}
+
+std::optional<uint32_t> Catalogue::optionCalled(uint32_t settingId, const std::string& text) const {
+    const auto setting = m_settings.find(settingId);
+    return setting == m_settings.end()
+               ? std::nullopt
+               : called(text, setting->second.optionNames, [](const std::string& name) { return name; });
+}
+
+std::optional<uint32_t> Catalogue::statusCalled(const std::string& text) const {
+    return called(text, m_statuses, [](const std::string& name) { return name; });
 }
 
 bool Catalogue::Filter::isOn(const CurrentValue& current) const {

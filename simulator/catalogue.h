@@ -20,6 +20,7 @@ class Catalogue {
     struct Setting {
         std::string name;
         std::vector<uint32_t> options;  // in the order of the file
+        std::map<uint32_t, std::string> optionNames;
     };
 
     // Throws std::runtime_error, naming the file and what is wrong with it.
@@ -28,6 +29,12 @@ class Catalogue {
 
     const std::map<uint32_t, Setting>& settings() const { return m_settings; }
     const std::map<uint32_t, std::string>& statuses() const { return m_statuses; }
+
+    // What a user means: an id, or a name in any case, with '-' or '_' for a blank; an id wins over a name. Nothing
+    // when the catalogue has neither.
+    std::optional<uint32_t> settingCalled(const std::string& text) const;
+    std::optional<uint32_t> optionCalled(uint32_t settingId, const std::string& text) const;
+    std::optional<uint32_t> statusCalled(const std::string& text) const;
 
     // Whether the setting exists, has this option, and no filter that is on now forbids it.
     bool accepts(uint32_t settingId, uint32_t option, const CurrentValue& current) const;

@@ -1,32 +1,12 @@
-// The hand on the camera: commands of kzcamctl, one table row each, done on the model and the roles.
+// The hand on the camera: commands of kzcamctl, one table row each, done on the model and the roles, and taken back
+// again.
 #pragma once
 
-#include <string>
-#include <vector>
-
-#include "cameraModel.h"
-#include "controlDaemon.h"
+#include "consoleCommand.h"
 #include "localSocket.h"
-#include "metadataService.h"
-#include "networkDaemon.h"
-#include "radioStack.h"
+#include "undoLog.h"
 
 namespace kzsim {
-
-struct Roles {
-    CameraModel& camera;
-    RadioStack& radio;
-    ControlDaemon& control;
-    NetworkDaemon& network;
-    MetadataService& metadata;
-};
-
-struct ConsoleAnswer {
-    bool done;
-    std::string text;  // what was asked for, or why not
-};
-
-ConsoleAnswer executeConsoleCommand(const Roles& roles, const std::vector<std::string>& words);
 
 // Answers kzcamctl.
 class Console {
@@ -34,6 +14,10 @@ class Console {
     Console(EventLoop& loop, const Roles& roles);
 
   private:
+    ConsoleAnswer execute(const Words& words);
+
+    Roles m_roles;
+    UndoLog m_undo;
     RecordServer m_server;
 };
 

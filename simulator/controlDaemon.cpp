@@ -19,6 +19,14 @@ constexpr size_t kRegistrationSize = 264;
 constexpr size_t kRegistrationNameOffset = 4;
 constexpr size_t kRegistrationNameSize = 256;
 
+// Commands carry records of a fixed size, most of which is padding.
+ByteView withoutTrailingZeros(ByteView bytes) {
+    while (!bytes.empty() && bytes.back() == 0) {
+        bytes = bytes.first(bytes.size() - 1);
+    }
+    return bytes;
+}
+
 // Everything of a push message but the JSON text and the end marker.
 Bytes startPushMessage(const std::string& queueName) {
     Bytes message(kTlvMaxMessageSize);
@@ -92,7 +100,8 @@ ServiceReply ControlDaemon::handleCommand(const ServiceRequest& request) {
     report("control", "%s(%s) from caller %u gives %d, %zu bytes", kzControlCommandName(id),
            toHex(request.payload).c_str(), request.header.callerId, reply.result, reply.payload.size());
     ++m_executedCount;
-    m_executed.push_back({id, request.header.callerId, toHex(request.payload), reply.result});
+    m_executed.push_back({id, request.header.callerId, toHex(withoutTrailingZeros(request.payload)),
+                          request.payload.size(), reply.result});
     if (m_executed.size() > kExecutedKept) {
         m_executed.pop_front();
     }
@@ -211,6 +220,7 @@ nlohmann::json ControlDaemon::state() const {
                             {"id", one.id},
                             {"caller", one.callerId},
                             {"parameter", one.parameter},
+                            {"parameterSize", one.parameterSize},
                             {"result", one.result}});
     }
     return {{"listeners", listeners},

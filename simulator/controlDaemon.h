@@ -31,6 +31,7 @@ class ControlDaemon {
 
     // From now on command `id` is refused with `code` before anything is done; code 0 ends that.
     void refuse(uint32_t id, int32_t code);
+    const std::map<uint32_t, int32_t>& refused() const { return m_refused; }
 
     // Listeners, and the last commands with their parameters, callers and results.
     nlohmann::json state() const;
@@ -46,7 +47,8 @@ class ControlDaemon {
     struct Executed {
         uint32_t id;
         uint32_t callerId;
-        std::string parameter;  // hexadecimal
+        std::string parameter;  // hexadecimal, without the zero bytes at its end
+        size_t parameterSize;
         int32_t result;
     };
 

@@ -8,6 +8,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "queueMemory.h"
+#include "report.h"
+
 namespace kzsim {
 namespace {
 
@@ -19,7 +22,7 @@ std::string whyNotCreated(const std::string& name, long depth, int error) {
     if (error == EINVAL) {
         text += " (is /proc/sys/fs/mqueue/msg_max below " + std::to_string(depth) + "?)";
     } else if (error == EMFILE) {
-        text += " (the user's queue bytes are used up: ulimit -q)";
+        text += ": " + queueMemoryIsUsedUp();
     }
     return text;
 }
@@ -29,6 +32,11 @@ std::string whyNotCreated(const std::string& name, long depth, int error) {
 mqd_t openWhenThereIsRoom(const std::string& name, int flags, mq_attr attributes) {
     const auto patience = std::chrono::steady_clock::now() + kPatience;
     mqd_t queue = mq_open(name.c_str(), flags, 0664, &attributes);
+    if (queue < 0 && errno == EMFILE) {
+        warn("camera", "waiting up to %ld s for room for the queue %s: %s", static_cast<long>(kPatience.count()),
+             name.c_str(), queueMemoryIsUsedUp().c_str());
+        errno = EMFILE;
+    }
     while (queue < 0 && errno == EMFILE && std::chrono::steady_clock::now() < patience) {
         std::this_thread::sleep_for(kRetry);
         queue = mq_open(name.c_str(), flags, 0664, &attributes);

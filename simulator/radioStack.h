@@ -38,6 +38,8 @@ class RadioStack {
     // Takes nothing from the daemon until go().
     void stopReading();
     void go();
+    uint32_t rate() const { return m_rate; }
+    bool reading() const { return m_reading; }
     // Ends the connection once `packets` more have been sent to its device; connection 0 means every one. False when
     // there is no such connection.
     bool dropAfter(uint32_t connectionId, uint32_t packets);
