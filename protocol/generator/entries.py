@@ -135,6 +135,8 @@ class EntryMaker:
     def key(self, row):
         entry = self._entry("key", row, "query", request_stream=0, answer_stream=0)
         entry.does = f"key {row['key']} of the camera's status service"
+        if "values" in row:
+            entry.notes.insert(0, "values: " + ", ".join(f"{number} {name}" for number, name in row["values"].items()))
         if "action" in row:
             push = next(p for p in self.description["pushes"] if p.get("action") == row["action"])
             fields = {f.number: f.name for f in self.description.schemas.messages[push["form"]].fields}
