@@ -260,7 +260,7 @@ local function show_message(tree, tvb, known, stream, pinfo, root)
         more = tvb:len() - at .. " bytes"
     elseif stream == 7 and tvb:len() > 2 then
         local setting = t.settings[tvb(0, 1):uint()]
-        local value = tvb(2, math.min(tvb(1, 1):uint(), tvb:len() - 2))
+        local value = tvb(2, math.max(1, math.min(tvb(1, 1):uint(), tvb:len() - 2)))
         more = (setting and setting.name or "setting " .. tvb(0, 1):uint()) .. " = " .. in_words(value, setting and setting.options)
         tree:add(f.setting, value, more)
     else
