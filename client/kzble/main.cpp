@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
     kzble::addWatchCommand(app, session);
     kzble::addFileCommands(app, session);
     kzble::addSensorCommands(app, session);
+    kzble::addDescribeCommands(app, session);
 
     try {
         app.parse(argc, argv);

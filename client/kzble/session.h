@@ -64,6 +64,7 @@ void addFeatureCommands(CLI::App& app, Session& session);
 void addWatchCommand(CLI::App& app, Session& session);
 void addFileCommands(CLI::App& app, Session& session);
 void addSensorCommands(CLI::App& app, Session& session);
+void addDescribeCommands(CLI::App& app, Session& session);
 
 // Big-endian, in as many bytes as asked.
 Bytes number(uint64_t value, size_t width);

@@ -9,6 +9,7 @@
 
 #include "examplePlayer.h"
 #include "fixture.h"
+#include "protocolTable.h"
 
 namespace e2e {
 namespace {
@@ -272,6 +273,23 @@ TEST(Description, NamesOfMessagesAreInTheSchemas) {
                 const bool isSchema = name.is_string() && std::isupper(name.get<std::string>()[0]) != 0;
                 EXPECT_TRUE(!isSchema || schemas.find(' ' + name.get<std::string>() + " {") != std::string::npos)
                     << name;
+            }
+        }
+    }
+}
+
+TEST(Description, TableNamesRequestsAndAnswers) {
+    for (const auto& [section, interfaceName] : kSections) {
+        for (const Json& row : protocol().at(section)) {
+            const Json example = examplesOf(row).empty() ? Json::object() : examplesOf(row).at(0);
+            const Json& interface = interfaceOf(row, interfaceName);
+            const bool isRequest = row.contains("id") || section == std::string("queries");
+            if (isRequest && example.contains("ask") && example.contains("answer")) {
+                const auto* asked = kzprotocol::requestOf(interface.at("request"), fromHex(expand(example.at("ask"))));
+                const auto* answered =
+                    kzprotocol::answerOf(interface.at("answer"), fromHex(expand(example.at("answer"))));
+                ASSERT_TRUE(asked != nullptr && answered == asked) << row.at("name");
+                EXPECT_EQ(asked->name, row.at("name"));
             }
         }
     }

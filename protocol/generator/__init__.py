@@ -1,0 +1,1 @@
+"""Makes documents and tables from protocol.json: see scripts/generate-protocol."""
