@@ -14,8 +14,8 @@ class Extraction {
     Extraction() = default;
     ~Extraction() {
         for (kzmfStream* stream = g_metadata_devices; stream != nullptr; stream = stream->next) {
-            if (stream->taken != 0) {
-                stream->taken = 0;
+            if (stream->taken) {
+                stream->taken = false;
                 pthread_mutex_unlock(&stream->mutex);
             }
         }
@@ -26,14 +26,14 @@ class Extraction {
     // Takes the next stream in list order.
     void Take(kzmfStream& stream) {
         pthread_mutex_lock(&stream.mutex);
-        stream.taken = 1;
+        stream.taken = true;
     }
     // Takes the next stream in list order when `accept` agrees, which is asked with the stream's mutex held.
     template <typename Accept>
     bool TakeIf(kzmfStream& stream, Accept accept) {
         pthread_mutex_lock(&stream.mutex);
         if (accept(stream)) {
-            stream.taken = 1;
+            stream.taken = true;
             return true;
         }
         pthread_mutex_unlock(&stream.mutex);
@@ -50,7 +50,7 @@ class Extraction {
     void EmptyPayloads() {
         ForTaken([](kzmfStream& stream) {
             stream.payload.used = 0;
-            stream.stickyUnsent = 0;
+            stream.stickyUnsent = false;
         });
     }
 
@@ -58,7 +58,7 @@ class Extraction {
     template <typename Action>
     void ForTaken(Action action) {
         for (kzmfStream* stream = g_metadata_devices; stream != nullptr; stream = stream->next) {
-            if (stream->taken != 0) {
+            if (stream->taken) {
                 action(*stream);
             }
         }

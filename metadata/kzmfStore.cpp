@@ -52,7 +52,7 @@ uint32_t StoreSticky(kzmfStream& stream, const KzmfSamples& samples) {
     } else if (AddRecord(stream.sticky, samples, stream) != kKzmfDone) {
         return kKzmfNoRoom;
     }
-    stream.stickyUnsent = 1;
+    stream.stickyUnsent = true;
     return kKzmfDone;
 }
 

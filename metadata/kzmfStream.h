@@ -39,12 +39,12 @@ struct kzmfStream {
     uint32_t lastKey;                  // key of the last record stored in the payload; 0 when none was
     uint32_t lastHeader;               // its type, structure size and repeat
     uint32_t sessionPhase;             // samples to be passed over before a session copy keeps one
-    uint32_t stickyUnsent;             // 1 when a sticky value was stored since the last extraction
-    uint32_t taken;                    // 1 while an extraction holds this stream
+    bool stickyUnsent;                 // a sticky value was stored since the last extraction
+    bool taken;                        // an extraction holds this stream
     char name[kKzmfNameSize];          // not terminated when it fills the field
     char typeText[kKzmfTypeTextSize];  // the complex type; empty when none is known
 };
-static_assert(sizeof(kzmfStream) <= kKzmfStickyOffset);
+static_assert(sizeof(kzmfStream) <= kKzmfStickyOffset);  // AArch64 fills it: the mutex takes 48 bytes there
 static_assert(std::is_trivially_copyable_v<kzmfStream>);
 
 // Holds a stream's mutex for its own life, unless the caller already does.
@@ -84,7 +84,7 @@ constexpr uint32_t kKzmfStoreMargin = 4;
 
 // Whether something was stored since the last extraction.
 inline bool KzmfIsUnsent(const kzmfStream& stream) {
-    return stream.payload.used != 0 || stream.stickyUnsent != 0;
+    return stream.payload.used != 0 || stream.stickyUnsent;
 }
 
 // The first record of `area` with `key`, or null.

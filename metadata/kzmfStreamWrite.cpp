@@ -27,7 +27,7 @@ struct TimeOffset {
 uint32_t StoreWithTimeOffset(kzmfStream& stream, const KzmfSamples& samples, const TimeOffset& timeOffset) {
     uint8_t before[kKzmfStickySize];
     const uint32_t usedBefore = stream.sticky.used;
-    const uint32_t unsentBefore = stream.stickyUnsent;
+    const bool unsentBefore = stream.stickyUnsent;
     std::memcpy(before, stream.sticky.data, sizeof(before));
     uint8_t value[sizeof(float)];
     std::memcpy(value, &timeOffset.value, sizeof(float));
