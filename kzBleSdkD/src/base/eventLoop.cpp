@@ -48,13 +48,15 @@ void EventLoop::SetWatched(int descriptor, bool watched) {
 
 void EventLoop::RunOnce() {
     fd_set readable = m_watched;
-    if (select(m_end, &readable, nullptr, nullptr, nullptr) < 0) {
+    int ready = select(m_end, &readable, nullptr, nullptr, nullptr);
+    if (ready < 0) {
         LOG_ERROR("Select failed and not handled");
         return;
     }
-    for (const Source& source : m_sources) {
-        if (source.descriptor >= 0 && FD_ISSET(source.descriptor, &readable)) {
-            source.handle();
+    for (auto source = m_sources.begin(); source != m_sources.end() && ready > 0; ++source) {
+        if (source->descriptor >= 0 && FD_ISSET(source->descriptor, &readable)) {
+            --ready;
+            source->handle();
         }
     }
 }

@@ -47,9 +47,9 @@ using FileDescriptor = PosixHandle<close>;
 
 // The attributes of a queue; nothing when it is closed or the system does not give them.
 inline std::optional<mq_attr> QueueAttributes(const QueueHandle& queue) {
-    mq_attr attributes{};
-    if (!queue.IsOpen() || mq_getattr(queue, &attributes) != 0) {
-        return std::nullopt;
+    std::optional<mq_attr> attributes(std::in_place);
+    if (!queue.IsOpen() || mq_getattr(queue, &*attributes) != 0) {
+        attributes.reset();
     }
     return attributes;
 }

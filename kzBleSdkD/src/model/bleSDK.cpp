@@ -57,7 +57,7 @@ void BleSDK::LoadSettingsStatus() {
     m_pSettingsMapping = mapping.release();
 }
 
-SettingsStatusMapping* BleSDK::LoadedMapping() {
+SettingsStatusMapping* BleSDK::LoadMapping() {
     BleSDK* sdk = GetInstance();
     if (sdk->m_pSettingsMapping == nullptr) {
         sdk->LoadSettingsStatus();

@@ -22,7 +22,10 @@ class BleSDK {
     static int SetKZErrNo(int error);
 
     // The model, which is loaded if it is not yet; null when that fails.
-    static SettingsStatusMapping* LoadedMapping();
+    static SettingsStatusMapping* LoadedMapping() {
+        const bool isLoaded = m_pInstance != nullptr && m_pInstance->m_pSettingsMapping != nullptr;
+        return isLoaded ? m_pInstance->m_pSettingsMapping : LoadMapping();
+    }
 
     static BleSDK* m_pInstance;
     SettingsStatusMapping* m_pSettingsMapping = nullptr;  // owned
@@ -31,4 +34,5 @@ class BleSDK {
   private:
     BleSDK() = default;
     ~BleSDK();
+    static SettingsStatusMapping* LoadMapping();
 };

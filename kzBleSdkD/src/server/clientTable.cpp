@@ -13,18 +13,8 @@ constexpr const char* kLogTag = "kzBleServer";
 
 // ---------------------------------------------------------------- lock
 
-ClientLock::ClientLock(pthread_mutex_t* mutex) : m_mutex(mutex) {
-    const int error = pthread_mutex_lock(m_mutex);
-    if (error != 0) {
-        LOG_ERROR("LOCK failed %d, %s", error, strerror(error));
-    }
-}
-
-ClientLock::~ClientLock() {
-    const int error = pthread_mutex_unlock(m_mutex);
-    if (error != 0) {
-        LOG_ERROR("UNLOCK failed %d, %s", error, strerror(error));
-    }
+void ClientLock::LogFailure(const char* step, int error) {
+    LOG_ERROR("%s failed %d, %s", step, error, strerror(error));
 }
 
 ClientTable::ClientTable(const Services& services) : m_services(services) {
@@ -40,10 +30,12 @@ ClientTable::~ClientTable() {
 // ---------------------------------------------------------------- look-up
 
 BleNotificationClient* ClientTable::LookUp(uint32_t connectionId) {
-    const auto found = std::find_if(m_clients.begin(), m_clients.end(), [connectionId](const auto& client) {
-        return client->m_identity.m_connectionId == connectionId;
-    });
-    return found == m_clients.end() ? nullptr : found->get();
+    for (const auto& client : m_clients) {
+        if (client->m_identity.m_connectionId == connectionId) {
+            return client.get();
+        }
+    }
+    return nullptr;
 }
 
 BleNotificationClient* ClientTable::FindBleDeviceByConnectionID(uint32_t connectionId) {

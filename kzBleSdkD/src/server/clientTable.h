@@ -21,12 +21,22 @@ constexpr size_t kMaxDeviceHistory = 4096;  // addresses remembered; a peer may 
 // Holds a mutex for its own life; a failure is logged and the work goes on.
 class ClientLock {
   public:
-    explicit ClientLock(pthread_mutex_t* mutex);
-    virtual ~ClientLock();
+    explicit ClientLock(pthread_mutex_t* mutex) : m_mutex(mutex) {
+        if (const int error = pthread_mutex_lock(m_mutex); error != 0) {
+            LogFailure("LOCK", error);
+        }
+    }
+    virtual ~ClientLock() {
+        if (const int error = pthread_mutex_unlock(m_mutex); error != 0) {
+            LogFailure("UNLOCK", error);
+        }
+    }
     ClientLock(const ClientLock&) = delete;
     ClientLock& operator=(const ClientLock&) = delete;
 
   private:
+    static void LogFailure(const char* step, int error);
+
     pthread_mutex_t* m_mutex;
 };
 

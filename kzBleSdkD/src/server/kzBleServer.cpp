@@ -161,9 +161,13 @@ void KzBleServer::Loop() {
         DiscardExpirations(m_tick_fd);
         HandlePeriodicTimer();
     });
+    bool watchesTimer = true;
     while (m_running && !m_stopRequested) {
         loop.Replace(radio, m_radio.ReceiveDescriptor());
-        loop.SetWatched(m_radio.TimerDescriptor(), m_radio.IsHolding());
+        if (watchesTimer != m_radio.IsHolding()) {
+            watchesTimer = m_radio.IsHolding();
+            loop.SetWatched(m_radio.TimerDescriptor(), watchesTimer);
+        }
         loop.RunOnce();
     }
 }

@@ -208,7 +208,7 @@ bool PacketDispatch::DispatchRequest(const RequestInterface& row, BleNotificatio
                                      int* kzErrno) {
     LOG_INFO("%s", row.received);
     unsigned short length = kMessageBufferSize;
-    if (!(client.*row.process)(record.data, m_parts.buffer.data(), &length, kzErrno)) {
+    if (!row.process(client, record.data, m_parts.buffer.data(), &length, kzErrno)) {
         return false;
     }
     m_parts.delivery.DeliverAnswer(row, client, record, {m_parts.buffer.data(), length});

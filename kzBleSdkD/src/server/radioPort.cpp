@@ -189,13 +189,18 @@ bool RadioPort::AwaitRoom(int64_t deadlineMs) const {
     return ready > 0 && (queue.revents & POLLOUT) != 0;
 }
 
-// Writes one record. The wait for room is bounded, so that a radio-stack daemon that stopped reading costs a packet and
-// not the whole service. The system's own wait goes by the wall clock, which may step, so it gets a deadline that has
-// passed, and the wait is poll's.
-RadioPort::SendResult RadioPort::WriteRecord(const ble_message_t& record, WaitForRoom wait) {
+// Writes one record if there is room. The system's own wait goes by the wall clock, which may step, so it gets a
+// deadline that has passed.
+bool RadioPort::WriteRecord(const ble_message_t& record) const {
     constexpr timespec kAtOnce{};
+    return mq_timedsend(m_bleTxMq, reinterpret_cast<const char*>(&record), sizeof(record), 0, &kAtOnce) == 0;
+}
+
+// Goes on with a record whose write has just failed. The wait for room is bounded, so that a radio-stack daemon that
+// stopped reading costs a packet and not the whole service.
+RadioPort::SendResult RadioPort::WriteAgain(const ble_message_t& record, WaitForRoom wait) const {
     std::optional<int64_t> deadlineMs;
-    while (mq_timedsend(m_bleTxMq, reinterpret_cast<const char*>(&record), sizeof(record), 0, &kAtOnce) != 0) {
+    do {
         if (errno == EINTR) {
             continue;
         }
@@ -209,7 +214,7 @@ RadioPort::SendResult RadioPort::WriteRecord(const ble_message_t& record, WaitFo
         if (!AwaitRoom(*deadlineMs)) {
             return SendResult::kFailed;
         }
-    }
+    } while (!WriteRecord(record));
     return SendResult::kSent;
 }
 
@@ -219,7 +224,7 @@ RadioPort::SendResult RadioPort::SendOrHold(const ble_message_t& record, WaitFor
         QueuePacket(record);
         return SendResult::kSent;
     }
-    const SendResult result = WriteRecord(record, wait);
+    const SendResult result = WriteRecord(record) ? SendResult::kSent : WriteAgain(record, wait);
     if (result == SendResult::kNoRoom) {
         return result;
     }

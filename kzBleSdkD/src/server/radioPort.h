@@ -92,7 +92,8 @@ class RadioPort {
     enum class WaitForRoom { kNo, kBounded };
     void LearnLongestResponse();
     bool AwaitRoom(int64_t deadlineMs) const;
-    SendResult WriteRecord(const ble_message_t& record, WaitForRoom wait);
+    bool WriteRecord(const ble_message_t& record) const;
+    SendResult WriteAgain(const ble_message_t& record, WaitForRoom wait) const;
     SendResult SendOrHold(const ble_message_t& record, WaitForRoom wait);
 
     QueueHandle m_bleRxMq;

@@ -8,8 +8,8 @@
 #include "skylark/bleMessage.h"
 
 struct RequestInterface {
-    using Process = bool (BleNotificationClient::*)(unsigned char* packet, unsigned char* response,
-                                                    unsigned short* responseLength, int* kzErrno);
+    using Process = bool (*)(BleNotificationClient& client, unsigned char* packet, unsigned char* response,
+                             unsigned short* responseLength, int* kzErrno);
 
     uint8_t id;  // request stream
     uint8_t responseStream;
@@ -19,6 +19,12 @@ struct RequestInterface {
     FragmentedMessageBuilder& (*builder)(BleNotificationClient& client);
 };
 
+template <auto kOperation>
+bool ProcessWith(BleNotificationClient& client, unsigned char* packet, unsigned char* response,
+                 unsigned short* responseLength, int* kzErrno) {
+    return (client.*kOperation)(packet, response, responseLength, kzErrno);
+}
+
 template <auto kMessage>
 FragmentedMessageBuilder& BuilderOf(BleNotificationClient& client) {
     return client.*kMessage;
@@ -26,12 +32,12 @@ FragmentedMessageBuilder& BuilderOf(BleNotificationClient& client) {
 
 constexpr RequestInterface kRequestInterfaceRows[] = {
     {KZ_STR_ID_COMMAND, KZ_STR_ID_COMMAND_RESPONSE, eStoredCommand, "Received message on Command Interface",
-     &BleNotificationClient::ProcessCommandMessage, BuilderOf<&BleNotificationClient::m_commandMessage>},
+     ProcessWith<&BleNotificationClient::ProcessCommandMessage>, BuilderOf<&BleNotificationClient::m_commandMessage>},
     {KZ_STR_ID_SETTINGS, KZ_STR_ID_SETTINGS_RESPONSE, eStoredSettings, "Received message on Settings Interface",
-     &BleNotificationClient::ProcessSettingMessage, BuilderOf<&BleNotificationClient::m_settingsMessage>},
+     ProcessWith<&BleNotificationClient::ProcessSettingMessage>, BuilderOf<&BleNotificationClient::m_settingsMessage>},
     {KZ_STR_ID_QUERY, KZ_STR_ID_QUERY_RESPONSE, eStoredQuery, "Received message on Query Interface",
-     &BleNotificationClient::ProcessQueryMessage, BuilderOf<&BleNotificationClient::m_queryMessage>},
+     ProcessWith<&BleNotificationClient::ProcessQueryMessage>, BuilderOf<&BleNotificationClient::m_queryMessage>},
     {KZ_STR_ID_SENSOR, KZ_STR_ID_SENSOR_RESPONSE, eStoredSensor, "Received message on Sensor Interface 0714",
-     &BleNotificationClient::ProcessMetadataMessage, BuilderOf<&BleNotificationClient::m_metadataMessage>},
+     ProcessWith<&BleNotificationClient::ProcessMetadataMessage>, BuilderOf<&BleNotificationClient::m_metadataMessage>},
 };
 inline constexpr DispatchTable kRequestInterfaces(kRequestInterfaceRows);
