@@ -20,13 +20,6 @@ constexpr unsigned char LowByte(uint32_t value) {
 
 }  // namespace
 
-BlePacketHeader::BlePacketHeader(unsigned int length)
-    : m_isStart(true),
-      m_length(length),
-      m_headerLength(length > kMaxExtendedLength ? 3
-                     : length > kMaxSimpleLength ? 2
-                                                 : 1) {}
-
 unsigned WriteHeader(const BlePacketHeader& header, unsigned char* bytes) {
     if (!header.m_isStart) {
         bytes[0] = ContinuationHeader(header.m_counter);

@@ -27,7 +27,12 @@ struct BlePacketHeader {
     BlePacketHeader() = default;
     // The start header of a message of `length` bytes, in the shortest form that senders use for it. MessageCutter
     // makes the headers of the packets behind it.
-    explicit BlePacketHeader(unsigned int length);
+    explicit constexpr BlePacketHeader(unsigned int length)
+        : m_isStart(true),
+          m_length(length),
+          m_headerLength(length > kMaxExtendedLength ? 3
+                         : length > kMaxSimpleLength ? 2
+                                                     : 1) {}
 
     bool m_isStart = false;
     uint32_t m_length = 0;   // bytes of the whole message, start packets only

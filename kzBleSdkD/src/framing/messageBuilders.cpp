@@ -80,9 +80,9 @@ int FragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHead
         LOG_ERROR("Got more than %d packets for a single message, dropping", static_cast<int>(kMaxPacketsPerMessage));
         return kMessageFailed;
     }
-    std::copy_n(packet, kBlePacketSize, m_packets.emplace_back().begin());
     m_received += PayloadRoom(header);
     if (m_received < m_length) {
+        std::copy_n(packet, kBlePacketSize, m_packets.emplace_back().begin());
         return kMessageNeedsMore;
     }
     m_waitingForStart = true;
@@ -90,23 +90,25 @@ int FragmentedMessageBuilder::ProcessPacket(unsigned char* packet, BlePacketHead
         LOG_ERROR("Temp buffer:%d used is too small to handle message of length:%d", tempBufferSize, m_length);
         return kMessageFailed;
     }
-    Join(tempBuffer, tempBufferSize);
+    Join(packet, tempBuffer, tempBufferSize);
     m_stream.attach(tempBuffer, static_cast<unsigned short>(m_length));
     return Deserialize();
 }
 
 // The payload area of the last packet is copied whole, also what lies behind the end of the message, as far as there is
 // room for it.
-void FragmentedMessageBuilder::Join(unsigned char* destination, int room) {
-    int headerLength = m_firstHeaderLength;
-    for (const Packet& packet : m_packets) {
-        const int run = std::min(static_cast<int>(kBlePacketSize) - headerLength, room);
-        destination = std::copy_n(packet.data() + headerLength, run, destination);
+void FragmentedMessageBuilder::Join(const unsigned char* lastPacket, unsigned char* destination, int room) {
+    const auto append = [&](const unsigned char* packet) {
+        const int run = std::min(static_cast<int>(kBlePacketSize) - m_firstHeaderLength, room);
+        destination = std::copy_n(packet + m_firstHeaderLength, run, destination);
         room -= run;
-        headerLength = kContinuationHeaderLength;
+        m_firstHeaderLength = kContinuationHeaderLength;
+    };
+    for (const Packet& packet : m_packets) {
+        append(packet.data());
     }
+    append(lastPacket);
     m_packets.clear();
-    m_firstHeaderLength = kContinuationHeaderLength;
 }
 
 void FragmentedMessageBuilderSimple::SetLength(int length) {

@@ -67,9 +67,10 @@ class FragmentedMessageBuilder {
   private:
     using Packet = std::array<unsigned char, kBlePacketSize>;
 
-    void Join(unsigned char* destination, int room);
+    void Join(const unsigned char* lastPacket, unsigned char* destination, int room);
 
-    std::vector<Packet> m_packets;  // in arrival order; the capacity stays, so that a session allocates only at first
+    std::vector<Packet>
+        m_packets;  // all but the last, in arrival order; the capacity stays, so that a session allocates only at first
 };
 
 // Stores nothing: Deserialize sees each packet's payload as it arrives and returns 1 to give the message up. Bytes of a

@@ -12,6 +12,7 @@
 // A plain value without memory of its own: a transfer that goes on for many ticks keeps its cutter. Not thread-safe.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "blePacketHeader.h"
@@ -34,7 +35,18 @@ class MessageCutter {
 
     // Writes the header of the next packet, which there must be, and leaves the payload to the caller. `packet` has
     // room for kBlePacketSize bytes.
-    Packet BeginNext(uint8_t* packet);
+    Packet BeginNext(uint8_t* packet) {
+        unsigned headerSize = 1;
+        if (m_started) {
+            packet[0] = ContinuationHeader(m_counter++);
+        } else {
+            headerSize = WriteHeader(BlePacketHeader(m_length), packet);
+            m_started = true;
+        }
+        const unsigned payloadSize = std::min(kBlePacketSize - headerSize, m_length - m_offset);
+        m_offset += payloadSize;
+        return {headerSize, payloadSize};
+    }
     // Writes header and payload of the next packet, which there must be, and returns its size. `message` is the whole
     // message; `packet` has room for kBlePacketSize bytes.
     unsigned WriteNext(const uint8_t* message, uint8_t* packet);
