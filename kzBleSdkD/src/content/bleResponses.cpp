@@ -86,8 +86,9 @@ void BleSettingsResponseMessage::Dump() const {
 // ---------------------------------------------------------------- query
 
 MemoryStream& operator<<(MemoryStream& stream, const BleQueryResponse& response) {
-    WriteByte(stream, response.m_category | response.m_type << 4);
-    WriteByte(stream, response.m_result);
+    const unsigned char header[] = {static_cast<unsigned char>(response.m_category | response.m_type << 4),
+                                    static_cast<unsigned char>(response.m_result)};
+    stream.writeArray(header, sizeof(header));
     return stream;
 }
 

@@ -53,8 +53,8 @@ bool AppendValueEntry(MemoryStream& stream, int id, const FlexValue& value) {
     if (kEntryHeader + length > stream.getRemainder()) {
         return false;
     }
-    WriteByte(stream, static_cast<unsigned>(id));
-    WriteByte(stream, static_cast<unsigned>(length));
+    const unsigned char header[kEntryHeader] = {static_cast<unsigned char>(id), static_cast<unsigned char>(length)};
+    stream.writeArray(header, sizeof(header));
     stream.writeArray(value.GetDataPointer(), static_cast<unsigned short>(length));
     return true;
 }

@@ -21,21 +21,23 @@ void LogCount(size_t count) {
     LOG_INFO("Got %d values back", static_cast<int>(count));
 }
 
-// What a query of one category's values reads.
-struct ValueSource {
-    const FlexValue* (SettingsStatusMapping::*find)(int id) const;  // null for an id without a value
-    const FlexValue& (SettingsStatusMapping::*get)(int id);         // an id without a value gets an empty one
+// What a query of one category's values reads. Find gives null for an id without a value; Get gives it an empty one.
+struct SettingValues {
+    static const FlexValue* Find(const SettingsStatusMapping& model, int id) { return model.FindSettingValue(id); }
+    static const FlexValue& Get(SettingsStatusMapping& model, int id) { return model.GetSettingValue(id); }
 };
-constexpr ValueSource kSettingValues = {&SettingsStatusMapping::FindSettingValue,
-                                        &SettingsStatusMapping::GetSettingValue};
-constexpr ValueSource kStatusValues = {&SettingsStatusMapping::FindStatusValue, &SettingsStatusMapping::GetStatusValue};
+struct StatusValues {
+    static const FlexValue* Find(const SettingsStatusMapping& model, int id) { return model.FindStatusValue(id); }
+    static const FlexValue& Get(SettingsStatusMapping& model, int id) { return model.GetStatusValue(id); }
+};
 
 // The ids of the answer: those asked for, or all that have a value.
-IdSet IdsToRead(const PlainRead& read, const ValueSource& source) {
+template <typename Values>
+IdSet IdsToRead(const PlainRead& read) {
     IdSet ids(read.query.m_ids);
     if (!read.query.m_idsGiven) {
         for (int id = 0; id < IdSet::kSize; ++id) {
-            if ((read.model.*source.find)(id) != nullptr) {
+            if (Values::Find(read.model, id) != nullptr) {
                 ids.Add(id);
             }
         }
@@ -45,27 +47,28 @@ IdSet IdsToRead(const PlainRead& read, const ValueSource& source) {
 
 // Writes the answer straight from the model, in the layout of BleQueryCurrentValueResponse. Many clients ask for
 // values, so nothing is allocated.
-void WriteValues(const PlainRead& read, const ValueSource& source, const IdSet& ids, int result) {
+template <typename Values>
+void WriteValues(const PlainRead& read, const IdSet& ids, int result) {
     EntryAnswer answer(read.stream,
                        BleQueryResponse(read.query.m_category, read.query.m_type, static_cast<uint32_t>(result)));
-    ids.ForEach([&](int id) { answer.Count(AppendValueEntry(read.stream, id, (read.model.*source.get)(id))); });
+    ids.ForEach([&](int id) { answer.Count(AppendValueEntry(read.stream, id, Values::Get(read.model, id))); });
 }
 
 void ReadSettingValues(const PlainRead& read) {
-    const IdSet ids = IdsToRead(read, kSettingValues);
+    const IdSet ids = IdsToRead<SettingValues>(read);
     int result = BleSDK::SetKZErrNo(KZ_OK);
     if (!read.query.m_ids.empty() && ids.Count() != read.query.m_ids.size()) {
         LOG_ERROR("Possible request for setting with invalid id");
         result = BleSDK::SetKZErrNo(KZ_ERR_INVALID_PARAM);
     }
     LogCount(ids.Count());
-    WriteValues(read, kSettingValues, ids, result);
+    WriteValues<SettingValues>(read, ids, result);
 }
 
 void ReadStatusValues(const PlainRead& read) {
-    const IdSet ids = IdsToRead(read, kStatusValues);
+    const IdSet ids = IdsToRead<StatusValues>(read);
     LogCount(ids.Count());
-    WriteValues(read, kStatusValues, ids, BleSDK::SetKZErrNo(KZ_OK));
+    WriteValues<StatusValues>(read, ids, BleSDK::SetKZErrNo(KZ_OK));
 }
 
 void ReadSettingNames(const PlainRead& read) {

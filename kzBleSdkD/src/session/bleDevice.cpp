@@ -76,28 +76,28 @@ bool AnswerError(Message& message, int code, const Answer& answer) {
     return true;
 }
 
-template <typename Message>
-bool ExecuteMessage(const InterfaceRow& row, Peer& peer, Message& message, const Answer& answer) {
+template <const InterfaceRow& kRow, typename Message>
+bool ExecuteMessage(Peer& peer, Message& message, const Answer& answer) {
     unsigned short length = *answer.length;
     const int code = message.Execute(&peer, answer.bytes, &length);
-    row.logExecuted(code, length);
+    kRow.logExecuted(code, length);
     if (code != KZ_OK) {
         return AnswerError(message, code, answer);
     }
-    if (row.mayHaveNoAnswer && length == 0) {
+    if (kRow.mayHaveNoAnswer && length == 0) {
         return false;
     }
     *answer.length = length;
     return true;
 }
 
-template <typename Message>
-bool ProcessMessage(const InterfaceRow& row, Peer& peer, Message& message, eStoredResponse storedAnswer,
-                    unsigned char* packet, const Answer& answer) {
+template <const InterfaceRow& kRow, typename Message>
+bool ProcessMessage(Peer& peer, Message& message, eStoredResponse storedAnswer, unsigned char* packet,
+                    const Answer& answer) {
     *answer.kzErrno = KZ_OK;
     StoredResponse& stored = peer.m_answers.Entry(storedAnswer);
-    if (row.logOutstanding != nullptr && stored.m_length > 0) {
-        row.logOutstanding(peer.m_identity.m_connectionId);
+    if (kRow.logOutstanding != nullptr && stored.m_length > 0) {
+        kRow.logOutstanding(peer.m_identity.m_connectionId);
         stored.Clear();
     }
     MemoryStream stream(packet, kBlePacketSize);
@@ -105,12 +105,12 @@ bool ProcessMessage(const InterfaceRow& row, Peer& peer, Message& message, eStor
     stream >> header;
     switch (message.ProcessPacket(packet, header, answer.bytes, *answer.length)) {
         case kMessageComplete:
-            return ExecuteMessage(row, peer, message, answer);
+            return ExecuteMessage<kRow>(peer, message, answer);
         case kMessageNeedsMore:
-            LOG_INFO("%s", row.needsMore);
+            LOG_INFO("%s", kRow.needsMore);
             return false;
         default:
-            LOG_ERROR("%s", row.parseError);
+            LOG_ERROR("%s", kRow.parseError);
             return AnswerError(message, KZ_ERR_INVALID_PARAM, answer);
     }
 }
@@ -119,26 +119,26 @@ bool ProcessMessage(const InterfaceRow& row, Peer& peer, Message& message, eStor
 
 bool BleNotificationClient::ProcessCommandMessage(unsigned char* packet, unsigned char* response,
                                                   unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage(kCommandInterface, *this, m_commandMessage, eStoredCommand, packet,
-                          {response, responseLength, kzErrno});
+    return ProcessMessage<kCommandInterface>(*this, m_commandMessage, eStoredCommand, packet,
+                                             {response, responseLength, kzErrno});
 }
 
 bool BleNotificationClient::ProcessSettingMessage(unsigned char* packet, unsigned char* response,
                                                   unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage(kSettingsInterface, *this, m_settingsMessage, eStoredSettings, packet,
-                          {response, responseLength, kzErrno});
+    return ProcessMessage<kSettingsInterface>(*this, m_settingsMessage, eStoredSettings, packet,
+                                              {response, responseLength, kzErrno});
 }
 
 bool BleNotificationClient::ProcessQueryMessage(unsigned char* packet, unsigned char* response,
                                                 unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage(kQueryInterface, *this, m_queryMessage, eStoredQuery, packet,
-                          {response, responseLength, kzErrno});
+    return ProcessMessage<kQueryInterface>(*this, m_queryMessage, eStoredQuery, packet,
+                                           {response, responseLength, kzErrno});
 }
 
 bool BleNotificationClient::ProcessMetadataMessage(unsigned char* packet, unsigned char* response,
                                                    unsigned short* responseLength, int* kzErrno) {
-    return ProcessMessage(kSensorInterface, *this, m_metadataMessage, eStoredSensor, packet,
-                          {response, responseLength, kzErrno});
+    return ProcessMessage<kSensorInterface>(*this, m_metadataMessage, eStoredSensor, packet,
+                                            {response, responseLength, kzErrno});
 }
 
 // ---------------------------------------------------------------- life
