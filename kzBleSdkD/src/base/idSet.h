@@ -35,19 +35,35 @@ class IdSet {
     // Calls visit(id) for each id, ascending.
     template <typename Visit>
     void ForEach(Visit visit) const {
-        for (size_t i = 0; i < m_words.size(); ++i) {
-            for (uint64_t left = m_words[i]; left != 0; left &= left - 1) {
-                visit(static_cast<int>(i * kBitsPerWord) + std::countr_zero(left));
-            }
+        ForEachOf(m_words, visit);
+    }
+    // Appends the ids that are in both sets, ascending.
+    void AppendCommon(const IdSet& other, std::vector<int>& ids) const {
+        Words common;
+        for (size_t i = 0; i < common.size(); ++i) {
+            common[i] = m_words[i] & other.m_words[i];
         }
+        ForEachOf(common, [&ids](int id) { ids.push_back(id); });
     }
 
   private:
     static constexpr size_t kBitsPerWord = 64;
+    using Words = std::array<uint64_t, kSize / kBitsPerWord>;
+
+    template <typename Visit>
+    static void ForEachOf(const Words& words, Visit visit) {
+        int firstOfWord = 0;
+        for (uint64_t left : words) {
+            for (; left != 0; left &= left - 1) {
+                visit(firstOfWord + std::countr_zero(left));
+            }
+            firstOfWord += static_cast<int>(kBitsPerWord);
+        }
+    }
 
     static constexpr bool IsByte(int id) { return id >= 0 && id < kSize; }
     static constexpr uint64_t Bit(int id) { return uint64_t{1} << (static_cast<unsigned>(id) % kBitsPerWord); }
 
-    std::array<uint64_t, kSize / kBitsPerWord> m_words{};
+    Words m_words{};
     size_t m_count = 0;
 };

@@ -3,29 +3,29 @@
 #pragma once
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <utility>
 
 #include "FlexValue.h"
+#include "idSet.h"
 
 template <int kSize>
 class ValueTable {
+    static_assert(kSize <= IdSet::kSize);
+
   public:
     static constexpr bool Covers(int id) { return id >= 0 && id < kSize; }
 
     // The value of an id; null when it has none and for ids beyond the table. The pointer stays valid as long as the
     // table and shows each later value of the id.
     const FlexValue* Find(int id) const {
-        return Covers(id) && m_present[static_cast<size_t>(id)] ? &m_values[static_cast<size_t>(id)] : nullptr;
+        return Covers(id) && m_present.Contains(id) ? &m_values[static_cast<size_t>(id)] : nullptr;
     }
 
     // Replaces the value of `id`, which must lie in the table (Covers), and returns it where it is kept.
     const FlexValue& Store(int id, FlexValue&& value) {
-        const size_t index = static_cast<size_t>(id);
-        m_present.set(index);
-        m_values[index] = std::move(value);
-        return m_values[index];
+        m_present.Add(id);
+        return m_values[static_cast<size_t>(id)] = std::move(value);
     }
 
     // The value of an id. An id of the table without a value gets an empty one, which stays; an id beyond the table has
@@ -35,7 +35,7 @@ class ValueTable {
         if (!Covers(id)) {
             return kEmpty;
         }
-        m_present.set(static_cast<size_t>(id));
+        m_present.Add(id);
         return m_values[static_cast<size_t>(id)];
     }
 
@@ -48,14 +48,10 @@ class ValueTable {
     // Calls use(id, value) for each value, ascending by id.
     template <typename Use>
     void ForEach(Use&& use) const {
-        for (size_t i = 0; i < m_values.size(); ++i) {
-            if (m_present[i]) {
-                use(static_cast<int>(i), m_values[i]);
-            }
-        }
+        m_present.ForEach([&](int id) { use(id, m_values[static_cast<size_t>(id)]); });
     }
 
   private:
     std::array<FlexValue, kSize> m_values;  // empty and unmarked where no value is present
-    std::bitset<kSize> m_present;
+    IdSet m_present;
 };

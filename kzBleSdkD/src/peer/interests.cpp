@@ -43,10 +43,24 @@ const std::vector<int>& Interests::Of(Type type) const {
     return list != nullptr ? *list : kNone;
 }
 
+const IdSet& Interests::SetOf(Type type) const {
+    static const IdSet kNone;
+    const auto index = static_cast<size_t>(type);
+    return index < m_sets.size() ? m_sets[index] : kNone;
+}
+
+void Interests::UpdateSet(Type type) {
+    const auto index = static_cast<size_t>(type);
+    if (index < m_sets.size()) {
+        m_sets[index] = IdSet(Of(type));
+    }
+}
+
 void Interests::Add(Type type, int id) {
     std::vector<int>* list = List(type);
     if (list != nullptr && !Contains(*list, id)) {
         list->push_back(id);
+        UpdateSet(type);
     }
 }
 
@@ -56,6 +70,7 @@ void Interests::Add(Type type, const std::vector<int>& ids) {
         list->insert(list->end(), ids.begin(), ids.end());
         std::sort(list->begin(), list->end());
         list->erase(std::unique(list->begin(), list->end()), list->end());
+        UpdateSet(type);
     }
 }
 
@@ -68,12 +83,14 @@ void Interests::AddAll(Type type) {
         case NotificationClient::eNotifyStatus:
             if (const SettingsStatusMapping* model = BleSDK::LoadedMapping(); model != nullptr) {
                 model->GetValidStatusIds(*List(type));
+                UpdateSet(type);
             }
             return;
         case NotificationClient::eNotifySettings:
         case NotificationClient::eNotifyCapabilities:
             if (const SettingsStatusMapping* model = BleSDK::LoadedMapping(); model != nullptr) {
                 model->GetValidSettingsIds(*List(type));
+                UpdateSet(type);
             }
             return;
         case NotificationClient::eNotifyCSI:
@@ -85,6 +102,7 @@ void Interests::Remove(Type type, int id) {
     std::vector<int>* list = List(type);
     if (list != nullptr) {
         std::erase(*list, id);
+        UpdateSet(type);
     }
 }
 
@@ -93,6 +111,7 @@ void Interests::Remove(Type type, const std::vector<int>& ids) {
     if (list != nullptr) {
         std::erase_if(*list, [&ids](int id) { return Contains(ids, id); });
         std::sort(list->begin(), list->end());
+        UpdateSet(type);
     }
 }
 
@@ -100,5 +119,6 @@ void Interests::RemoveAll(Type type) {
     std::vector<int>* list = type != NotificationClient::eNotifyCSI ? List(type) : nullptr;
     if (list != nullptr) {
         list->clear();
+        UpdateSet(type);
     }
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "idSet.h"
 #include "notificationClient.h"
 
 class Interests {
@@ -15,6 +16,8 @@ class Interests {
     // The ids of a type, in the order in which they came until ids are added or removed several at a time, which sorts
     // them. Empty for an unknown type.
     const std::vector<int>& Of(Type type) const;
+    // The same as a set, of the types whose ids are those of settings or of status fields; empty for the others.
+    const IdSet& SetOf(Type type) const;
 
     void Add(Type type, int id);
     void Add(Type type, const std::vector<int>& ids);
@@ -33,6 +36,7 @@ class Interests {
     template <typename Self>
     static auto* ListOf(Self& self, Type type);
     std::vector<int>* List(Type type);  // null for an unknown type
+    void UpdateSet(Type type);          // after its list was changed
 
     std::vector<int> m_capabilitiesInterest;
     std::vector<int> m_settingsInterest;
@@ -40,4 +44,5 @@ class Interests {
     std::vector<int> m_interestedCSIs;
     std::vector<int> m_lcdInterest;
     std::vector<int> m_ledInterest;
+    std::array<IdSet, NotificationClient::eNotifyCapabilities + 1> m_sets;  // by type
 };

@@ -68,12 +68,11 @@ bool ClientPushes::ExecutePush(Type type, std::vector<int>& ids, unsigned char* 
 bool ClientPushes::ExecuteValuePush(const ValuePush& push, const SettingsStatusMapping& model,
                                     const std::vector<int>& ids, MemoryStream& stream) {
     LOG_TRACE("%s", push.handlingText);
-    const std::vector<int>& interest = m_peer.m_interests.Of(push.type);
-    if (interest.empty()) {
+    if (m_peer.m_interests.Of(push.type).empty()) {
         push.logNoInterest(m_peer.m_identity.m_connectionId);
         return false;
     }
-    const IdSet interested(interest);
+    const IdSet& interested = m_peer.m_interests.SetOf(push.type);
     std::copy_if(ids.begin(), ids.end(), std::back_inserter(m_pushRemainder),
                  [&interested](int id) { return interested.Contains(id); });
     if (m_pushRemainder.empty()) {

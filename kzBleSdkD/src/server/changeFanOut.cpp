@@ -116,10 +116,21 @@ ChangeFanOut::PushResult ChangeFanOut::SendPush(const PushKind& kind, BleNotific
 
 // ---------------------------------------------------------------- one client
 
+// The part of the change that the client wants, because most clients want few ids of a large change.
+std::vector<int>* ChangeFanOut::ChangeFor(const PushKind& kind, const BleNotificationClient& client) {
+    if (kind.changedIds == nullptr) {
+        return &m_changedIds;
+    }
+    m_remainingIds.clear();
+    m_changed.AppendCommon(client.m_interests.SetOf(kind.type), m_remainingIds);
+    return &m_remainingIds;
+}
+
 bool ChangeFanOut::PushToClient(const PushKind& kind, BleNotificationClient& client) {
     kind.logAttempt(client.m_identity.m_connectionId);
     ClientPushes& pushes = client.m_pushes;
-    std::vector<int>* offered = &m_changedIds;
+    std::vector<int>* offered = ChangeFor(kind, client);
+    std::vector<int>* notSent = &m_changedIds;  // all of it: the client may want more by the time there is room
     bool several = false;
     bool produced = false;
     for (;;) {
@@ -134,7 +145,7 @@ bool ChangeFanOut::PushToClient(const PushKind& kind, BleNotificationClient& cli
         const PushResult result = SendPush(kind, client, length);
         ++client.m_identity.m_pushCount;
         if (result == PushResult::kNoRoom && several) {
-            pushes.DeferPush(kind.type, *offered);
+            pushes.DeferPush(kind.type, *notSent);
             return true;
         }
         if (result == PushResult::kNoRoom) {
@@ -147,7 +158,7 @@ bool ChangeFanOut::PushToClient(const PushKind& kind, BleNotificationClient& cli
             return true;
         }
         m_remainingIds = pushes.PushRemainder();
-        offered = &m_remainingIds;
+        offered = notSent = &m_remainingIds;
     }
 }
 
@@ -178,6 +189,7 @@ bool ChangeFanOut::NotifyOfModelChanges(const PushKind& kind) {
     }
     m_changedIds.clear();
     (model->*kind.changedIds)(m_changedIds);
+    m_changed = IdSet(m_changedIds);
     const ClientLock lock(m_clients.Mutex());
     return FanOut(kind);
 }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "clientPushes.h"
+#include "idSet.h"
 #include "messageBuffer.h"
 
 class BleNotificationClient;
@@ -41,6 +42,7 @@ class ChangeFanOut {
 
     bool NotifyOfModelChanges(const PushKind& kind);
     bool FanOut(const PushKind& kind);
+    std::vector<int>* ChangeFor(const PushKind& kind, const BleNotificationClient& client);
     bool PushToClient(const PushKind& kind, BleNotificationClient& client);
     PushResult SendPush(const PushKind& kind, BleNotificationClient& client, unsigned short length);
     void SendWaitingPush(const PushKind& kind, BleNotificationClient& client);
@@ -48,7 +50,8 @@ class ChangeFanOut {
     ClientTable& m_clients;
     RadioPort& m_radio;
     MessageBuffer& m_msgBuffer;
-    // Kept for their capacity.
+    // The vectors are kept for their capacity.
     std::vector<int> m_changedIds;    // the change set
+    IdSet m_changed;                  // the same, if it is a change of the model
     std::vector<int> m_remainingIds;  // the part of it that one client has not been notified of yet
 };
