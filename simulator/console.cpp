@@ -50,7 +50,7 @@ nlohmann::json stateOf(const Roles& roles, size_t changes) {
 }
 
 const ConsoleRow* findRow(const std::string& word) {
-    for (const auto rows : {cameraRows(), serviceRows()}) {
+    for (const auto rows : {cameraRows(), serviceRows(), partRows()}) {
         for (const ConsoleRow& row : rows) {
             if (word == row.word) {
                 return &row;
@@ -107,6 +107,14 @@ std::optional<uint32_t> numberUpTo(const std::string& word, uint32_t highest) {
 }
 
 ConsoleAnswer Console::execute(const Words& words) {
+    try {
+        return executeRow(words);
+    } catch (const std::runtime_error& error) {  // it needs a part that is killed
+        return refused(error.what());
+    }
+}
+
+ConsoleAnswer Console::executeRow(const Words& words) {
     const std::string command = words.empty() ? "" : words[0];
     if (words.size() == 1 && command == "state") {
         return done(stateOf(m_roles, m_undo.size()));
@@ -124,7 +132,9 @@ ConsoleAnswer Console::execute(const Words& words) {
     }
     const CameraSnapshot before(m_roles);
     ConsoleAnswer answer = row->execute(m_roles, words);
-    m_undo.note(joined(words), before, m_roles);
+    if (row->canBeUndone) {
+        m_undo.note(joined(words), before, m_roles);
+    }
     return answer;
 }
 

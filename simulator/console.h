@@ -15,6 +15,7 @@ class Console {
 
   private:
     ConsoleAnswer execute(const Words& words);
+    ConsoleAnswer executeRow(const Words& words);
 
     Roles m_roles;
     UndoLog m_undo;

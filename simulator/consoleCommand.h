@@ -24,10 +24,12 @@ struct ConsoleRow {
     size_t fewest;  // words behind it
     size_t most;
     ConsoleAnswer (*execute)(const Roles&, const Words&);
+    bool canBeUndone = true;  // as far as it changes what CameraSnapshot holds
 };
 
 std::span<const ConsoleRow> cameraRows();   // settings, status, CSI, power, card, capture
 std::span<const ConsoleRow> serviceRows();  // refusals, the BLE daemon and the radio
+std::span<const ConsoleRow> partRows();     // parts that are killed, started anew, hung and woken
 
 inline ConsoleAnswer done(nlohmann::json value = nullptr) {
     return {Outcome::Done, std::move(value)};

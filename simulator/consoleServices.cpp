@@ -31,7 +31,7 @@ ConsoleAnswer refuse(const Roles& roles, const Words& words) {
     if (!id.has_value() || !code.has_value() || *code < INT32_MIN || *code > INT32_MAX) {
         return wrongUse("name a control command (number or name) and a code");
     }
-    roles.control.refuse(*id, static_cast<int32_t>(*code));
+    roles.control->refuse(*id, static_cast<int32_t>(*code));
     return done();
 }
 
@@ -46,13 +46,13 @@ ConsoleAnswer buffer(const Roles& roles, const Words& words) {
     if (!forDisplay && bytes.size() > kLongestLedBuffer) {
         return wrongUse("an LED buffer is at most 18 bytes");
     }
-    return roles.network.sendBuffer(forDisplay ? "LB" : "AL", bytes)
+    return roles.network->sendBuffer(forDisplay ? "LB" : "AL", bytes)
                ? done()
                : failed("the BLE daemon's queue does not take it");
 }
 
 ConsoleAnswer shutdownDaemon(const Roles& roles, const Words&) {
-    roles.radio.sendDebug(KZBLE_DEBUG_SHUTDOWN, 0);
+    roles.radio->sendDebug(KZBLE_DEBUG_SHUTDOWN, 0);
     return done();
 }
 
@@ -61,12 +61,12 @@ ConsoleAnswer logLevel(const Roles& roles, const Words& words) {
     if (!level.has_value()) {
         return wrongUse("the level is a number from 0 to 6");
     }
-    roles.radio.sendDebug(KZBLE_SET_LOG_LEVEL, *level);
+    roles.radio->sendDebug(KZBLE_SET_LOG_LEVEL, *level);
     return done();
 }
 
 ConsoleAnswer dump(const Roles& roles, const Words&) {
-    roles.radio.sendDebug(KZBLE_DEBUG_DUMP_STATUS, 0);
+    roles.radio->sendDebug(KZBLE_DEBUG_DUMP_STATUS, 0);
     return done();
 }
 
@@ -75,17 +75,17 @@ ConsoleAnswer radioSlow(const Roles& roles, const Words& words) {
     if (!rate.has_value()) {
         return wrongUse("radio slow takes packets per second, up to 1000 (0: no limit)");
     }
-    roles.radio.setRate(*rate);
+    roles.radio->setRate(*rate);
     return done();
 }
 
 ConsoleAnswer radioStop(const Roles& roles, const Words&) {
-    roles.radio.stopReading();
+    roles.radio->stopReading();
     return done();
 }
 
 ConsoleAnswer radioGo(const Roles& roles, const Words&) {
-    roles.radio.go();
+    roles.radio->go();
     return done();
 }
 
@@ -96,7 +96,7 @@ ConsoleAnswer radioDrop(const Roles& roles, const Words& words) {
     if (!packets.has_value() || !connection.has_value()) {
         return wrongUse("radio drop takes a number of packets and a connection id");
     }
-    return roles.radio.dropAfter(*connection, *packets) ? done() : refused("there is no such connection");
+    return roles.radio->dropAfter(*connection, *packets) ? done() : refused("there is no such connection");
 }
 
 ConsoleAnswer radioInject(const Roles& roles, const Words& words) {
@@ -105,7 +105,7 @@ ConsoleAnswer radioInject(const Roles& roles, const Words& words) {
         return wrongUse("radio inject takes up to 88 bytes, as pairs of hexadecimal digits");
     }
     bytes.resize(kBleRecordSize);
-    roles.radio.inject(numberAt<ble_message_t>(bytes));
+    roles.radio->inject(numberAt<ble_message_t>(bytes));
     return done();
 }
 

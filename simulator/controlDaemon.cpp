@@ -58,10 +58,11 @@ ControlDaemon::ControlDaemon(EventLoop& loop, CameraModel& camera)
     : m_loop(loop),
       m_camera(camera),
       m_server(loop, kzwire::kControlEndpoint, [this](const ServiceRequest& request) { return handle(request); }) {
-    m_loop.atEndOfTurn([this] { flush(); });
+    m_flush = m_loop.atEndOfTurn([this] { flush(); });
 }
 
 ControlDaemon::~ControlDaemon() {
+    m_loop.cancel(m_flush);
     for (const auto& [name, listener] : m_listeners) {
         m_loop.forget(listener->queue.fd());
     }
@@ -178,7 +179,18 @@ void ControlDaemon::statusChanged(uint32_t statusId) {
     }
 }
 
+void ControlDaemon::setHung(bool hung) {
+    m_hung = hung;
+    m_server.setHung(hung);
+    for (const auto& [name, listener] : m_listeners) {
+        m_loop.setEvents(listener->queue.fd(), 0);
+    }
+}
+
 void ControlDaemon::flush() {
+    if (m_hung) {
+        return;
+    }
     for (const auto& [name, listener] : m_listeners) {
         flush(*listener);
     }

@@ -33,6 +33,9 @@ class ControlDaemon {
     void refuse(uint32_t id, int32_t code);
     const std::map<uint32_t, int32_t>& refused() const { return m_refused; }
 
+    // Hangs, so that it neither answers nor pushes, or wakes again.
+    void setHung(bool hung);
+
     // Listeners, and the last commands with their parameters, callers and results.
     nlohmann::json state() const;
 
@@ -65,6 +68,8 @@ class ControlDaemon {
     std::deque<Executed> m_executed;
     uint64_t m_executedCount = 0;
     uint32_t m_lastCallerId = 0;
+    bool m_hung = false;
+    EventLoop::TimerId m_flush;
     RequestServer m_server;
 };
 

@@ -24,8 +24,14 @@ EventLoop::TimerId EventLoop::callAfter(std::chrono::milliseconds delay, std::fu
     return m_lastTimer;
 }
 
+EventLoop::TimerId EventLoop::atEndOfTurn(std::function<void()> handler) {
+    m_endOfTurn[++m_lastTimer] = std::move(handler);
+    return m_lastTimer;
+}
+
 void EventLoop::cancel(TimerId timer) {
     m_timers.erase(timer);
+    m_endOfTurn.erase(timer);
 }
 
 int EventLoop::timeToNextTimer() const {
@@ -84,7 +90,7 @@ void EventLoop::run() {
     while (m_running) {
         pollOnce();
         runDueTimers();
-        for (const auto& handler : m_endOfTurn) {
+        for (const auto& [id, handler] : m_endOfTurn) {
             handler();
         }
     }

@@ -27,10 +27,12 @@ class EventLoop {
     void forget(int fd);
 
     TimerId callAfter(std::chrono::milliseconds delay, std::function<void()> handler);
+    // Ends a timer or what is called at the end of a turn.
     void cancel(TimerId timer);
 
-    // Called after every turn: the place to send what the turn's events have changed.
-    void atEndOfTurn(std::function<void()> handler) { m_endOfTurn.push_back(std::move(handler)); }
+    // Called after every turn until it is cancelled: the place to send what the turn's events have changed. Cancelling
+    // is for the handlers of descriptors and timers, not for a handler of this kind.
+    TimerId atEndOfTurn(std::function<void()> handler);
 
     // Runs until stop().
     void run();
@@ -53,7 +55,7 @@ class EventLoop {
     std::map<int, std::shared_ptr<Watch>> m_watches;
     std::map<TimerId, Timer> m_timers;
     TimerId m_lastTimer = 0;
-    std::vector<std::function<void()>> m_endOfTurn;
+    std::map<TimerId, std::function<void()>> m_endOfTurn;
     bool m_running = false;
 };
 

@@ -113,7 +113,14 @@ RecordServer::~RecordServer() {
 void RecordServer::accepted(Descriptor connection) {
     const int fd = connection.get();
     m_connections[fd] = std::move(connection);
-    m_loop.watch(fd, POLLIN, [this, fd](short) { readable(fd); });
+    m_loop.watch(fd, m_reading ? POLLIN : 0, [this, fd](short) { readable(fd); });
+}
+
+void RecordServer::setReading(bool reading) {
+    m_reading = reading;
+    for (const auto& [fd, connection] : m_connections) {
+        m_loop.setEvents(fd, m_reading ? POLLIN : 0);
+    }
 }
 
 void RecordServer::readable(int fd) {

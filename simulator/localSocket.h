@@ -65,6 +65,10 @@ class RecordServer {
     RecordServer& operator=(const RecordServer&) = delete;
     ~RecordServer();
 
+    // Stops reading, so that nobody is answered, or goes on with what has come meanwhile. Connections are still
+    // accepted.
+    void setReading(bool reading);
+
   private:
     void accepted(Descriptor connection);
     void readable(int fd);
@@ -72,6 +76,7 @@ class RecordServer {
     EventLoop& m_loop;
     size_t m_recordLimit;
     Handler m_handler;
+    bool m_reading = true;
     std::map<int, Descriptor> m_connections;
     Listener m_listener;
 };

@@ -17,6 +17,7 @@
 #include "networkFeatures.h"
 #include "report.h"
 #include "scenario.h"
+#include "skylark/bleMessage.h"
 #include "utils.h"
 
 namespace {
@@ -121,6 +122,22 @@ Descriptor watchSignals(EventLoop& loop) {
     return signals;
 }
 
+std::unique_ptr<RadioStack> startRadio(EventLoop& loop, CameraModel& camera, const RadioStack::Options& options) {
+    auto radio = std::make_unique<RadioStack>(loop, options);
+    radio->onConnections = [&camera](size_t connections, uint8_t deviceType, bool opened) {
+        camera.connectionsChanged(connections, deviceType, opened);
+    };
+    radio->onConnections(0, KZ_CALLER_UNKNOWN, false);
+    return radio;
+}
+
+std::unique_ptr<NetworkDaemon> startNetwork(EventLoop& loop, CameraModel& camera, NetworkFeatures& features,
+                                            long queueDepth) {
+    auto network = std::make_unique<NetworkDaemon>(loop, camera, queueDepth);
+    network->onWritten = [&features](uint8_t key) { features.csiWritten(key); };
+    return network;
+}
+
 void run(const Options& options) {
     if (someoneListensAt(kConsoleEndpoint.address())) {
         throw std::runtime_error(std::string("another kzCameraSim runs at ") + kConsoleEndpoint.address());
@@ -128,21 +145,19 @@ void run(const Options& options) {
     EventLoop loop;
     const Descriptor signals = watchSignals(loop);
     CameraModel camera = makeCamera(options);
-    RadioStack radio(loop, options.radio);
-    ControlDaemon control(loop, camera);
-    NetworkDaemon network(loop, camera, options.networkDepth);
     NetworkFeatures features(loop, camera);
-    MetadataService metadata(loop, options.metadataFile);
+    Part<RadioStack> radio("radio", [&] { return startRadio(loop, camera, options.radio); });
+    Part<ControlDaemon> control("control", [&] { return std::make_unique<ControlDaemon>(loop, camera); });
+    Part<NetworkDaemon> network("network", [&] { return startNetwork(loop, camera, features, options.networkDepth); });
+    Part<MetadataService> metadata("metadata",
+                                   [&] { return std::make_unique<MetadataService>(loop, options.metadataFile); });
     Scenario scenario(loop, camera, options.life, std::chrono::milliseconds(options.secondMs));
     Console console(loop, {camera, radio, control, network, metadata});
 
-    camera.onSetting = [&control](uint32_t id) { control.settingChanged(id); };
-    camera.onStatus = [&control](uint32_t id) { control.statusChanged(id); };
-    camera.onCsi = [&network](uint8_t key) { network.csiChanged(key); };
-    network.onWritten = [&features](uint8_t key) { features.csiWritten(key); };
-    radio.onConnections = [&camera](size_t connections, uint8_t deviceType, bool opened) {
-        camera.connectionsChanged(connections, deviceType, opened);
-    };
+    // What changes while a part is killed, it finds in the camera when it starts anew.
+    camera.onSetting = [&control](uint32_t id) { control.running() ? control->settingChanged(id) : void(); };
+    camera.onStatus = [&control](uint32_t id) { control.running() ? control->statusChanged(id) : void(); };
+    camera.onCsi = [&network](uint8_t key) { network.running() ? network->csiChanged(key) : void(); };
 
     sayReady(options.readyFd);
     loop.run();

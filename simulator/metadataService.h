@@ -22,6 +22,9 @@ class MetadataService {
     // Payloads are appended to `file`; an empty name keeps none. Throws std::runtime_error when it cannot be opened.
     MetadataService(EventLoop& loop, const std::string& file);
 
+    // Hangs, or wakes again.
+    void setHung(bool hung) { m_server.setHung(hung); }
+
     nlohmann::json state() const;
 
     // One record of the channel; negative when it is no KZMF. A gap in the numbering is only counted.

@@ -59,10 +59,11 @@ NetworkDaemon::NetworkDaemon(EventLoop& loop, CameraModel& camera, long queueDep
       m_queue(MessageQueue::create(kOwnQueue, queueDepth, KZMSG_MAX, O_RDONLY)),
       m_server(loop, kzwire::kCsiEndpoint, [this](const ServiceRequest& request) { return handle(request); }) {
     m_loop.watch(m_queue.fd(), POLLIN, [this](short) { drainQueue(); });
-    m_loop.atEndOfTurn([this] { flush(); });
+    m_flush = m_loop.atEndOfTurn([this] { flush(); });
 }
 
 NetworkDaemon::~NetworkDaemon() {
+    m_loop.cancel(m_flush);
     m_loop.forget(m_queue.fd());
     for (const auto& [name, subscriber] : m_subscribers) {
         m_loop.forget(subscriber->queue.fd());
@@ -194,7 +195,19 @@ void NetworkDaemon::enqueue(Subscriber& subscriber, uint8_t key) {
     outbox.push_back({key, m_camera.csi(key).value_or(Bytes())});
 }
 
+void NetworkDaemon::setHung(bool hung) {
+    m_hung = hung;
+    m_server.setHung(hung);
+    m_loop.setEvents(m_queue.fd(), hung ? 0 : POLLIN);
+    for (const auto& [name, subscriber] : m_subscribers) {
+        m_loop.setEvents(subscriber->queue.fd(), 0);
+    }
+}
+
 void NetworkDaemon::flush() {
+    if (m_hung) {
+        return;
+    }
     for (const auto& [name, subscriber] : m_subscribers) {
         flush(*subscriber);
     }

@@ -37,6 +37,9 @@ class NetworkDaemon {
     // full.
     bool sendBuffer(std::string_view command, ByteView data);
 
+    // Hangs, so that it neither answers nor takes messages nor notifies, or wakes again.
+    void setHung(bool hung);
+
     nlohmann::json state() const;
 
   private:
@@ -68,6 +71,8 @@ class NetworkDaemon {
     uint64_t m_acknowledged = 0;
     uint64_t m_notified = 0;
     uint64_t m_refused = 0;
+    bool m_hung = false;
+    EventLoop::TimerId m_flush;
     RequestServer m_server;
 };
 

@@ -61,7 +61,7 @@ void RadioStack::accepted(Descriptor socket) {
     }
     const int fd = socket.get();
     m_devices[fd].socket = std::move(socket);
-    m_loop.watch(fd, POLLIN, [this, fd](short events) { deviceReady(fd, events); });
+    m_loop.watch(fd, m_hung ? 0 : POLLIN, [this, fd](short events) { deviceReady(fd, events); });
 }
 
 void RadioStack::deviceReady(int fd, short events) {
@@ -111,7 +111,20 @@ bool RadioStack::handleRecord(Device& device, const Record& record) {
     return true;
 }
 
+// Who connects anew left before, also when both are noticed at once: then the daemon has room for the newcomer.
+void RadioStack::endThoseWhoLeft(const Device& newcomer) {
+    std::vector<int> left;
+    for (const auto& [fd, device] : m_devices) {
+        pollfd state{fd, 0, 0};
+        if (&device != &newcomer && poll(&state, 1, 0) > 0 && (state.revents & POLLHUP) != 0) {
+            left.push_back(fd);
+        }
+    }
+    std::for_each(left.begin(), left.end(), [this](int fd) { disconnect(fd); });
+}
+
 bool RadioStack::welcome(Device& device, const Record& hello) {
+    endThoseWhoLeft(device);
     device.connectionId = ++m_lastConnectionId;
     device.type = static_cast<uint8_t>(hello.argument0);
     device.cameraIsCentral = hello.argument1 != 0;
@@ -155,9 +168,9 @@ void RadioStack::disconnect(int fd) {
 }
 
 void RadioStack::updateEvents(const Device& device) {
-    const bool readMore = device.inboundWaiting < kMaxInboundWaiting;
-    m_loop.setEvents(device.socket.get(),
-                     static_cast<short>((readMore ? POLLIN : 0) | (device.outbound.empty() ? 0 : POLLOUT)));
+    const bool readMore = !m_hung && device.inboundWaiting < kMaxInboundWaiting;
+    const bool sendMore = !m_hung && !device.outbound.empty();
+    m_loop.setEvents(device.socket.get(), static_cast<short>((readMore ? POLLIN : 0) | (sendMore ? POLLOUT : 0)));
 }
 
 RadioStack::Device* RadioStack::findConnection(uint32_t connectionId) {
@@ -193,7 +206,7 @@ void RadioStack::flushInbound() {
             updateEvents(*device);
         }
     }
-    m_loop.setEvents(m_toDaemon.fd(), m_inbound.empty() ? 0 : POLLOUT);
+    m_loop.setEvents(m_toDaemon.fd(), m_hung || m_inbound.empty() ? 0 : POLLOUT);
 }
 
 void RadioStack::inject(const ble_message_t& record) {
@@ -221,6 +234,15 @@ void RadioStack::stopReading() {
     m_loop.cancel(m_takeTimer);
     m_takeTimer = 0;
     m_loop.setEvents(m_fromDaemon.fd(), 0);
+}
+
+void RadioStack::setHung(bool hung) {
+    m_hung = hung;
+    hung ? stopReading() : go();
+    for (const auto& [fd, device] : m_devices) {
+        updateEvents(device);
+    }
+    m_loop.setEvents(m_toDaemon.fd(), m_hung || m_inbound.empty() ? 0 : POLLOUT);
 }
 
 void RadioStack::go() {

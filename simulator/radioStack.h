@@ -40,6 +40,8 @@ class RadioStack {
     void go();
     uint32_t rate() const { return m_rate; }
     bool reading() const { return m_reading; }
+    // Hangs, so that it neither carries packets nor welcomes devices, or wakes again.
+    void setHung(bool hung);
     // Ends the connection once `packets` more have been sent to its device; connection 0 means every one. False when
     // there is no such connection.
     bool dropAfter(uint32_t connectionId, uint32_t packets);
@@ -68,6 +70,7 @@ class RadioStack {
     // False when the record ends the connection.
     bool handleRecord(Device& device, const kzradio::Record& record);
     bool welcome(Device& device, const kzradio::Record& hello);
+    void endThoseWhoLeft(const Device& newcomer);
     void disconnect(int fd);
     void updateEvents(const Device& device);
 
@@ -89,6 +92,7 @@ class RadioStack {
     uint32_t m_lastConnectionId = 0;
     uint32_t m_rate = 0;
     bool m_reading = true;
+    bool m_hung = false;
     EventLoop::TimerId m_takeTimer = 0;
     uint64_t m_packetsTaken = 0;
     uint64_t m_packetsForNobody = 0;

@@ -23,6 +23,9 @@ class RequestServer {
 
     RequestServer(EventLoop& loop, const kzwire::Endpoint& endpoint, Handler handler);
 
+    // A server that hangs answers nobody; afterwards it answers what has come meanwhile, late.
+    void setHung(bool hung) { m_server.setReading(!hung); }
+
   private:
     RecordServer m_server;
 };

@@ -5,16 +5,17 @@
 #include "controlDaemon.h"
 #include "metadataService.h"
 #include "networkDaemon.h"
+#include "part.h"
 #include "radioStack.h"
 
 namespace kzsim {
 
 struct Roles {
     CameraModel& camera;
-    RadioStack& radio;
-    ControlDaemon& control;
-    NetworkDaemon& network;
-    MetadataService& metadata;
+    Part<RadioStack>& radio;
+    Part<ControlDaemon>& control;
+    Part<NetworkDaemon>& network;
+    Part<MetadataService>& metadata;
 };
 
 }  // namespace kzsim

@@ -31,10 +31,10 @@ CameraSnapshot::CameraSnapshot(const Roles& roles)
     : settings(roles.camera.settings()),
       statuses(roles.camera.statuses()),
       csi(roles.camera.csiValues()),
-      refused(roles.control.refused()),
+      refused(roles.control.running() ? roles.control->refused() : decltype(refused)()),
       capturing(roles.camera.capturing()),
-      radioRate(roles.radio.rate()),
-      radioReads(roles.radio.reading()) {}
+      radioRate(roles.radio.running() ? roles.radio->rate() : 0),
+      radioReads(roles.radio.running() && roles.radio->reading()) {}
 
 void UndoLog::note(const std::string& command, const CameraSnapshot& before, const Roles& roles) {
     const CameraSnapshot now(roles);
@@ -77,16 +77,16 @@ std::optional<std::string> UndoLog::undo(const Roles& roles) {
         roles.camera.restoreCsi(key, value);
     }
     for (const auto& [id, code] : change.refused) {
-        roles.control.refuse(id, code.value_or(0));
+        roles.control->refuse(id, code.value_or(0));
     }
     if (change.capturing) {
         // After the values: a capture needs the card that they bring back.
         *change.capturing ? roles.camera.startCapture() : roles.camera.stopCapture();
     }
     if (change.radio) {
-        roles.radio.setRate(change.radio->first);
+        roles.radio->setRate(change.radio->first);
         if (!change.radio->second) {
-            roles.radio.stopReading();
+            roles.radio->stopReading();
         }
     }
     return change.command;
