@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "consoleWire.h"
+#include "kzVersion.h"
 #include "queueMemory.h"
 #include "stateText.h"
 
@@ -305,6 +306,7 @@ bool asksForJson(int argc, char** argv) {
 int main(int argc, char** argv) {
     CLI::App app("Pokes a running kzCameraSim. Its console is found through $KZ_CONSOLE_SOCKET, else at " +
                  std::string(kzsim::kConsoleEndpoint.path) + ".");
+    app.set_version_flag("--version", std::string("kzcamctl ") + kzVersion);
     app.fallthrough();
     app.footer(kFooter);
     bool json = false;

@@ -14,6 +14,7 @@
 #include "console.h"
 #include "consoleWire.h"
 #include "csi/csiKeys.h"
+#include "kzVersion.h"
 #include "networkFeatures.h"
 #include "report.h"
 #include "scenario.h"
@@ -170,6 +171,7 @@ int main(int argc, char** argv) {
     CLI::App app(
         "kzCameraSim plays the camera around kzBleSdkD: radio stack, control daemon, network daemon with the CSI "
         "service, and metadata service. Poke it with kzcamctl.");
+    app.set_version_flag("--version", std::string("kzCameraSim ") + kzVersion);
     Options options;
     describe(app, options);
     CLI11_PARSE(app, argc, argv);

@@ -52,6 +52,10 @@ TEST_F(Transfer, ThatCannotStartIsReportedAndTheSlotStaysFree) {
     std::filesystem::create_directory(kSettingsGzPath);
     play({writes(1, kCommand, kFetch), logs("[ERROR] Cannot find settings.json.gz file", "bleDevice.cpp"), fails});
     std::filesystem::remove(kSettingsGzPath);
+    writeFile("/tmp/secret", fileOf(30));
+    std::filesystem::create_symlink("/tmp/secret", kSettingsGzPath);
+    play({writes(1, kCommand, kFetch), logs("[ERROR] Cannot find settings.json.gz file", "bleDevice.cpp"), fails});
+    std::filesystem::remove(kSettingsGzPath);
     writeFile(kSettingsGzPath, fileOf(30));
     play({drains(), closes(1, kCommand), writes(1, kCommand, kFetch),
           logs("[ERROR] This stream ID cannot send responses, it is blocked", "bleDevice.cpp"), opens(1, kCommand),

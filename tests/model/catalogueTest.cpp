@@ -169,15 +169,15 @@ TEST_F(Catalogue, HostileFileCostsLittleMemoryAndFewLines) {
     const std::string criteria = R"({"setting_id":1,"ids":[2]})";
     const std::string rows[] = {
         head + repeat(",1", 4'000'000) + tail,
-        head + repeat(",1", 140'000) + tail,
-        head + R"(,{"id":1,"display_name":"x","options":[)" + repeat(option, 45'000) + "1]}" + tail,
-        head + repeat(deep, 100) + R"(,{"id":1,"display_name":)" + deep.substr(1) + "}" + tail,
-        head + R"(],"status":{"groups":[{"fields":[0)" + repeat(R"(,{"id":1,"name":"a"})", 45'000) + "]}]}}",
+        head + repeat(",1", 240'000) + tail,
+        head + R"(,{"id":1,"display_name":"x","options":[)" + repeat(option, 70'000) + "1]}" + tail,
+        head + repeat(deep, 200) + R"(,{"id":1,"display_name":)" + deep.substr(1) + "}" + tail,
+        head + R"(],"status":{"groups":[{"fields":[0)" + repeat(R"(,{"id":1,"name":"a"})", 70'000) + "]}]}}",
         head + R"(],"status":{"groups":[]},"filters":[0)" +
-            repeat(R"(,{"activated_by":[)" + criteria + R"(],"blacklist":[{"setting_id":1,"opt_ids":[1]}]})", 10'000) +
+            repeat(R"(,{"activated_by":[)" + criteria + R"(],"blacklist":[{"setting_id":1,"opt_ids":[1]}]})", 18'000) +
             "]}",
         head + R"(,{"id":1,"display_name":"x","options":[)" +
-            repeat(R"({"id":1,"display_name":")" + std::string(455, 'y') + R"("},)", 16'000) +
+            repeat(R"({"id":1,"display_name":")" + std::string(455, 'y') + R"("},)", 15'500) +
             R"({"id":2,"display_name":"z"}]})" + tail,
     };
     for (const std::string& text : rows) {
@@ -189,6 +189,7 @@ TEST_F(Catalogue, HostileFileCostsLittleMemoryAndFewLines) {
         model.ParseJsonFile(m_path);
         const long cost = kSanitized ? 0 : PeakMemory(false) - before;
         EXPECT_LT(m_log.Texts().size(), 200u);
+        EXPECT_EQ(m_log.Count("Refusing a file that would take"), &text == rows ? 1u : 0u);
         EXPECT_LT(cost, 3 * Model::kMaxFileSize);
     }
 }

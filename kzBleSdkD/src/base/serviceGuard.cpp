@@ -6,9 +6,13 @@ namespace {
 
 constexpr const char* kLogTag = "serviceGuard.cpp";
 
-// A library's deadline is some seconds; an answer, also a refusal, takes milliseconds.
-constexpr int64_t kHangMs = 1000;
 constexpr int64_t kPauseMs = 2000;
+
+// Whether a call that failed after this time was ended by its deadline. A service may take a second to refuse.
+bool WasEndedByDeadline(int64_t milliseconds, int error) {
+    const bool timedOut = error == EAGAIN || error == ETIMEDOUT;
+    return milliseconds >= (timedOut ? 1000 : 1500);
+}
 
 // Whether a failed call found that the service had hung up, or nobody in its place. A missing socket alone does not
 // count: the connection to it broke before.
@@ -25,7 +29,7 @@ bool ServiceGuard::Refuses() const {
 void ServiceGuard::NoteFailure(int result, int64_t start) {
     const int error = errno;
     const int64_t now = MonotonicMs();
-    if (now - start < kHangMs) {
+    if (!WasEndedByDeadline(now - start, error)) {
         m_hangs = 0;
         m_losses += WasGone(error) ? 1u : 0u;
     } else {

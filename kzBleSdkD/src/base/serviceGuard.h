@@ -1,7 +1,8 @@
 // ServiceGuard: keeps a service of the camera that hangs from holding up everybody else.
 //
 // Every call of a client library that asks a service and waits for its answer is made through the service's guard. A
-// call that fails after a second or more was ended by the library's deadline, whatever that is. From then on:
+// call that fails late was ended by the library's deadline, whatever that is: after a second when errno says so, after
+// a second and a half in any case. An answer that is slow, or refuses slowly, counts as one. From the deadline on:
 //   - in the same turn of the loop the service is not asked again, so nothing waits for it twice;
 //   - after two such calls in a row it is not asked for two seconds, then one call tries it again.
 // What is not asked fails at once, with the result that the deadline gave.

@@ -63,9 +63,10 @@ JsonTree ParseSettingsFile(const std::string& path) {
     if (text.empty()) {
         return nullptr;
     }
-    if (const int64_t size = TreeSize(text); size > SettingsStatusMapping::kMaxTreeSize) {
+    const int64_t size = static_cast<int64_t>(text.size()) + TreeSize(text);
+    if (size > SettingsStatusMapping::kMaxParseSize) {
         LOG_ERROR("Refusing a file that would take %ld bytes, the limit is %ld", static_cast<long>(size),
-                  static_cast<long>(SettingsStatusMapping::kMaxTreeSize));
+                  static_cast<long>(SettingsStatusMapping::kMaxParseSize));
         return nullptr;
     }
     JsonTree root(cJSON_Parse(text.c_str()));

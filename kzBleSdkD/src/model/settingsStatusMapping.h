@@ -44,9 +44,9 @@ class SettingsStatusMapping {
     static constexpr int kStatusIdPreset = 97;
     // A larger settings.json is refused; real ones have up to some 600 KB.
     static constexpr int64_t kMaxFileSize = int64_t{8} * 1024 * 1024;
-    // The tree of a file may take as much memory as this while the file is parsed. Real files take half of it at most; one
-    // of millions of tiny items would take forty times its size.
-    static constexpr int64_t kMaxTreeSize = int64_t{12} * 1024 * 1024;
+    // A file and its tree may take as much memory as this while the file is parsed. That is room for a catalogue in
+    // which every setting has 255 options; millions of tiny items would take forty times their size.
+    static constexpr int64_t kMaxParseSize = int64_t{20} * 1024 * 1024;
 
     // Bits of the result of CurrentSettingsStatusFromJSON.
     static constexpr uint8_t kSettingsChanged = 1;
@@ -131,7 +131,8 @@ class SettingsStatusMapping {
     // ---- catalogue. The file may be hostile; every problem is logged, a broken entry is skipped.
 
     // Reads the file and the three parts below, in this order. False, after a log line, when the file cannot be read,
-    // is over kMaxFileSize or kMaxTreeSize, is no JSON or lacks a required part; the object is then of no use. Called once.
+    // is over kMaxFileSize or kMaxParseSize, is no JSON or lacks a required part; the object is then of no use. Called
+    // once.
     bool ParseJsonFile(const std::string& path);
     bool ParseSettings(const cJSON* root);
     bool ParseStatus(const cJSON* root);

@@ -1,6 +1,10 @@
 // The daemon's entry: starts the server, watches it once a second, and takes everything down in order. A signal stops
 // it like the shutdown debug record does.
+#include <cstdio>
+#include <cstring>
+
 #include "kzBleServer.h"
+#include "kzVersion.h"
 #include "logWriter.h"
 #include "standardStreams.h"
 #include "startUpMemory.h"
@@ -48,6 +52,10 @@ int StopInOrder() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("kzBleSdkD %s\n", kzVersion);
+        return 0;
+    }
     SecureStandardStreams();
     CatchSignals();
     UseOneHeap();
