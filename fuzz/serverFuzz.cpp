@@ -1,0 +1,300 @@
+// The whole server, from its start to its end: any sequence of what its neighbours do. The input is a byte with the log
+// level, one with the depth of the radio queue, and steps: a byte with the kind of step (kSteps), and behind it what
+// the step reads. A step with kTogether comes before the server has seen it with the next one.
+//
+// The server runs its own loop. select(2) is played: it takes a step whenever the server has no work left.
+//
+// Files lie in a /tmp of the process's own, so no corpus may be there.
+#include <fcntl.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/timerfd.h>
+
+#include <deque>
+#include <filesystem>
+#include <fstream>
+
+#include "fuzz.h"
+#include "kzBleServer.h"
+#include "kzControlCommands.h"
+#include "kzTlv.h"
+#include "messageCutter.h"
+#include "playedQueues.h"
+#include "privateTmp.h"
+#include "testModel.h"
+#include "utils.h"
+
+namespace {
+
+constexpr long kDepth = 100;       // of the queues to the daemon
+constexpr int kPacketTimer = 490;  // descriptors; the server makes this timer first
+constexpr int kTickTimer = 491;    // and then this one
+constexpr uint8_t kTogether = 0x80;
+
+struct World {
+    Input input{nullptr, 0};
+    long radioDepth = 0;
+    std::deque<fakes::Bytes> records;  // what the radio is about to send
+    bool together = false;             // all records at once
+    int ticks = 0;                     // that are due
+    int timers = 0;                    // made so far
+    bool queueRemoved = false;         // which the server sees at the next queue that it looks at
+};
+World g_world;
+
+// ---------------------------------------------------------------- the radio sends
+
+uint32_t Connection() {
+    return g_world.input.Byte() % 25u;
+}
+
+uint8_t Stream() {
+    constexpr uint8_t kStreams[] = {KZ_STR_ID_COMMAND, KZ_STR_ID_SETTINGS, KZ_STR_ID_QUERY, KZ_STR_ID_SENSOR,
+                                    KZ_STR_ID_START_OTA};
+    const uint8_t byte = g_world.input.Byte();
+    return byte < 2 * std::size(kStreams) ? kStreams[byte / 2] : byte;
+}
+
+ble_message_t DataRecord() {
+    const uint32_t connection = Connection();
+    return NewDataRecord(connection, Stream());
+}
+
+void Send(const ble_message_t& record) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
+    g_world.records.emplace_back(bytes, bytes + sizeof(record));
+}
+
+void SendMessage() {
+    ble_message_t record = DataRecord();
+    const std::vector<uint8_t> message = g_world.input.Upto(g_world.input.BigEndian16() % 8192u);
+    for (MessageCutter cutter(static_cast<unsigned>(message.size())); cutter.HasNext(); Send(record)) {
+        record.dataLength = static_cast<uint8_t>(cutter.WriteNext(message.data(), record.data));
+    }
+}
+
+void SendPacket() {
+    ble_message_t record = DataRecord();
+    record.dataLength = g_world.input.Byte();
+    const std::vector<uint8_t> packet = g_world.input.Upto(std::min<size_t>(record.dataLength, kBlePacketSize));
+    std::copy(packet.begin(), packet.end(), record.data);
+    Send(record);
+}
+
+void SendEvent() {
+    ble_message_t record{};
+    record.eventType = g_world.input.Byte();
+    record.connectionId = Connection();
+    const std::vector<uint8_t> fields = g_world.input.Upto(8);  // address and device type, or stream and value
+    std::copy(fields.begin(), fields.end(), reinterpret_cast<uint8_t*>(&record) + kConnAddressOffset);
+    Send(record);
+}
+
+void SendAnyRecord() {
+    g_world.records.push_back(g_world.input.Upto(std::min<size_t>(g_world.input.Byte(), kBleRecordSize)));
+}
+
+// ---------------------------------------------------------------- the other daemons
+
+void SendNews() {
+    struct Kind {
+        const char* queue;
+        uint8_t category;
+        const char* command;
+        uint8_t element;
+    };
+    constexpr Kind kKinds[] = {
+        {kMqEvents, CAT_KZCONTROL_EVENT, "EV", TLV_RSPARG}, {kMqCsi, CAT_KZNET_CMD, "CN", TLV_CMDARG},
+        {kMqCsi, CAT_KZNET_CMD, "CU", TLV_CMDARG},          {kMqCsi, CAT_RTOS_CMD, "LB", TLV_CMDARG},
+        {kMqCsi, CAT_RTOS_CMD, "AL", TLV_CMDARG},           {kMqCsi, CAT_KZNET_RSP, "CR", TLV_RSPARG},
+    };
+    const Kind& kind = kKinds[g_world.input.Byte() % std::size(kKinds)];
+    const std::vector<uint8_t> argument = g_world.input.Upto(g_world.input.BigEndian16() % kEventMessageSize);
+    fakes::Bytes message(kEventMessageSize);
+    sntlv_msg_init(message.data(), kEventMessageSize, kind.category);
+    sntlv_add_bin(message.data(), kEventMessageSize, TLV_CMD, 2, kind.command);
+    sntlv_add_bin(message.data(), kEventMessageSize, kind.element, static_cast<uint32_t>(argument.size()),
+                  argument.data());
+    message.resize(sntlv_msg_len(message.data()));
+    played::Put(kind.queue, message);
+}
+
+void SendAnyNews() {
+    const char* queue = g_world.input.Byte() % 2 == 0 ? kMqEvents : kMqCsi;
+    played::Put(queue, g_world.input.Upto(std::min<size_t>(g_world.input.BigEndian16(), kEventMessageSize)));
+}
+
+// How the camera answers from now on.
+void ScriptAnswer() {
+    Input& input = g_world.input;
+    const uint8_t kind = input.Byte();
+    const uint8_t id = input.Byte();
+    const auto result = static_cast<int8_t>(input.Byte());
+    const fakes::Bytes reply = input.Upto(input.BigEndian16() % 1600u);
+    switch (kind % 7) {
+        case 0:
+            return fakes::OnCommand(id, result, reply);
+        case 1:
+            return fakes::SetCsi(id, reply);
+        case 2:
+            return fakes::OnCsiSet(id, result);
+        case 3:
+            return fakes::OnOption(id, result == 0);
+        case 4:
+            return fakes::SetCameraInfo(result, reply);
+        case 5:
+            return fakes::SetModelNumber(result, id);
+        default:
+            return fakes::SetIpcResults(static_cast<int8_t>(id), result, 0);
+    }
+}
+
+// ---------------------------------------------------------------- time, and the radio's end of the queues
+
+void Tick() {
+    g_world.ticks += 1 + g_world.input.Byte() % 128;
+}
+
+// The radio reads what was sent. In what it leaves less room than there is, somebody else is faster.
+void ReadRadio() {
+    played::SetDepth(kMqToSkylark, g_world.input.Byte() % (g_world.radioDepth + 1), g_world.radioDepth);
+    played::Take(kMqKzNet);
+    for (const fakes::Bytes& bytes : played::Take(kMqToSkylark)) {
+        Require(bytes.size() == kBleRecordSize && bytes[0] == KZBLE_SDK_MESSAGE_Data && bytes[6] <= kBlePacketSize);
+    }
+}
+
+void RestartRadio() {
+    g_world.radioDepth = 1 + g_world.input.Byte() % 120;
+    played::SetDepth(kMqToSkylark, g_world.radioDepth);
+    g_world.records.clear();
+    g_world.queueRemoved = true;
+    ++g_world.ticks;
+}
+
+constexpr void (*kSteps[])() = {SendMessage, SendPacket, SendEvent,    SendAnyRecord, SendNews,
+                                SendAnyNews, Tick,       ScriptAnswer, ReadRadio,     RestartRadio};
+
+void TakeSteps() {
+    do {
+        const uint8_t step = g_world.input.Byte();
+        g_world.together = (step & kTogether) != 0;
+        kSteps[(step & ~kTogether) % std::size(kSteps)]();
+    } while (g_world.together && !g_world.input.IsEmpty());
+}
+
+// ---------------------------------------------------------------- what the server waits for
+
+void SendRecords() {
+    const size_t count = g_world.together ? g_world.records.size() : 1;
+    for (size_t i = 0; i < count && !g_world.records.empty(); ++i) {
+        played::Put(kMqToBleSdk, g_world.records.front());
+        g_world.records.pop_front();
+    }
+}
+
+int MarkReady(int end, const fd_set& watched, fd_set* ready) {
+    int count = 0;
+    FD_ZERO(ready);
+    for (int descriptor = kPacketTimer; descriptor < end; ++descriptor) {
+        const bool due = descriptor == kTickTimer ? g_world.ticks > 0 : played::Waiting(descriptor).value_or(0) > 0;
+        if (due && FD_ISSET(descriptor, &watched)) {
+            FD_SET(descriptor, ready);
+            g_world.ticks -= descriptor == kTickTimer ? 1 : 0;
+            ++count;
+        }
+    }
+    return count;
+}
+
+}  // namespace
+
+extern "C" {
+
+int timerfd_create(int, int) noexcept {
+    return kPacketTimer + g_world.timers++;
+}
+
+int timerfd_settime(int, int, const itimerspec*, itimerspec*) noexcept {
+    return 0;
+}
+
+int fstat(int descriptor, struct stat* status) noexcept {
+    if (!played::Waiting(descriptor)) {
+        return fstatat(descriptor, "", status, AT_EMPTY_PATH);
+    }
+    *status = {};
+    status->st_nlink = std::exchange(g_world.queueRemoved, false) ? 0 : 1;
+    return 0;
+}
+
+int select(int end, fd_set* readable, fd_set*, fd_set*, timeval* timeout) {
+    const fd_set watched = *readable;
+    for (;;) {
+        SendRecords();
+        const int ready = MarkReady(end, watched, readable);
+        if (ready > 0 || timeout != nullptr) {
+            return ready;
+        }
+        if (g_world.input.IsEmpty()) {
+            KzBleServer::GetInstance()->SetRunning(false);
+            return 0;
+        }
+        TakeSteps();
+    }
+}
+
+}  // extern "C"
+
+namespace {
+
+void MakeFiles() {
+    Require(fakes::EnterPrivateTmp());
+    std::filesystem::create_directory("/tmp/fuse_d");
+    std::string image(420, '\1');
+    const uint32_t header[] = {Utils::crc32(reinterpret_cast<const uint8_t*>(image.data() + 20), 400), 2, 0, 0, 400};
+    std::copy_n(reinterpret_cast<const char*>(header), sizeof(header), image.data());
+    std::ofstream("/tmp/fuse_d/KZ_REMOTE_FW.bin") << image;
+    std::ofstream("/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin") << image;
+    std::ofstream("/tmp/settings.json.gz") << image;
+}
+
+void LoadModel() {
+    std::map<int, std::vector<int>> settings{{2, {1, 4, 9}}, {5, {3, 4}}, {30, {0, 60000}}, {43, {0, 3}}, {64, {4, 7}}};
+    for (int option = 0; option < 150; ++option) {
+        settings[91].push_back(option);
+    }
+    fakes::SetModelNumber(0, 255);  // which has no file
+    BleSDK::GetInstance()->m_settingsPath = "/tmp/settings.json";
+    fakes::SetModelNumber(0, 58);
+    fakes::LoadCatalogue(settings);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    [[maybe_unused]] static const bool s_made = (MakeFiles(), true);
+    std::filesystem::remove("/tmp/tmp_certs.crt");
+    g_world = {.input = Input(data, size)};
+    g_logLevel = g_world.input.Byte() % 7;
+    g_debug_level = 0;
+    g_world.radioDepth = 1 + g_world.input.Byte() % 120;
+    fakes::Reset();
+    fakes::Record(false);
+    fakes::SetSystemResult(-1);  // a process for each would take too long
+    fakes::Bytes status(394, 0);
+    status[198] = 80;  // percent of the battery
+    fakes::OnCommand(KZCONTROL_GET_ALL_STATUS, 0, status);
+    LoadModel();
+    played::ResetQueues();
+    for (const char* queue : {kMqToBleSdk, kMqEvents, kMqCsi, kMqKzNet}) {
+        played::SetDepth(queue, kDepth);
+    }
+    played::SetDepth(kMqToSkylark, g_world.radioDepth);
+
+    KzBleServer* server = KzBleServer::GetInstance();
+    Require(server->InterfaceOpen() == 0);
+    KzBleServer::sThreadLoop(server);
+    KzBleServer::Destroy();
+    return 0;
+}
