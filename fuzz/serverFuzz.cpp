@@ -7,6 +7,7 @@
 // Files lie in a /tmp of the process's own, so no corpus may be there.
 #include <fcntl.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
 
@@ -18,6 +19,7 @@
 #include "kzBleServer.h"
 #include "kzControlCommands.h"
 #include "kzTlv.h"
+#include "kzmfFormat.h"
 #include "messageCutter.h"
 #include "playedQueues.h"
 #include "privateTmp.h"
@@ -109,7 +111,8 @@ void SendNews() {
         {kMqCsi, CAT_RTOS_CMD, "AL", TLV_CMDARG},           {kMqCsi, CAT_KZNET_RSP, "CR", TLV_RSPARG},
     };
     const Kind& kind = kKinds[g_world.input.Byte() % std::size(kKinds)];
-    const std::vector<uint8_t> argument = g_world.input.Upto(g_world.input.BigEndian16() % kEventMessageSize);
+    std::vector<uint8_t> argument = g_world.input.Upto(g_world.input.BigEndian16() % kEventMessageSize);
+    argument.reserve(1);  // a null pointer is no argument
     fakes::Bytes message(kEventMessageSize);
     sntlv_msg_init(message.data(), kEventMessageSize, kind.category);
     sntlv_add_bin(message.data(), kEventMessageSize, TLV_CMD, 2, kind.command);
@@ -126,27 +129,21 @@ void SendAnyNews() {
 
 // How the camera answers from now on.
 void ScriptAnswer() {
+    using Script = void (*)(uint8_t id, int result, const fakes::Bytes& reply);
+    constexpr Script kScripts[] = {
+        [](uint8_t id, int result, const fakes::Bytes& reply) { fakes::OnCommand(id, result, reply); },
+        [](uint8_t id, int, const fakes::Bytes& reply) { fakes::SetCsi(id, reply); },
+        [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnCsiSet(id, result); },
+        [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnOption(id, result == 0); },
+        [](uint8_t, int result, const fakes::Bytes& reply) { fakes::SetCameraInfo(result, reply); },
+        [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetModelNumber(result, id); },
+        [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetIpcResults(id, result, 0); },
+    };
     Input& input = g_world.input;
-    const uint8_t kind = input.Byte();
+    const Script script = kScripts[input.Byte() % std::size(kScripts)];
     const uint8_t id = input.Byte();
     const auto result = static_cast<int8_t>(input.Byte());
-    const fakes::Bytes reply = input.Upto(input.BigEndian16() % 1600u);
-    switch (kind % 7) {
-        case 0:
-            return fakes::OnCommand(id, result, reply);
-        case 1:
-            return fakes::SetCsi(id, reply);
-        case 2:
-            return fakes::OnCsiSet(id, result);
-        case 3:
-            return fakes::OnOption(id, result == 0);
-        case 4:
-            return fakes::SetCameraInfo(result, reply);
-        case 5:
-            return fakes::SetModelNumber(result, id);
-        default:
-            return fakes::SetIpcResults(static_cast<int8_t>(id), result, 0);
-    }
+    script(id, result, input.Upto(input.BigEndian16() % 1600u));
 }
 
 // ---------------------------------------------------------------- time, and the radio's end of the queues
@@ -211,6 +208,11 @@ int MarkReady(int end, const fd_set& watched, fd_set* ready) {
 
 extern "C" {
 
+// The log has a reader, which is played too.
+int connect(int, const struct sockaddr*, socklen_t) {
+    return 0;
+}
+
 int timerfd_create(int, int) noexcept {
     return kPacketTimer + g_world.timers++;
 }
@@ -259,9 +261,19 @@ void MakeFiles() {
     std::ofstream("/tmp/settings.json.gz") << image;
 }
 
+// What is handed over is whole and fits the metadata service's records.
+void CheckHandOver() {
+    constexpr size_t kSequenceSize = 4;
+    for (const fakes::Call& call : fakes::Calls("ipc-send")) {
+        const auto size = static_cast<uint32_t>(call.argument.size() - kSequenceSize);
+        Require(size > 0 && size <= 1400);
+        Require(MetadataIsValidKZMF(call.argument.data() + kSequenceSize, size, true));
+    }
+}
+
 void LoadModel() {
     std::map<int, std::vector<int>> settings{{2, {1, 4, 9}}, {5, {3, 4}}, {30, {0, 60000}}, {43, {0, 3}}, {64, {4, 7}}};
-    for (int option = 0; option < 150; ++option) {
+    for (int option = 0; option < 40; ++option) {
         settings[91].push_back(option);
     }
     fakes::SetModelNumber(0, 255);  // which has no file
@@ -280,7 +292,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g_debug_level = 0;
     g_world.radioDepth = 1 + g_world.input.Byte() % 120;
     fakes::Reset();
-    fakes::Record(false);
     fakes::SetSystemResult(-1);  // a process for each would take too long
     fakes::Bytes status(394, 0);
     status[198] = 80;  // percent of the battery
@@ -296,5 +307,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(server->InterfaceOpen() == 0);
     KzBleServer::sThreadLoop(server);
     KzBleServer::Destroy();
+    CheckHandOver();
     return 0;
 }
