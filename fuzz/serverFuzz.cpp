@@ -4,7 +4,7 @@
 //
 // The server runs its own loop. select(2) is played: it takes a step whenever the server has no work left.
 //
-// Files lie in a /tmp of the process's own, so no corpus may be there.
+// Its files lie in a /usr/local of its own. Certificates would lie in /tmp, so no live stream gets that far.
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "bleSDK.h"
+#include "csi/csiKeys.h"
 #include "fuzz.h"
 #include "kzBleServer.h"
 #include "kzControlCommands.h"
@@ -23,7 +25,6 @@
 #include "messageCutter.h"
 #include "playedQueues.h"
 #include "privateTmp.h"
-#include "testModel.h"
 #include "utils.h"
 
 namespace {
@@ -133,7 +134,7 @@ void ScriptAnswer() {
     constexpr Script kScripts[] = {
         [](uint8_t id, int result, const fakes::Bytes& reply) { fakes::OnCommand(id, result, reply); },
         [](uint8_t id, int, const fakes::Bytes& reply) { fakes::SetCsi(id, reply); },
-        [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnCsiSet(id, result); },
+        [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnCsiSet(id, id == CSI_WMS_REQUEST ? -1 : result); },
         [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnOption(id, result == 0); },
         [](uint8_t, int result, const fakes::Bytes& reply) { fakes::SetCameraInfo(result, reply); },
         [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetModelNumber(result, id); },
@@ -204,6 +205,47 @@ int MarkReady(int end, const fd_set& watched, fd_set* ready) {
     return count;
 }
 
+// ---------------------------------------------------------------- beginning and end
+
+void MakeFiles() {
+    Require(fakes::EnterPrivateTmp("", "/usr/local"));
+    const std::string root = "/usr/local/zorvik/";
+    std::filesystem::create_directories(root + "tftp");
+    std::filesystem::create_directories(root + "etc/58");
+    const std::string option = R"({"display_name":"O","id":)";
+    std::ofstream catalogue(root + "etc/58/settings.json");
+    catalogue << R"({"version":1.25,"modes":[],"settings":[)";
+    for (const auto& [setting, options] : {std::pair{2, 10}, {5, 5}, {30, 40}, {43, 4}, {64, 8}, {91, 1}}) {
+        catalogue << (setting == 2 ? "" : ",") << R"({"display_name":"S","id":)" << setting << R"(,"options":[)"
+                  << option << "60000}";
+        for (int id = 0; id < options; ++id) {
+            catalogue << "," << option << id << "}";
+        }
+        catalogue << "]}";
+    }
+    catalogue << R"(],
+        "status":{"groups":[{"fields":[{"id":8,"name":"a"},{"id":13,"name":"b"},{"id":29,"name":"c"},{"id":97,"name":"d"}]}]},
+        "filters":[{"activated_by":[{"status_id":8,"values":[1]}],"blacklist":[{"setting_id":5,"opt_ids":[4]}]},
+                   {"activated_by":[{"setting_id":2,"ids":[9]}],"blacklist":[{"setting_id":30,"opt_ids":[0,1]}]}]})"
+              << std::flush;
+    std::string image(420, '\1');
+    const uint32_t header[] = {Utils::crc32(reinterpret_cast<const uint8_t*>(image.data() + 20), 400), 2, 0, 0, 400};
+    std::copy_n(reinterpret_cast<const char*>(header), sizeof(header), image.data());
+    for (const char* name : {"tftp/KZ_REMOTE_FW.bin", "tftp/KZ_SHUTTER_REMOTE_FW.bin", "etc/58/settings.json.gz"}) {
+        std::ofstream(root + name) << image;
+    }
+}
+
+// What is handed over is whole and fits the metadata service's records.
+void CheckHandOver() {
+    constexpr size_t kSequenceSize = 4;
+    for (const fakes::Call& call : fakes::Calls("ipc-send")) {
+        const auto size = static_cast<uint32_t>(call.argument.size() - kSequenceSize);
+        Require(size > 0 && size <= 1400);
+        Require(MetadataIsValidKZMF(call.argument.data() + kSequenceSize, size, true));
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -248,45 +290,8 @@ int select(int end, fd_set* readable, fd_set*, fd_set*, timeval* timeout) {
 
 }  // extern "C"
 
-namespace {
-
-void MakeFiles() {
-    Require(fakes::EnterPrivateTmp());
-    std::filesystem::create_directory("/tmp/fuse_d");
-    std::string image(420, '\1');
-    const uint32_t header[] = {Utils::crc32(reinterpret_cast<const uint8_t*>(image.data() + 20), 400), 2, 0, 0, 400};
-    std::copy_n(reinterpret_cast<const char*>(header), sizeof(header), image.data());
-    std::ofstream("/tmp/fuse_d/KZ_REMOTE_FW.bin") << image;
-    std::ofstream("/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin") << image;
-    std::ofstream("/tmp/settings.json.gz") << image;
-}
-
-// What is handed over is whole and fits the metadata service's records.
-void CheckHandOver() {
-    constexpr size_t kSequenceSize = 4;
-    for (const fakes::Call& call : fakes::Calls("ipc-send")) {
-        const auto size = static_cast<uint32_t>(call.argument.size() - kSequenceSize);
-        Require(size > 0 && size <= 1400);
-        Require(MetadataIsValidKZMF(call.argument.data() + kSequenceSize, size, true));
-    }
-}
-
-void LoadModel() {
-    std::map<int, std::vector<int>> settings{{2, {1, 4, 9}}, {5, {3, 4}}, {30, {0, 60000}}, {43, {0, 3}}, {64, {4, 7}}};
-    for (int option = 0; option < 40; ++option) {
-        settings[91].push_back(option);
-    }
-    fakes::SetModelNumber(0, 255);  // which has no file
-    BleSDK::GetInstance()->m_settingsPath = "/tmp/settings.json";
-    fakes::SetModelNumber(0, 58);
-    fakes::LoadCatalogue(settings);
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     [[maybe_unused]] static const bool s_made = (MakeFiles(), true);
-    std::filesystem::remove("/tmp/tmp_certs.crt");
     g_world = {.input = Input(data, size)};
     g_logLevel = g_world.input.Byte() % 7;
     g_debug_level = 0;
@@ -296,7 +301,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fakes::Bytes status(394, 0);
     status[198] = 80;  // percent of the battery
     fakes::OnCommand(KZCONTROL_GET_ALL_STATUS, 0, status);
-    LoadModel();
+    fakes::OnCsiSet(CSI_WMS_REQUEST, -1);  // a part of each live stream
+    BleSDK::GetInstance();
     played::ResetQueues();
     for (const char* queue : {kMqToBleSdk, kMqEvents, kMqCsi, kMqKzNet}) {
         played::SetDepth(queue, kDepth);
