@@ -44,23 +44,21 @@ struct World {
     bool queueRemoved = false;         // which the server sees at the next queue that it looks at
 };
 World g_world;
+Input& g_input = g_world.input;
 
 // ---------------------------------------------------------------- the radio sends
 
 uint32_t Connection() {
-    return g_world.input.Byte() % 25u;
+    return g_input.Byte() % 25u;
 }
 
-uint8_t Stream() {
+// A record on one of the five streams of requests, or on any stream.
+ble_message_t DataRecord() {
     constexpr uint8_t kStreams[] = {KZ_STR_ID_COMMAND, KZ_STR_ID_SETTINGS, KZ_STR_ID_QUERY, KZ_STR_ID_SENSOR,
                                     KZ_STR_ID_START_OTA};
-    const uint8_t byte = g_world.input.Byte();
-    return byte < 2 * std::size(kStreams) ? kStreams[byte / 2] : byte;
-}
-
-ble_message_t DataRecord() {
     const uint32_t connection = Connection();
-    return NewDataRecord(connection, Stream());
+    const uint8_t byte = g_input.Byte();
+    return NewDataRecord(connection, byte < 2 * std::size(kStreams) ? kStreams[byte / 2] : byte);
 }
 
 void Send(const ble_message_t& record) {
@@ -70,7 +68,7 @@ void Send(const ble_message_t& record) {
 
 void SendMessage() {
     ble_message_t record = DataRecord();
-    const std::vector<uint8_t> message = g_world.input.Upto(g_world.input.BigEndian16() % 8192u);
+    const std::vector<uint8_t> message = g_input.Upto(g_input.BigEndian16() % 8192u);
     for (MessageCutter cutter(static_cast<unsigned>(message.size())); cutter.HasNext(); Send(record)) {
         record.dataLength = static_cast<uint8_t>(cutter.WriteNext(message.data(), record.data));
     }
@@ -78,23 +76,23 @@ void SendMessage() {
 
 void SendPacket() {
     ble_message_t record = DataRecord();
-    record.dataLength = g_world.input.Byte();
-    const std::vector<uint8_t> packet = g_world.input.Upto(std::min<size_t>(record.dataLength, kBlePacketSize));
+    record.dataLength = g_input.Byte();
+    const std::vector<uint8_t> packet = g_input.Upto(std::min<size_t>(record.dataLength, kBlePacketSize));
     std::copy(packet.begin(), packet.end(), record.data);
     Send(record);
 }
 
 void SendEvent() {
     ble_message_t record{};
-    record.eventType = g_world.input.Byte();
+    record.eventType = g_input.Byte();
     record.connectionId = Connection();
-    const std::vector<uint8_t> fields = g_world.input.Upto(8);  // address and device type, or stream and value
+    const std::vector<uint8_t> fields = g_input.Upto(8);  // address and device type, or stream and value
     std::copy(fields.begin(), fields.end(), reinterpret_cast<uint8_t*>(&record) + kConnAddressOffset);
     Send(record);
 }
 
 void SendAnyRecord() {
-    g_world.records.push_back(g_world.input.Upto(std::min<size_t>(g_world.input.Byte(), kBleRecordSize)));
+    g_world.records.push_back(g_input.Upto(std::min<size_t>(g_input.Byte(), kBleRecordSize)));
 }
 
 // ---------------------------------------------------------------- the other daemons
@@ -111,8 +109,8 @@ void SendNews() {
         {kMqCsi, CAT_KZNET_CMD, "CU", TLV_CMDARG},          {kMqCsi, CAT_RTOS_CMD, "LB", TLV_CMDARG},
         {kMqCsi, CAT_RTOS_CMD, "AL", TLV_CMDARG},           {kMqCsi, CAT_KZNET_RSP, "CR", TLV_RSPARG},
     };
-    const Kind& kind = kKinds[g_world.input.Byte() % std::size(kKinds)];
-    std::vector<uint8_t> argument = g_world.input.Upto(g_world.input.BigEndian16() % kEventMessageSize);
+    const Kind& kind = kKinds[g_input.Byte() % std::size(kKinds)];
+    std::vector<uint8_t> argument = g_input.Upto(g_input.BigEndian16() % kEventMessageSize);
     argument.reserve(1);  // a null pointer is no argument
     fakes::Bytes message(kEventMessageSize);
     sntlv_msg_init(message.data(), kEventMessageSize, kind.category);
@@ -124,8 +122,8 @@ void SendNews() {
 }
 
 void SendAnyNews() {
-    const char* queue = g_world.input.Byte() % 2 == 0 ? kMqEvents : kMqCsi;
-    played::Put(queue, g_world.input.Upto(std::min<size_t>(g_world.input.BigEndian16(), kEventMessageSize)));
+    const char* queue = g_input.Byte() % 2 == 0 ? kMqEvents : kMqCsi;
+    played::Put(queue, g_input.Upto(std::min<size_t>(g_input.BigEndian16(), kEventMessageSize)));
 }
 
 // How the camera answers from now on.
@@ -140,22 +138,21 @@ void ScriptAnswer() {
         [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetModelNumber(result, id); },
         [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetIpcResults(id, result, 0); },
     };
-    Input& input = g_world.input;
-    const Script script = kScripts[input.Byte() % std::size(kScripts)];
-    const uint8_t id = input.Byte();
-    const auto result = static_cast<int8_t>(input.Byte());
-    script(id, result, input.Upto(input.BigEndian16() % 1600u));
+    const Script script = kScripts[g_input.Byte() % std::size(kScripts)];
+    const uint8_t id = g_input.Byte();
+    const auto result = static_cast<int8_t>(g_input.Byte());
+    script(id, result, g_input.Upto(g_input.BigEndian16() % 1600u));
 }
 
 // ---------------------------------------------------------------- time, and the radio's end of the queues
 
 void Tick() {
-    g_world.ticks += 1 + g_world.input.Byte() % 128;
+    g_world.ticks += 1 + g_input.Byte() % 128;
 }
 
 // The radio reads what was sent. In what it leaves less room than there is, somebody else is faster.
 void ReadRadio() {
-    played::SetDepth(kMqToSkylark, g_world.input.Byte() % (g_world.radioDepth + 1), g_world.radioDepth);
+    played::SetDepth(kMqToSkylark, g_input.Byte() % (g_world.radioDepth + 1), g_world.radioDepth);
     played::Take(kMqKzNet);
     for (const fakes::Bytes& bytes : played::Take(kMqToSkylark)) {
         Require(bytes.size() == kBleRecordSize && bytes[0] == KZBLE_SDK_MESSAGE_Data && bytes[6] <= kBlePacketSize);
@@ -163,7 +160,7 @@ void ReadRadio() {
 }
 
 void RestartRadio() {
-    g_world.radioDepth = 1 + g_world.input.Byte() % 120;
+    g_world.radioDepth = 1 + g_input.Byte() % 120;
     played::SetDepth(kMqToSkylark, g_world.radioDepth);
     g_world.records.clear();
     g_world.queueRemoved = true;
@@ -175,10 +172,10 @@ constexpr void (*kSteps[])() = {SendMessage, SendPacket, SendEvent,    SendAnyRe
 
 void TakeSteps() {
     do {
-        const uint8_t step = g_world.input.Byte();
+        const uint8_t step = g_input.Byte();
         g_world.together = (step & kTogether) != 0;
         kSteps[(step & ~kTogether) % std::size(kSteps)]();
-    } while (g_world.together && !g_world.input.IsEmpty());
+    } while (g_world.together && !g_input.IsEmpty());
 }
 
 // ---------------------------------------------------------------- what the server waits for
@@ -280,7 +277,7 @@ int select(int end, fd_set* readable, fd_set*, fd_set*, timeval* timeout) {
         if (ready > 0 || timeout != nullptr) {
             return ready;
         }
-        if (g_world.input.IsEmpty()) {
+        if (g_input.IsEmpty()) {
             KzBleServer::GetInstance()->SetRunning(false);
             return 0;
         }
@@ -288,14 +285,13 @@ int select(int end, fd_set* readable, fd_set*, fd_set*, timeval* timeout) {
     }
 }
 
-}  // extern "C"
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     [[maybe_unused]] static const bool s_made = (MakeFiles(), true);
-    g_world = {.input = Input(data, size)};
-    g_logLevel = g_world.input.Byte() % 7;
+    g_world = {};
+    g_input = Input(data, size);
+    g_logLevel = g_input.Byte() % 7;
     g_debug_level = 0;
-    g_world.radioDepth = 1 + g_world.input.Byte() % 120;
+    g_world.radioDepth = 1 + g_input.Byte() % 120;
     fakes::Reset();
     fakes::SetSystemResult(-1);  // a process for each would take too long
     fakes::Bytes status(394, 0);
@@ -316,3 +312,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CheckHandOver();
     return 0;
 }
+
+}  // extern "C"
