@@ -41,6 +41,7 @@ struct World {
     bool together = false;             // all records at once
     int ticks = 0;                     // that are due
     int timers = 0;                    // made so far
+    bool ends = false;                 // after the last step
     bool queueRemoved = false;         // which the server sees at the next queue that it looks at
 };
 World g_world;
@@ -277,11 +278,14 @@ int select(int end, fd_set* readable, fd_set*, fd_set*, timeval* timeout) {
         if (ready > 0 || timeout != nullptr) {
             return ready;
         }
-        if (g_input.IsEmpty()) {
+        if (!g_input.IsEmpty()) {
+            TakeSteps();
+        } else if (!std::exchange(g_world.ends, true)) {
+            RestartRadio();  // which leaves no client
+        } else {
             KzBleServer::GetInstance()->SetRunning(false);
             return 0;
         }
-        TakeSteps();
     }
 }
 
@@ -308,6 +312,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     KzBleServer* server = KzBleServer::GetInstance();
     Require(server->InterfaceOpen() == 0);
     KzBleServer::sThreadLoop(server);
+    Require(!g_world.ends || (server->GetClientCount() == 0 && server->IsFileTransferSlotAvailable()));
     KzBleServer::Destroy();
     CheckHandOver();
     return 0;
