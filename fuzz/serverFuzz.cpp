@@ -11,9 +11,11 @@
 #include <sys/stat.h>
 #include <sys/timerfd.h>
 
+#include <algorithm>
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "bleSDK.h"
 #include "csi/csiKeys.h"
@@ -37,12 +39,13 @@ constexpr uint8_t kTogether = 0x80;
 struct World {
     Input input{nullptr, 0};
     long radioDepth = 0;
-    std::deque<fakes::Bytes> records;  // what the radio is about to send
-    bool together = false;             // all records at once
-    int ticks = 0;                     // that are due
-    int timers = 0;                    // made so far
-    bool ends = false;                 // after the last step
-    bool queueRemoved = false;         // which the server sees at the next queue that it looks at
+    std::deque<fakes::Bytes> records;                                               // what the radio is about to send
+    bool together = false;                                                          // all records at once
+    int ticks = 0;                                                                  // that are due
+    int timers = 0;                                                                 // made so far
+    bool ends = false;                                                              // after the last step
+    std::map<std::pair<uint32_t, uint8_t>, std::pair<unsigned, uint8_t>> messages;  // sent: bytes left, next counter
+    bool queueRemoved = false;  // which the server sees at the next queue that it looks at
 };
 World g_world;
 Input& g_input = g_world.input;
@@ -151,12 +154,37 @@ void Tick() {
     g_world.ticks += 1 + g_input.Byte() % 128;
 }
 
+// A packet of an answer or a push begins a message, or goes on with the one before it on its stream.
+void CheckPacket(const ble_message_t& record) {
+    constexpr uint8_t kStreams[] = {KZ_STR_ID_SETTINGS_RESPONSE, KZ_STR_ID_QUERY_RESPONSE, KZ_STR_ID_SENSOR_RESPONSE};
+    if (std::find(std::begin(kStreams), std::end(kStreams), record.streamId) == std::end(kStreams)) {
+        return;  // the catalogue and firmware images share their streams with answers
+    }
+    const uint32_t connection = record.connectionId;
+    auto& [left, counter] = g_world.messages[{connection, record.streamId}];
+    const uint8_t first = record.data[0];
+    unsigned headerSize = 1;
+    if ((first & 0x80) != 0) {
+        Require(left > 0 && first == ContinuationHeader(counter++));
+    } else {
+        headerSize = first >> 5 == 0 ? 1 : 2;
+        left = headerSize == 1 ? first : (first & 0x1Fu) << 8 | record.data[1];
+        counter = 0;
+    }
+    Require(record.dataLength >= headerSize && record.dataLength - headerSize <= left);
+    left -= record.dataLength - headerSize;
+}
+
 // The radio reads what was sent. In what it leaves less room than there is, somebody else is faster.
 void ReadRadio() {
     played::SetDepth(kMqToSkylark, g_input.Byte() % (g_world.radioDepth + 1), g_world.radioDepth);
     played::Take(kMqKzNet);
     for (const fakes::Bytes& bytes : played::Take(kMqToSkylark)) {
-        Require(bytes.size() == kBleRecordSize && bytes[0] == KZBLE_SDK_MESSAGE_Data && bytes[6] <= kBlePacketSize);
+        ble_message_t record;
+        Require(bytes.size() == sizeof(record));
+        std::copy(bytes.begin(), bytes.end(), reinterpret_cast<uint8_t*>(&record));
+        Require(record.eventType == KZBLE_SDK_MESSAGE_Data && record.dataLength <= kBlePacketSize);
+        CheckPacket(record);
     }
 }
 
