@@ -29,9 +29,9 @@ bool EnterNamespaces() {
 
 }  // namespace
 
-bool EnterPrivateTmp(const char* options) {
+bool EnterPrivateTmp(const char* options, const char* folder) {
     static const bool s_entered = EnterNamespaces() && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    return s_entered && mount("kzTest", "/tmp", "tmpfs", 0, options) == 0;
+    return s_entered && mount("kzTest", folder, "tmpfs", 0, options) == 0;
 }
 
 }  // namespace fakes

@@ -18,7 +18,7 @@ struct Queue {
     played::Messages messages;
 };
 
-constexpr int kFirstDescriptor = 10000;
+constexpr int kFirstDescriptor = 500;  // below FD_SETSIZE, and above what a test opens
 
 std::vector<Queue> g_queues;  // by descriptor
 
@@ -48,6 +48,18 @@ Messages Take(const std::string& name) {
     return std::exchange(g_queues.at(Find(name)).messages, {});
 }
 
+void Put(const std::string& name, const fakes::Bytes& message) {
+    Queue& queue = g_queues.at(Find(name));
+    if (std::ssize(queue.messages) < queue.depth) {
+        queue.messages.push_back(message);
+    }
+}
+
+std::optional<size_t> Waiting(int descriptor) {
+    const auto number = static_cast<size_t>(descriptor - kFirstDescriptor);
+    return number < g_queues.size() ? std::optional(g_queues[number].messages.size()) : std::nullopt;
+}
+
 }  // namespace played
 
 extern "C" {
@@ -58,6 +70,10 @@ mqd_t mq_open(const char* name, int, ...) noexcept {
 }
 
 int mq_close(mqd_t) noexcept {
+    return 0;
+}
+
+int mq_unlink(const char*) noexcept {
     return 0;
 }
 
@@ -82,6 +98,22 @@ int mq_send(mqd_t descriptor, const char* message, size_t length, unsigned int) 
     }
     g_queues[number].messages.emplace_back(message, message + length);
     return 0;
+}
+
+ssize_t mq_receive(mqd_t descriptor, char* buffer, size_t size, unsigned int*) {
+    const auto number = static_cast<size_t>(descriptor - kFirstDescriptor);
+    errno = EAGAIN;
+    if (number >= g_queues.size() || g_queues[number].messages.empty()) {
+        return -1;
+    }
+    played::Messages& messages = g_queues[number].messages;
+    const fakes::Bytes message = std::move(messages.front());
+    messages.erase(messages.begin());
+    if (message.size() > size) {
+        std::abort();  // no queue carries it
+    }
+    std::copy(message.begin(), message.end(), buffer);
+    return std::ssize(message);
 }
 
 // It waits by the wall clock, which may step, so nothing may wait in it.

@@ -1,8 +1,8 @@
-// POSIX queues played inside a test program: mq_open, mq_getattr, mq_send and mq_close of the executable stand before
-// those of the C library. Queues of any depth, no namespace, nothing left behind. Nothing is ever received: a test
-// reads what was sent.
+// POSIX queues played inside a test program: the mq_ functions of the executable stand before those of the C library.
+// Queues of any depth, no namespace, nothing left behind. They are never waited for.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,5 +19,9 @@ void ResetQueues();
 void SetDepth(const std::string& name, long depth, long seems = 0);
 // Takes what waits in the queue.
 Messages Take(const std::string& name);
+// Puts a message into a queue that there is; it is lost when the queue is full.
+void Put(const std::string& name, const fakes::Bytes& message);
+// How many messages wait behind a descriptor; nothing when it is no queue's.
+std::optional<size_t> Waiting(int descriptor);
 
 }  // namespace played
