@@ -110,8 +110,8 @@ done <<'ROWS'
 ROWS
 before=$(left kzcamctl --json state | python3 -c 'import json, sys; print(json.load(sys.stdin)["settings"])')
 ends 0 left kzcamctl setting "Frame Rate" 24
-ends 0 left kzble get "Frame Rate"
-answers '24'
+shows_24() { left kzble get "Frame Rate" | grep -q '= 24'; }
+until_true 5 shows_24 || fail "the daemon does not hear of the change"
 ends 0 left kzcamctl undo
 answers 'Frame Rate 24'
 [[ $(left kzcamctl --json state | python3 -c 'import json, sys; print(json.load(sys.stdin)["settings"])') == "$before" ]] ||
