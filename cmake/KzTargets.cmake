@@ -29,6 +29,13 @@ if(KZ_SANITIZE)
   endif()
 endif()
 
+# The counters are a file's memory, shared by all processes of a program: those that end by a signal or by _exit count too.
+if(KZ_COVERAGE)
+  add_compile_options(-fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%m%c.profraw -fcoverage-mapping
+                      "SHELL:-mllvm -runtime-counter-relocation")
+  add_link_options(-fprofile-instr-generate)
+endif()
+
 # kz_add_test(NAME SOURCES file... LIBS target...): one GoogleTest program; each of its cases is a test of its own, so
 # that they run in parallel.
 function(kz_add_test name)
@@ -39,20 +46,19 @@ function(kz_add_test name)
 endfunction()
 
 # kz_add_fuzzer(NAME SOURCES file... LIBS target...): one fuzz target of the folder fuzz. With KZ_BUILD_FUZZERS it is a
-# libFuzzer program, and the target `fuzzers` builds them all; without, one that has a corpus is a test that replays it.
+# libFuzzer program, and the target `fuzzers` builds them all; without, it is a test that replays its inputs: those that
+# are made from the protocol's examples, and those of fuzz/corpus.
 function(kz_add_fuzzer name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
-  set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE kzOptions ${ARG_LIBS})
+  add_dependencies(${name} fuzzCorpora)
   if(KZ_BUILD_FUZZERS)
-    add_executable(${name} ${ARG_SOURCES})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
     add_dependencies(fuzzers ${name})
-  elseif(EXISTS ${corpus})
-    add_executable(${name} ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/fuzz/replay.cpp)
-    target_compile_definitions(${name} PRIVATE KZ_CORPUS="${corpus}")
-    add_test(NAME fuzz.${name} COMMAND ${name})
   else()
-    return()
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/replay.cpp)
+    add_test(NAME fuzz.${name} COMMAND ${name} ${PROJECT_BINARY_DIR}/fuzz/corpora/${name}
+                                       ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
   endif()
-  target_link_libraries(${name} PRIVATE kzOptions ${ARG_LIBS})
 endfunction()

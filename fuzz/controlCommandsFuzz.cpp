@@ -10,9 +10,12 @@ using namespace kzsim;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const Catalogue catalogue = Catalogue::parse(
-        R"({"settings":[{"id":2,"display_name":"a","options":[{"id":1},{"id":4},{"id":9}]},
-                        {"id":3,"display_name":"b","options":[{"id":5},{"id":8},{"id":1}]},
-                        {"id":30,"display_name":"c","options":[{"id":0},{"id":60000}]}],
+        R"({"settings":[
+                {"id":2,"display_name":"a",
+                 "options":[{"id":1,"display_name":"x"},{"id":4,"display_name":"y"},{"id":9,"display_name":"z"}]},
+                {"id":3,"display_name":"b",
+                 "options":[{"id":5,"display_name":"x"},{"id":8,"display_name":"y"},{"id":1,"display_name":"z"}]},
+                {"id":30,"display_name":"c","options":[{"id":0,"display_name":"x"},{"id":60000,"display_name":"y"}]}],
             "status":{"groups":[{"fields":[{"id":8,"name":"busy"},{"id":29,"name":"text"},{"id":35,"name":"left"}]}]},
             "filters":[{"activated_by":[{"setting_id":2,"ids":[9]}],"blacklist":[{"setting_id":3,"opt_ids":[5]}]}]})");
     isKzmf({data, size});

@@ -1,6 +1,7 @@
 // The whole server, from its start to its end: any sequence of what its neighbours do. The input is a byte with the log
 // level, one with the depth of the radio queue, and steps: a byte with the kind of step (kSteps), and behind it what
 // the step reads. A step with kTogether comes before the server has seen it with the next one.
+// scripts/fuzz-corpus writes such inputs.
 //
 // The server runs its own loop. select(2) is played: it takes a step whenever the server has no work left.
 //

@@ -33,7 +33,7 @@ class Transfer : public E2e {
 TEST_F(Transfer, FilesOfEverySizeArriveByteForByte) {
     serve({.transmitDepth = 1000});  // half of it goes with each tick
     play({joins(1)});
-    for (const size_t size : {0, 15, 17, 18, 100, 8186, 8187, 9000, 65532}) {
+    for (const size_t size : {0u, 15u, 17u, 18u, 100u, 8186u, 8187u, 9000u, 65532u}) {
         SCOPED_TRACE(size);
         writeFile(kSettingsGzPath, fileOf(size));
 
@@ -113,7 +113,7 @@ TEST_F(Transfer, DisconnectionInEveryPhaseFreesTheSlot) {
 
 TEST_F(Transfer, FileThatChangesEndsItsTransfer) {
     serveFile(fileOf(9000), {.transmitDepth = 10});
-    for (const size_t newSize : {9000, 50, 20000}) {
+    for (const size_t newSize : {9000u, 50u, 20000u}) {
         SCOPED_TRACE(newSize);
         writeFile(kSettingsGzPath, fileOf(9000));
         std::filesystem::last_write_time(kSettingsGzPath, {});  // long ago

@@ -20,7 +20,7 @@ Step asksVersion(int times) {
     };
 }
 
-Step answersVersion(int times) {
+Step answersVersion(size_t times) {
     return [=](Rig& rig) { play(rig, Script(times, answers(1, kCommand, kVersion))); };
 }
 

@@ -114,7 +114,7 @@ TEST(FragmentedMessageBuilderTest, VerdictOfTheParserIsTheResultAndTheNextMessag
 
 TEST(FragmentedMessageBuilderTest, StartPacketDropsTheMessageInProgressAndOneOfAnUnsupportedLengthTypeIsEmpty) {
     Whole builder;
-    for (const size_t length : {7, 45}) {
+    for (const size_t length : {7u, 45u}) {
         builder.Take(Cut(100)[0]);
         builder.Take(Cut(100)[1]);
         EXPECT_EQ(builder.TakeAll(length), kMessageComplete);
