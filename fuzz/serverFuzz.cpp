@@ -40,13 +40,14 @@ constexpr uint8_t kTogether = 0x80;
 struct World {
     Input input{nullptr, 0};
     long radioDepth = 0;
-    std::deque<fakes::Bytes> records;                                               // what the radio is about to send
-    bool together = false;                                                          // all records at once
-    int ticks = 0;                                                                  // that are due
-    int timers = 0;                                                                 // made so far
-    bool ends = false;                                                              // after the last step
-    std::map<std::pair<uint32_t, uint8_t>, std::pair<unsigned, uint8_t>> messages;  // sent: bytes left, next counter
-    bool queueRemoved = false;  // which the server sees at the next queue that it looks at
+    std::deque<fakes::Bytes> records;  // what the radio is about to send
+    bool together = false;             // all records at once
+    int ticks = 0;                     // that are due
+    int timers = 0;                    // made so far
+    bool ends = false;                 // after the last step
+    bool queueRemoved = false;         // which the server sees at the next queue that it looks at
+    // By connection and stream: what is left of the message that was begun last, and the counter of its next packet.
+    std::map<std::pair<uint32_t, uint8_t>, std::pair<unsigned, uint8_t>> messages;
 };
 World g_world;
 Input& g_input = g_world.input;
@@ -133,15 +134,16 @@ void SendAnyNews() {
 
 // How the camera answers from now on.
 void ScriptAnswer() {
-    using Script = void (*)(uint8_t id, int result, const fakes::Bytes& reply);
+    using Reply = const fakes::Bytes&;
+    using Script = void (*)(uint8_t id, int result, Reply reply);
     constexpr Script kScripts[] = {
-        [](uint8_t id, int result, const fakes::Bytes& reply) { fakes::OnCommand(id, result, reply); },
-        [](uint8_t id, int, const fakes::Bytes& reply) { fakes::SetCsi(id, reply); },
-        [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnCsiSet(id, id == CSI_WMS_REQUEST ? -1 : result); },
-        [](uint8_t id, int result, const fakes::Bytes&) { fakes::OnOption(id, result == 0); },
-        [](uint8_t, int result, const fakes::Bytes& reply) { fakes::SetCameraInfo(result, reply); },
-        [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetModelNumber(result, id); },
-        [](uint8_t id, int result, const fakes::Bytes&) { fakes::SetIpcResults(id, result, 0); },
+        [](uint8_t id, int result, Reply reply) { fakes::OnCommand(id, result, reply); },
+        [](uint8_t id, int, Reply reply) { fakes::SetCsi(id, reply); },
+        [](uint8_t id, int result, Reply) { fakes::OnCsiSet(id, id == CSI_WMS_REQUEST ? -1 : result); },
+        [](uint8_t id, int result, Reply) { fakes::OnOption(id, result == 0); },
+        [](uint8_t, int result, Reply reply) { fakes::SetCameraInfo(result, reply); },
+        [](uint8_t id, int result, Reply) { fakes::SetModelNumber(result, id); },
+        [](uint8_t id, int result, Reply) { fakes::SetIpcResults(id, result, 0); },
     };
     const Script script = kScripts[g_input.Byte() % std::size(kScripts)];
     const uint8_t id = g_input.Byte();
@@ -157,8 +159,7 @@ void Tick() {
 
 // A packet of an answer or a push begins a message, or goes on with the one before it on its stream.
 void CheckPacket(const ble_message_t& record) {
-    constexpr uint8_t kStreams[] = {KZ_STR_ID_SETTINGS_RESPONSE, KZ_STR_ID_QUERY_RESPONSE, KZ_STR_ID_SENSOR_RESPONSE};
-    if (std::find(std::begin(kStreams), std::end(kStreams), record.streamId) == std::end(kStreams)) {
+    if (record.streamId == KZ_STR_ID_COMMAND_RESPONSE || record.streamId > KZ_STR_ID_SENSOR_RESPONSE) {
         return;  // the catalogue and firmware images share their streams with answers
     }
     const uint32_t connection = record.connectionId;
@@ -176,9 +177,7 @@ void CheckPacket(const ble_message_t& record) {
     left -= record.dataLength - headerSize;
 }
 
-// The radio reads what was sent. In what it leaves less room than there is, somebody else is faster.
-void ReadRadio() {
-    played::SetDepth(kMqToSkylark, g_input.Byte() % (g_world.radioDepth + 1), g_world.radioDepth);
+void ReadSent() {
     played::Take(kMqKzNet);
     for (const fakes::Bytes& bytes : played::Take(kMqToSkylark)) {
         ble_message_t record;
@@ -189,7 +188,14 @@ void ReadRadio() {
     }
 }
 
+// The radio reads what was sent, and from now on somebody else is faster in filling some of the room.
+void ReadRadio() {
+    ReadSent();
+    played::SetDepth(kMqToSkylark, g_input.Byte() % (g_world.radioDepth + 1), g_world.radioDepth);
+}
+
 void RestartRadio() {
+    ReadSent();
     g_world.radioDepth = 1 + g_input.Byte() % 120;
     played::SetDepth(kMqToSkylark, g_world.radioDepth);
     g_world.records.clear();
@@ -211,8 +217,7 @@ void TakeSteps() {
 // ---------------------------------------------------------------- what the server waits for
 
 void SendRecords() {
-    const size_t count = g_world.together ? g_world.records.size() : 1;
-    for (size_t i = 0; i < count && !g_world.records.empty(); ++i) {
+    for (size_t i = g_world.together ? g_world.records.size() : 1; i > 0 && !g_world.records.empty(); --i) {
         played::Put(kMqToBleSdk, g_world.records.front());
         g_world.records.pop_front();
     }
@@ -239,22 +244,19 @@ void MakeFiles() {
     const std::string root = "/usr/local/zorvik/";
     std::filesystem::create_directories(root + "tftp");
     std::filesystem::create_directories(root + "etc/58");
-    const std::string option = R"({"display_name":"O","id":)";
     std::ofstream catalogue(root + "etc/58/settings.json");
     catalogue << R"({"version":1.25,"modes":[],"settings":[)";
-    for (const auto& [setting, options] : {std::pair{2, 10}, {5, 5}, {30, 40}, {43, 4}, {64, 8}, {91, 1}}) {
-        catalogue << (setting == 2 ? "" : ",") << R"({"display_name":"S","id":)" << setting << R"(,"options":[)"
-                  << option << "60000}";
-        for (int id = 0; id < options; ++id) {
-            catalogue << "," << option << id << "}";
+    for (const int setting : {2, 5, 30, 43, 64, 91}) {
+        catalogue << (setting == 2 ? "" : ",") << R"({"display_name":"S","id":)" << setting << R"(,"options":[)";
+        for (int option = 0; option < 16; ++option) {
+            catalogue << R"({"display_name":"O","id":)" << option << "},";
         }
-        catalogue << "]}";
+        catalogue << R"({"display_name":"O","id":60000}]})";
     }
     catalogue << R"(],
         "status":{"groups":[{"fields":[{"id":8,"name":"a"},{"id":13,"name":"b"},{"id":29,"name":"c"},{"id":97,"name":"d"}]}]},
         "filters":[{"activated_by":[{"status_id":8,"values":[1]}],"blacklist":[{"setting_id":5,"opt_ids":[4]}]},
-                   {"activated_by":[{"setting_id":2,"ids":[9]}],"blacklist":[{"setting_id":30,"opt_ids":[0,1]}]}]})"
-              << std::flush;
+                   {"activated_by":[{"setting_id":2,"ids":[9]}],"blacklist":[{"setting_id":30,"opt_ids":[0,1]}]}]})";
     std::string image(420, '\1');
     const uint32_t header[] = {Utils::crc32(reinterpret_cast<const uint8_t*>(image.data() + 20), 400), 2, 0, 0, 400};
     std::copy_n(reinterpret_cast<const char*>(header), sizeof(header), image.data());
