@@ -13,8 +13,12 @@ constexpr const char* kLogTag = "kzBleServer";
 
 // ---------------------------------------------------------------- lock
 
-void ClientLock::LogFailure(const char* step, int error) {
-    LOG_ERROR("%s failed %d, %s", step, error, strerror(error));
+void ClientLock::LogLockFailure(int error) {
+    LOG_ERROR("LOCK failed %d, %s", error, strerror(error));
+}
+
+void ClientLock::LogUnlockFailure(int error) {
+    LOG_ERROR("UNLOCK failed %d, %s", error, strerror(error));
 }
 
 ClientTable::ClientTable(const Services& services) : m_services(services) {

@@ -23,19 +23,20 @@ class ClientLock {
   public:
     explicit ClientLock(pthread_mutex_t* mutex) : m_mutex(mutex) {
         if (const int error = pthread_mutex_lock(m_mutex); error != 0) {
-            LogFailure("LOCK", error);
+            LogLockFailure(error);
         }
     }
     virtual ~ClientLock() {
         if (const int error = pthread_mutex_unlock(m_mutex); error != 0) {
-            LogFailure("UNLOCK", error);
+            LogUnlockFailure(error);
         }
     }
     ClientLock(const ClientLock&) = delete;
     ClientLock& operator=(const ClientLock&) = delete;
 
   private:
-    static void LogFailure(const char* step, int error);
+    static void LogLockFailure(int error);
+    static void LogUnlockFailure(int error);
 
     pthread_mutex_t* m_mutex;
 };
