@@ -139,7 +139,9 @@ TEST(AccessoryImageTest, TheFirstRegularFileInByteOrderIsTheImage) {
         make((std::string("/tmp/fuse_d/KZ_REMOTE_FW_") + name).c_str());
     }
     EXPECT_EQ(ImagePath(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_a.bin.old");
-    std::filesystem::create_symlink("KZ_REMOTE_FW_c.bin", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
+    std::filesystem::create_directory("/tmp/fuse_d/images");
+    make("/tmp/fuse_d/images/c.bin");
+    std::filesystem::create_symlink("images/c.bin", "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
     EXPECT_EQ(ImagePath(KZ_CALLER_ALDER), "/tmp/fuse_d/KZ_REMOTE_FW_5.bin");
     EXPECT_EQ(ImagePath(KZ_CALLER_MAPLE), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
     EXPECT_EQ(ImagePath(KZ_CALLER_BIRCH), "/tmp/fuse_d/KZ_SHUTTER_REMOTE_FW.bin");
