@@ -22,7 +22,8 @@ namespace handlerFuzz {
 constexpr uint8_t kRefuses = 1;      // the control daemon refuses
 constexpr uint8_t kCsiRefuses = 2;   // the status service refuses
 constexpr uint8_t kLongReplies = 4;  // replies as long as they may be
-constexpr uint8_t kLogs = 0xF0;      // messages are formatted when none of these is set; they would flood the terminal
+constexpr uint8_t kRuns = 8;     // shell commands run if this alone is set, because each is a process and takes long
+constexpr uint8_t kLogs = 0xF0;  // messages are formatted when none of these is set; they would flood the terminal
 
 constexpr uint16_t kCapacity = 8188;
 
@@ -30,6 +31,7 @@ inline void SetCamera(uint8_t mood) {
     fakes::Reset();
     fakes::Record(false);
     g_logLevel = (mood & kLogs) == 0 ? KZ_LOG_INFO : KZ_LOG_OFF;
+    fakes::SetSystemResult(mood == kRuns ? 0 : -1);
     const int code = (mood & kRefuses) != 0 ? mood : 0;
     const fakes::Bytes reply((mood & kLongReplies) != 0 ? 1500 : 4, mood);
     for (uint32_t command = 0; command < KZCONTROL_CMD_LAST; ++command) {
