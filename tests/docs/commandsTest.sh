@@ -10,6 +10,7 @@ project=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 KZ_BUILD=$(realpath -- "$1")
 export KZ_BUILD
 readonly table=$project/tests/docs/commands.table
+cd "$project"
 documents=(README.md docs/*.md packaging/wireshark/README.md)
 
 folder=$(mktemp -d "$KZ_BUILD/documents.XXXXXX")
@@ -79,7 +80,6 @@ treat() {
 }
 
 # The cameras first: the other documents need one.
-cd "$project"
 mapfile -t shown < <(for document in docs/cameras.md "${documents[@]/docs\/protocol.md/}"; do
     [[ -z $document ]] || commands_of "$document"
 done | awk '!seen[$0]++')
