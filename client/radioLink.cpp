@@ -138,6 +138,10 @@ void RadioLink::sendDebug(uint32_t command, uint32_t argument) {
     sendRecord(m_socket, record);
 }
 
+void RadioLink::disconnect() {
+    shutdown(m_socket, SHUT_RDWR);
+}
+
 std::optional<Packet> RadioLink::receive(steady_clock::time_point deadline) {
     kzradio::Record record{};
     while (receiveRecord(m_socket, record, deadline)) {

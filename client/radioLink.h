@@ -1,5 +1,6 @@
 // One Bluetooth connection to the camera, over the simulated radio's local socket: packets of at most 20 bytes on
-// numbered streams, both ways. Closing the link is the disconnection. One thread at a time.
+// numbered streams, both ways. Closing the link is the disconnection. One thread at a time, except that one may send
+// and another one receive, and that any may disconnect.
 #pragma once
 
 #include <array>
@@ -51,6 +52,8 @@ class RadioLink {
     void writeDescriptor(uint8_t descriptorStream, uint8_t value);
     // A record for the daemon's own debugging: log level, status dump, shutdown.
     void sendDebug(uint32_t command, uint32_t argument);
+    // Ends the connection at once, also under a call of another thread, which then throws.
+    void disconnect();
     // The next packet, or nothing when none came until the deadline. Throws Error when the connection is gone.
     std::optional<Packet> receive(std::chrono::steady_clock::time_point deadline);
 
