@@ -35,7 +35,7 @@ int connectTo(const std::string& path) {
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
         const std::string reason = std::strerror(errno);
         close(fd);
-        throw Error("no radio at " + path + ": " + reason + " (is the camera running?)");
+        throw NoRadio("no radio at " + path + ": " + reason + " (is the camera running?)");
     }
     return fd;
 }

@@ -20,6 +20,12 @@ class Error : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Nothing listens where the radio should be.
+class NoRadio : public Error {
+  public:
+    using Error::Error;
+};
+
 using Address = std::array<uint8_t, 6>;
 
 // Twelve hexadecimal digits, colons allowed. Throws Error.
@@ -38,7 +44,7 @@ class RadioLink {
         bool cameraIsCentral = false;  // a sensor: the camera opens all gates itself
     };
 
-    // Connects as `peer`. Throws Error when no radio listens at `socketPath` (empty: the default) or it refuses.
+    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), Error when it refuses.
     RadioLink(const std::string& socketPath, const Peer& peer);
     ~RadioLink();
     RadioLink(const RadioLink&) = delete;
