@@ -50,6 +50,12 @@ constexpr Meaning kMeanings[] = {
     {414, "too-long", "the address is too long"},
 };
 
+// A port that a desk or another program has is not shared with it, which the library would do.
+void setSocketOptions(socket_t socket) {
+    const int yes = 1;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+}
+
 void explain(const httplib::Request& /*request*/, httplib::Response& response) {
     if (!response.body.empty() || response.status < 400) {
         return;
@@ -67,6 +73,7 @@ HttpServer::HttpServer(Api& api, const std::string& webPath) : m_api(api) {
     m_server.new_task_queue = [] { return new ConnectionThreads(kMostThreads); };
     m_server.set_keep_alive_max_count(1);
     m_server.set_tcp_nodelay(true);  // an event must not wait for the acknowledgement of the one before
+    m_server.set_socket_options(setSocketOptions);
     m_server.set_payload_max_length(Api::kLongestBody);
     m_server.set_default_headers({{"x-content-type-options", "nosniff"}});
     m_server.set_mount_point("/", webPath, kPageHeaders);
