@@ -107,7 +107,7 @@ std::optional<ListenAddress> HttpServer::bind(const ListenAddress& address) {
     } else if (!m_server.bind_to_port(address.host, address.port)) {
         return std::nullopt;
     }
-    if (bound.port <= 0) {
+    if (bound.port <= 0 || !m_server.letManyWait()) {
         return std::nullopt;
     }
     m_hosts.emplace(bound);

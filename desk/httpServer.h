@@ -28,13 +28,20 @@ class HttpServer {
     void stop() { m_server.stop(); }
 
   private:
+    // A hundred programs may connect in the same moment. The library lets five wait, and the system answers the others
+    // a second later or not at all.
+    class Server : public httplib::Server {
+      public:
+        bool letManyWait() { return ::listen(svr_sock_, 512) == 0; }
+    };
+
     bool isAllowed(const httplib::Request& request) const;
     std::string readBody(const httplib::Request& request, const httplib::ContentReader& reader) const;
     void answer(const httplib::Request& request, httplib::Response& response, const httplib::ContentReader* reader);
 
     Api& m_api;
     std::optional<HostCheck> m_hosts;
-    httplib::Server m_server;
+    Server m_server;
 };
 
 }  // namespace kzdesk
