@@ -46,12 +46,20 @@ void Device::disconnect(const char* reason) {
 
 // The radio stops reading a device whose packets the daemon does not take. Then one writer waits for it, and the others
 // must not all wait behind that one.
-std::unique_lock<std::timed_mutex> Device::turnToWrite() {
-    std::unique_lock turn(m_writing, kTurnPatience);
-    if (!turn) {
+Device::Turn::Turn(Device& device) : m_device(device) {
+    std::unique_lock lock(device.m_turnMutex);
+    if (!device.m_turnEnded.wait_for(lock, kTurnPatience, [&] { return !device.m_writing; })) {
         throw ApiError(503, "busy", "the camera does not take what was written before");
     }
-    return turn;
+    device.m_writing = true;
+}
+
+Device::Turn::~Turn() {
+    {
+        const std::lock_guard lock(m_device.m_turnMutex);
+        m_device.m_writing = false;
+    }
+    m_device.m_turnEnded.notify_one();
 }
 
 // The log comes first: an answer must not stand before its request.
@@ -69,12 +77,12 @@ void Device::send(uint8_t stream, std::span<const uint8_t> packet) {
 }
 
 void Device::writePacket(uint8_t stream, std::span<const uint8_t> packet) {
-    const auto turn = turnToWrite();
+    const Turn turn(*this);
     send(stream, packet);
 }
 
 unsigned Device::writeMessage(uint8_t stream, std::span<const uint8_t> message) {
-    const auto turn = turnToWrite();
+    const Turn turn(*this);
     unsigned packets = 0;
     for (MessageCutter cutter(static_cast<unsigned>(message.size())); cutter.HasNext(); ++packets) {
         std::array<uint8_t, kBlePacketSize> packet{};
@@ -85,7 +93,7 @@ unsigned Device::writeMessage(uint8_t stream, std::span<const uint8_t> message) 
 }
 
 void Device::writeGate(uint8_t descriptor, uint8_t value) {
-    const auto turn = turnToWrite();
+    const Turn turn(*this);
     {
         const std::lock_guard lock(m_gatesMutex);
         m_gates[descriptor] = value;

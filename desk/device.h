@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -57,7 +58,18 @@ class Device {
   private:
     enum class Direction { kWrite, kNotify };
 
-    std::unique_lock<std::timed_mutex> turnToWrite();
+    // Holds the writing side of the connection.
+    class Turn {
+      public:
+        explicit Turn(Device& device);
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+      private:
+        Device& m_device;
+    };
+
     void send(uint8_t stream, std::span<const uint8_t> packet);
     void read();
     void notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet);
@@ -73,10 +85,12 @@ class Device {
     std::atomic<uint64_t> m_packetsIn = 0;   // notified by the camera
     std::atomic<uint64_t> m_packetsOut = 0;  // written to it
 
-    std::timed_mutex m_writing;  // one message at a time
+    std::mutex m_turnMutex;
+    std::condition_variable m_turnEnded;
+    bool m_writing = false;  // somebody has his turn: one message at a time
     mutable std::mutex m_gatesMutex;
     std::map<uint8_t, uint8_t> m_gates;  // last value by descriptor
-    // By direction: the writing side's belong to who holds m_writing, the other ones to the reading thread.
+    // By direction: the writing side's belong to who has his turn, the other ones to the reading thread.
     std::array<std::map<uint8_t, kzclient::PacketAssembler>, 2> m_assemblers;
 
     kzclient::RadioLink m_link;

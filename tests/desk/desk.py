@@ -74,6 +74,7 @@ class Desk:
                 program.terminate()
             program.wait(PATIENCE)
         self.desk.stdout.close()
+        assert self.desk.returncode == 0, "the desk ended with an error"
 
 
 class Events:
