@@ -13,6 +13,9 @@ namespace {
 constexpr size_t kMostThreads =
     DeviceTable::kMostDevices * Device::kMostStreams + EventStreams::kMostOfState + 32;  // streams, and short requests
 
+// A body that is too long is read on for a while: who still sends it would miss the answer.
+constexpr size_t kMostRead = 1024 * 1024;  // bytes
+
 // The page runs nothing but its own files, and is shown in no other page's frame.
 const httplib::Headers kPageHeaders = {
     {"content-security-policy", "default-src 'self'; frame-ancestors 'none'"},
@@ -124,17 +127,17 @@ std::string HttpServer::readBody(const httplib::Request& request, const httplib:
         throw ApiError(415, "no-json", "the body has to be JSON, with content-type: application/json");
     }
     std::string body;
-    bool isTooLong = false;
-    const bool isRead = reader([&](const char* data, size_t size) {
-        isTooLong = body.size() + size > Api::kLongestBody;
-        if (!isTooLong) {
-            body.append(data, size);
+    size_t size = 0;
+    const bool isRead = reader([&](const char* data, size_t length) {
+        size += length;
+        if (size <= Api::kLongestBody) {
+            body.append(data, length);
         }
-        return !isTooLong;
+        return size <= kMostRead;
     });
     // Of a body that announces its length the library has found it out already, and says so as a failure to read.
-    if (isTooLong || (!isRead && request.has_header("Content-Length") &&
-                      request.get_header_value<uint64_t>("Content-Length") > Api::kLongestBody)) {
+    if (size > Api::kLongestBody || (!isRead && request.has_header("Content-Length") &&
+                                     request.get_header_value<uint64_t>("Content-Length") > Api::kLongestBody)) {
         throw ApiError(413, "too-large", "a body holds at most 64 KiB");
     }
     if (!isRead) {
