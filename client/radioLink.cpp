@@ -35,7 +35,7 @@ int connectTo(const std::string& path) {
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
         const std::string reason = std::strerror(errno);
         close(fd);
-        throw Error("no radio at " + path + ": " + reason + " (is the camera running?)");
+        throw NoRadio("no radio at " + path + ": " + reason + " (is the camera running?)");
     }
     return fd;
 }
@@ -136,6 +136,10 @@ void RadioLink::sendDebug(uint32_t command, uint32_t argument) {
     record.argument0 = command;
     record.argument1 = argument;
     sendRecord(m_socket, record);
+}
+
+void RadioLink::disconnect() {
+    shutdown(m_socket, SHUT_RDWR);
 }
 
 std::optional<Packet> RadioLink::receive(steady_clock::time_point deadline) {

@@ -1,5 +1,6 @@
 // One Bluetooth connection to the camera, over the simulated radio's local socket: packets of at most 20 bytes on
-// numbered streams, both ways. Closing the link is the disconnection. One thread at a time.
+// numbered streams, both ways. Closing the link is the disconnection. One thread at a time, except that one may send
+// and another one receive, and that any may disconnect.
 #pragma once
 
 #include <array>
@@ -17,6 +18,12 @@ namespace kzclient {
 class Error : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
+};
+
+// Nothing listens where the radio should be.
+class NoRadio : public Error {
+  public:
+    using Error::Error;
 };
 
 using Address = std::array<uint8_t, 6>;
@@ -37,7 +44,7 @@ class RadioLink {
         bool cameraIsCentral = false;  // a sensor: the camera opens all gates itself
     };
 
-    // Connects as `peer`. Throws Error when no radio listens at `socketPath` (empty: the default) or it refuses.
+    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), Error when it refuses.
     RadioLink(const std::string& socketPath, const Peer& peer);
     ~RadioLink();
     RadioLink(const RadioLink&) = delete;
@@ -51,6 +58,8 @@ class RadioLink {
     void writeDescriptor(uint8_t descriptorStream, uint8_t value);
     // A record for the daemon's own debugging: log level, status dump, shutdown.
     void sendDebug(uint32_t command, uint32_t argument);
+    // Ends the connection at once, also under a call of another thread, which then throws.
+    void disconnect();
     // The next packet, or nothing when none came until the deadline. Throws Error when the connection is gone.
     std::optional<Packet> receive(std::chrono::steady_clock::time_point deadline);
 
