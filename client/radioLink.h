@@ -6,29 +6,26 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "daemonLook.h"
+#include "errors.h"
+
 namespace kzclient {
 
-// What went wrong in talking to the camera, in words for the user.
-class Error : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
 // Nothing listens where the radio should be.
-class NoRadio : public Error {
+class NoRadio : public NoCamera {
   public:
-    using Error::Error;
+    using NoCamera::NoCamera;
 };
 
 using Address = std::array<uint8_t, 6>;
 
-// Twelve hexadecimal digits, colons allowed. Throws Error.
+// Twelve hexadecimal digits, colons allowed. Throws WrongUse.
 Address parseAddress(const std::string& text);
 
 struct Packet {
@@ -36,23 +33,38 @@ struct Packet {
     std::vector<uint8_t> bytes;
 };
 
+// What passes over the connection, for whoever traces it.
+struct LinkEvent {
+    enum class Kind { Packet, Gate };  // a gate is a notification-enable descriptor; its byte is the value written
+    Kind kind;
+    bool outgoing;  // towards the camera
+    uint8_t streamId;
+    std::span<const uint8_t> bytes;
+};
+
 class RadioLink {
   public:
+    using Trace = std::function<void(const LinkEvent&)>;
+
     struct Peer {
         Address address{};
         uint8_t deviceType = 0;        // KZ_CALLER_*
         bool cameraIsCentral = false;  // a sensor: the camera opens all gates itself
     };
 
-    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), Error when it refuses.
+    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), NoCamera when it refuses or no
+    // daemon is behind it.
     RadioLink(const std::string& socketPath, const Peer& peer);
     ~RadioLink();
     RadioLink(const RadioLink&) = delete;
     RadioLink& operator=(const RadioLink&) = delete;
 
     uint32_t connectionId() const { return m_connectionId; }
+    const DaemonLook& daemon() const { return *m_daemon; }
+    // Called for all that passes from now on.
+    void setTrace(Trace trace) { m_trace = std::move(trace); }
 
-    // At most 20 bytes. Throws Error when the connection is gone.
+    // At most 20 bytes. Throws NoCamera when the connection is gone.
     void send(uint8_t streamId, std::span<const uint8_t> packet);
     // Writes a notification-enable descriptor.
     void writeDescriptor(uint8_t descriptorStream, uint8_t value);
@@ -60,12 +72,15 @@ class RadioLink {
     void sendDebug(uint32_t command, uint32_t argument);
     // Ends the connection at once, also under a call of another thread, which then throws.
     void disconnect();
-    // The next packet, or nothing when none came until the deadline. Throws Error when the connection is gone.
+    // The next packet, or nothing when none came until the deadline. Throws NoCamera when the connection is gone, and
+    // Interrupted.
     std::optional<Packet> receive(std::chrono::steady_clock::time_point deadline);
 
   private:
     int m_socket = -1;
     uint32_t m_connectionId = 0;
+    std::optional<DaemonLook> m_daemon;
+    Trace m_trace;
 };
 
 }  // namespace kzclient
