@@ -6,6 +6,7 @@
 #include <ctime>
 #include <filesystem>
 #include <iostream>
+#include <utility>
 
 #include "trace.h"
 
@@ -22,9 +23,12 @@ kzclient::BleClient& Session::client() {
     if (!m_client) {
         m_client = connectAs(static_cast<uint8_t>(options.deviceType), false);
         m_client->enableNotifications();
+        m_traced = options.trace;
     }
     m_client->setTimeout(std::chrono::milliseconds(options.timeoutMs.value_or(kDefaultTimeoutMs)));
-    m_client->link().setTrace(tracer());
+    if (std::exchange(m_traced, options.trace) != options.trace) {  // a trace goes on: it knows which requests are open
+        m_client->link().setTrace(tracer());
+    }
     return *m_client;
 }
 
@@ -40,7 +44,7 @@ kzclient::RadioLink::Trace Session::tracer() {
     if (!options.trace) {
         return {};
     }
-    return Trace(options.address, [this](uint8_t id) { return catalogue().settingName(id); });
+    return Trace(options.address, [this]() -> const kzclient::Catalogue& { return catalogue(); });
 }
 
 const kzclient::Catalogue& Session::catalogue() {

@@ -51,6 +51,7 @@ class Session {
     kzclient::RadioLink::Trace tracer();
 
     std::unique_ptr<kzclient::BleClient> m_client;
+    bool m_traced = false;  // m_client is
     std::optional<kzclient::Catalogue> m_catalogue;
     std::string m_catalogueName;
 };
