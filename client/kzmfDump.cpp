@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -178,7 +179,8 @@ struct StreamRecord {
 
     // Seconds since the stream's first payload: one payload is handed over a second, with the samples of that second.
     double TimeOf(size_t sample) const {
-        return static_cast<double>(payload) + static_cast<double>(sample) / static_cast<double>(samples.size());
+        const double place = static_cast<double>(sample) / static_cast<double>(samples.size());
+        return static_cast<double>(payload) + std::round(place * 1000) / 1000;
     }
 };
 

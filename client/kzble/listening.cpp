@@ -9,7 +9,7 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kLookInterval{500};  // how often the daemon is looked for
-constexpr int kLooksPerQuestion = 10;  // and how often it is seen to read: a daemon that hangs keeps its queue
+constexpr int kLooksPerQuestion = 4;  // and how often it is seen to read: a daemon that hangs keeps its queue
 
 void expectCount(const Limits& limits, uint32_t counted) {
     const uint32_t wanted = std::max(limits.count, 1U);

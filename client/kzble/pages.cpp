@@ -67,6 +67,7 @@ the catalogue that gives names
 .I ~/.kzble_history
 the lines of earlier shells
 .SH SEE ALSO
+.BR kzcamctl (1),
 .BR kzBleSdkD (8)
 )";
 
