@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "commands.h"
+#include "queueMemory.h"
 
 namespace kzble {
 
@@ -51,10 +52,12 @@ Outcome run(Session& session, const Work& work, const LinePlace& place) {
     } catch (const Refused& refused) {
         return report(session, place, {refused.outcome(), work.command, refused.what(), refused.result});
     } catch (const Error& error) {
+        std::string message = error.what();
         if (error.outcome() == Outcome::NoCamera) {
             session.disconnect();
+            message += kzsim::roomForCamera() ? "" : "; " + kzsim::queueMemoryIsUsedUp();
         }
-        return report(session, place, {error.outcome(), work.command, error.what(), nullptr});
+        return report(session, place, {error.outcome(), work.command, message, nullptr});
     } catch (const std::exception& error) {
         return report(session, place, {Outcome::Failed, work.command, error.what(), nullptr});
     }

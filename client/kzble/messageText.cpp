@@ -97,6 +97,9 @@ std::string answerDetails(const kzprotocol::Row& row, MessageBytes message, cons
     text += message.size() > 1 ? resultText(row.answerStream, message[1]) : "no result";
     if (is(row, "query")) {
         const std::string entries = entriesText(message, names);
+        constexpr uint8_t kEntriesLeftOut = 1;
+        const bool partial = !entries.empty() && message[1] == kEntriesLeftOut;
+        text = partial ? "partial" : text;
         text += entries.empty() ? "" : ", " + entries;
     }
     return afterColon(text);

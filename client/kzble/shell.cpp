@@ -75,7 +75,8 @@ char** completeWord(const char* text, int start, int) {
     } catch (const std::exception&) {
         return nullptr;  // an open quotation, or no catalogue: nothing to offer
     }
-    std::erase_if(words, [&](const std::string& word) { return !word.starts_with(text); });
+    const std::string begun = plainForm(text);
+    std::erase_if(words, [&](const std::string& word) { return !word.starts_with(begun); });
     std::sort(words.begin(), words.end());
     words.erase(std::unique(words.begin(), words.end()), words.end());
     if (words.empty()) {
