@@ -130,7 +130,7 @@ void addDescribeCommands(const Place& place) {
 
     const auto name = std::make_shared<std::string>();
     CLI::App* description = addCommand(
-        place, {"describe", "Print what a request or push of the protocol is, with its bytes", "set-shutter"},
+        place, {"describe", "Print what a request or push of the protocol is, with its bytes", "shutter"},
         [&session, name] { describe(session, *name); });
     description->add_option("name", *name, "As `kzble list` prints it")->required();
 }

@@ -19,7 +19,6 @@ until_true() {
     return 1
 }
 start_camera() {
-    "$project/scripts/camera-files"
     kzCameraSim --metadata-file /tmp/metadata >/tmp/camera.log 2>&1 </dev/null &
     until_true test -S /tmp/kzcamera/radio
 }
@@ -28,6 +27,15 @@ start_daemon() {
     kzBleSdkD 2>>/tmp/daemon.log </dev/null &
     daemon=$!
     until_true kzble info
+}
+# Each command's example is at least understood. There is no camera yet, so that it does nothing.
+examples_are_right() {
+    local example wrong=0
+    while IFS= read -r example; do
+        eval "$example" </dev/null 2>&1
+        (($? != 64)) || { echo "wrong: $example" && wrong=1; }
+    done < <(kzble generate examples)
+    return "$wrong"
 }
 use_large_catalogue() {
     "$project/scripts/make-large-catalogue" /usr/local/zorvik/etc/58/settings.json
@@ -47,6 +55,7 @@ completed() {
     printf '%s\n' "${COMPREPLY[@]}"
 }
 
+"$project/scripts/camera-files"
 failures=0
 count=0
 while IFS= read -r row; do
