@@ -129,9 +129,9 @@ void addDescribeCommands(const Place& place) {
     listing->add_option("kind", *kind, "Only these, for example command, query, push or setting-id");
 
     const auto name = std::make_shared<std::string>();
-    CLI::App* description = addCommand(
-        place, {"describe", "Print what a request or push of the protocol is, with its bytes", "shutter"},
-        [&session, name] { describe(session, *name); });
+    CLI::App* description =
+        addCommand(place, {"describe", "Print what a request or push of the protocol is, with its bytes", "shutter"},
+                   [&session, name] { describe(session, *name); });
     description->add_option("name", *name, "As `kzble list` prints it")->required();
 }
 
