@@ -67,8 +67,9 @@ export class Desk extends EventTarget {
         }
     }
 
-    on(kind, listener) {
-        this.addEventListener(kind, (event) => listener(event.detail));
+    // `signal` ends it.
+    on(kind, listener, signal) {
+        this.addEventListener(kind, (event) => listener(event.detail), {signal});
     }
 
     // Of a status field by its id; undefined when the camera has none.
