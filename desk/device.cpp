@@ -161,6 +161,7 @@ Json Device::state() const {
             {"address", addressText(address())},
             {"type", type()},
             {"typeName", m_protocol.deviceTypeName(type())},
+            {"central", m_peer.cameraIsCentral},
             {"gates", gates},
             {"interests", m_interests.state()},
             {"packetsIn", m_packetsIn.load()},

@@ -19,7 +19,7 @@ class Browser:
         self.home = tempfile.TemporaryDirectory(prefix="kzpage")
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
                                        text=True, env={**os.environ, "HOME": self.home.name})
-        line = next(line for line in self.driver.stdout if "on port " in line)
+        line = next(line for line in self.driver.stdout if "successfully on port" in line)
         self.port = int(line.rsplit("on port ", 1)[1].strip(" .\n"))
         # Root has no sandbox, and a world has little shared memory and no graphics.
         arguments = ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", *options,

@@ -12,7 +12,7 @@ function button(text, action, className = '') {
 
 // One of several, of which the camera says which one holds.
 function choice(legend, options, choose) {
-    const name = legend.toLowerCase().replaceAll(' ', '-');
+    const name = `choice-${legend.toLowerCase().split(/\W/)[0]}`;
     const inputs = options.map(([value]) => h('input', {type: 'radio', name, value, onchange: tried(() => choose(value))}));
     const element = h('fieldset', {class: 'choice'}, h('legend', {}, legend),
         h('div', {}, options.map(([, text], index) => h('label', {}, inputs[index], h('span', {}, text)))));
@@ -64,6 +64,16 @@ function buffersForm() {
     ];
 }
 
+// Presets have numbers; docs/protocol.md says how a phone lists them.
+function presetForm(desk, phone) {
+    const number = h('input', {type: 'text', name: 'preset', inputmode: 'numeric', autocomplete: 'off', value: '0'});
+    const load = tried((event) => {
+        event.preventDefault();
+        return phone.ask((camera) => camera.command('load-preset', {preset: Number(number.value)}));
+    });
+    return h('form', {class: 'inline', onsubmit: load}, labelled('Preset', number), h('button', {type: 'submit'}, 'Load'));
+}
+
 // A status field that is given a value, by its name.
 function statusForm(desk) {
     const fields = h('select', {name: 'status-field'});
@@ -91,7 +101,7 @@ export function showControls(desk, section, phone) {
     const mode = choice('Mode', modes.map((text, index) => [index, text]), (value) => phone.ask((camera) => (
         camera.command('mode', {mode: value}))));
     const card = choice('SD card', cards.map((text) => [text, text]), (value) => act('sd', value));
-    const radio = choice('Radio', [[0, 'full speed'], [50, '50 packets/s'], [5, '5 packets/s'], ['stop', 'stopped']],
+    const radio = choice('Radio, packets a second', [[0, 'any'], [100, '100'], [20, '20'], ['stop', 'stopped']],
         (value) => (value === 'stop' ? act('radio', 'stop') : act('radio', 'go').then(() => act('radio', 'slow', value))));
     const level = h('output', {});
     const battery = h('input', {type: 'range', min: 0, max: 100, name: 'battery',
@@ -103,7 +113,7 @@ export function showControls(desk, section, phone) {
         h('div', {class: 'row'}, labelled('Battery', h('span', {class: 'slider'}, battery, level), 'grow'),
             h('label', {class: 'switch'}, power, h('span', {}, 'External power'))),
         card.element, radio.element,
-        h('details', {}, h('summary', {}, 'Buffers, status fields, any command'), buffersForm(), statusForm(desk), commandLine()));
+        h('details', {}, h('summary', {}, 'Buffers, presets, status fields, any command'), buffersForm(), presetForm(desk, phone), statusForm(desk), commandLine()));
 
     desk.on('state', ({camera}) => {
         for (const control of section.querySelectorAll('button, input, select')) {

@@ -3,19 +3,25 @@ import {hexOf, printable} from './names.js';
 
 const kShortItems = 3;
 
+function bytesText(bytes) {
+    const text = printable(bytes);
+    return bytes.length > 0 && !text.includes('·') ? `"${text}"` : hexOf(bytes);
+}
+
 function valueText(value) {
     if (value instanceof Uint8Array || Array.isArray(value)) {
         const bytes = [...value];
-        return bytes.every((byte) => Number.isInteger(byte)) ? `${hexOf(bytes)} (${printable(bytes)})` : JSON.stringify(value);
+        return bytes.every((byte) => Number.isInteger(byte)) ? bytesText(bytes) : JSON.stringify(value);
     }
     return typeof value === 'object' && value !== null ? JSON.stringify(value, (_, one) => (typeof one === 'bigint' ? String(one) : one)) :
         String(value ?? '–');
 }
 
 // Each as a short text.
+// The values of a setting's request are its id and option, which `settings` has with their names.
 function items({values, settings, statuses, capabilities, ids, fields}) {
     return [
-        ...Object.entries(values ?? {}).map(([name, value]) => `${name} ${valueText(value)}`),
+        ...Object.entries(settings ? {} : values ?? {}).map(([name, value]) => `${name} ${valueText(value)}`),
         ...(settings ?? []).map(({name, value, option}) => (value === undefined ? name : `${name} ${option ?? valueText(value)}`)),
         ...(statuses ?? []).map(({name, value}) => `${name} ${valueText(value)}`),
         ...(capabilities ?? []).map(({name, options}) => `${name}: ${options.map((one) => one.name ?? one.id).join(', ')}`),

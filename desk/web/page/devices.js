@@ -21,6 +21,11 @@ function interestsTitle({interests}, {camera}) {
         .filter(Boolean).join('\n');
 }
 
+// To a sensor the camera connects, and opens the gates itself.
+function isOpen({gates, central}, gate) {
+    return (gates[gate] ?? (central ? 1 : 0)) === 1;
+}
+
 function connectForm(protocol) {
     const type = h('select', {name: 'type'}, protocol.deviceTypes.map(({id, name}) => (
         h('option', {value: id, selected: name === 'phone'}, name))));
@@ -48,8 +53,8 @@ export function showDevices(desk, section, phone, protocol, log) {
         return protocol.interfaces.map(({name, gate}) => h('button', {type: 'button', class: 'gate', 'data-gate': gate,
             'aria-pressed': false, title: `${name} gate: its notifications`,
             onclick: tried(() => {
-                const {device, gates} = ofDesk(connection);
-                return ask('POST', `devices/${device}/ccc`, {descriptor: gate, value: gates[gate] === 1 ? 0 : 1});
+                const device = ofDesk(connection);
+                return ask('POST', `devices/${device.device}/ccc`, {descriptor: gate, value: isOpen(device, gate) ? 0 : 1});
             })}, name));
     }
 
@@ -61,8 +66,8 @@ export function showDevices(desk, section, phone, protocol, log) {
         });
         return h('li', {}, h('div', {class: 'row'}, h('strong', {class: 'who'}), h('span', {class: 'mark'}),
             h('span', {class: 'counts'})),
-        h('div', {class: 'gates', role: 'group', 'aria-label': 'Gates'}, gateButtons(connection)), h('p', {class: 'interests note'}),
-        h('div', {class: 'row'}, h('button', {type: 'button', class: 'quiet', 'data-does': 'traffic',
+        h('div', {class: 'gates', role: 'group', 'aria-label': 'Gates'}, gateButtons(connection)),
+        h('div', {class: 'row'}, h('p', {class: 'interests note'}), h('button', {type: 'button', class: 'quiet', 'data-does': 'traffic',
             onclick: () => log.showDevice(ofDesk(connection).device)}, 'Traffic'),
         h('button', {type: 'button', class: 'quiet', onclick: disconnect}, 'Disconnect')));
     }
@@ -78,7 +83,7 @@ export function showDevices(desk, section, phone, protocol, log) {
         part('.gates').hidden = !device;
         part('[data-does=traffic]').hidden = !device;
         for (const button of device ? item.querySelectorAll('.gate') : []) {
-            setAttribute(button, 'aria-pressed', device.gates[button.dataset.gate] === 1);
+            setAttribute(button, 'aria-pressed', isOpen(device, button.dataset.gate));
         }
         setText(part('.interests'), device ? interestsText(device, {display: 'the display', led: 'the LEDs'}) :
             'Its gates and interests are known to the camera alone.');

@@ -43,10 +43,10 @@ const kWarnings = [
 
 const kFacts = [
     ['Network', (desk) => desk.status(status.joinedNetwork) || desk.status(status.ownNetwork)],
-    ['Phones', (desk) => desk.status(status.clients)],
+    ['Clients', (desk) => desk.status(status.clients)],
     ['Preset', (desk) => desk.status(status.preset)],
-    ['Media', (desk) => `${desk.status(status.videos)} videos, ${desk.status(status.photos)} photos`],
     ['Moments', (desk) => desk.status(status.momentsTagged)],
+    ['Media', (desk) => `${desk.status(status.videos)} videos, ${desk.status(status.photos)} photos`],
 ];
 
 export function showFace(desk, section) {

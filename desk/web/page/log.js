@@ -6,6 +6,12 @@ import {chosen, choose} from './place.js';
 const kShown = 250;
 const kTurn = 120;  // ms between two drawings
 
+// Each has to be found, or, with '-' in front, not to be found. Bytes with blanks between them are one word.
+function wordsOf(text) {
+    const joined = text.trim().toLowerCase().replace(/\b([0-9a-f]{2}) (?=[0-9a-f]{2}\b)/g, '$1');
+    return joined.split(/\s+/).filter(Boolean);
+}
+
 function row(entry) {
     const isOpen = {now: false};
     const detail = h('pre', {class: 'detail', hidden: true});
@@ -25,7 +31,7 @@ function row(entry) {
 }
 
 export function showLog(desk, section, traffic) {
-    const search = h('input', {type: 'search', name: 'filter', placeholder: 'Name, value or bytes', value: chosen('filter')});
+    const search = h('input', {type: 'search', name: 'filter', placeholder: 'Name, value or bytes; -sample leaves out', value: chosen('filter')});
     const device = h('select', {name: 'device'}, h('option', {value: ''}, 'all devices'));
     const kinds = h('select', {name: 'show'}, [['', 'messages'], ['packets', 'packets'], ['both', 'both']].map(([value, text]) => (
         h('option', {value, selected: chosen('show') === value}, text))));
@@ -39,11 +45,13 @@ export function showLog(desk, section, traffic) {
     let isPaused = false;
     let isDue = false;
 
+    let words = [];
+
     function fits(entry) {
         const kind = kinds.value;
         const isWanted = kind === 'both' || (kind === 'packets' ? entry.event !== 'message' : entry.event !== 'packet');
         return isWanted && (device.value === '' || String(entry.device) === device.value) &&
-            entry.searched.includes(search.value.trim().toLowerCase());
+            words.every((word) => (word.length > 1 && word[0] === '-' ? !entry.searched.includes(word.slice(1)) : entry.searched.includes(word)));
     }
 
     function draw() {
@@ -51,6 +59,7 @@ export function showLog(desk, section, traffic) {
         if (isPaused) {
             return;
         }
+        words = wordsOf(search.value);
         const shown = traffic.last(kShown, fits);
         const byKey = new Map(shown.map((entry) => [entry.key, entry]));
         const followsEnd = list.scrollHeight - list.scrollTop - list.clientHeight < 40;

@@ -86,7 +86,7 @@ export function showPlot(desk, section, samples, testSensor) {
     const play = h('button', {type: 'button', onclick: tried(() => (testSensor.isRunning ? testSensor.stop() : testSensor.start()))});
     section.append(h('div', {class: 'row'}, picked, play), canvas, numbers, note);
 
-    // The one that the page's address names, or the first.
+    // The one that the page's address names, or the one that has a sample last.
     function showChoice() {
         const keys = [...samples.keys].map(([key, {sensor, name}]) => [key, `${sensor}: ${name}`]);
         const signature = JSON.stringify(keys);
@@ -94,7 +94,9 @@ export function showPlot(desk, section, samples, testSensor) {
             pick.dataset.keys = signature;
             pick.replaceChildren(...keys.map(([value, text]) => h('option', {value}, text)));
             const wanted = chosen('sensor');
-            pick.value = samples.keys.has(wanted) ? wanted : keys[0]?.[0] ?? '';
+            const timeOf = ([key]) => samples.keys.get(key).samples.at(-1).time;
+            const latest = keys.reduce((best, key) => (!best || timeOf(key) > timeOf(best) ? key : best), null);
+            pick.value = samples.keys.has(wanted) ? wanted : latest?.[0] ?? '';
         }
         picked.hidden = keys.length === 0;
     }

@@ -49,7 +49,7 @@ export class Traffic {
         const row = {...entry, key: `${entry.device}:${entry.event}:${entry.id}`, ...this.#words(entry)};
         row.searched = [row.event, row.title, row.text, row.interface, row.bytes, row.bytes?.replaceAll(' ', '')]
             .filter(Boolean).join('\n').toLowerCase();
-        this.#isSorted &&= entry.isLive;
+        this.#isSorted &&= entry.time >= (this.entries.at(-1)?.time ?? '');
         this.entries.push(row);
         if (this.entries.length > 2 * kKept) {
             this.entries.splice(0, this.entries.length - kKept);
