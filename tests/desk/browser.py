@@ -9,7 +9,7 @@ import tempfile
 from desk import PATIENCE, wait_until
 
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"  # the name of an element's id in the protocol
-ENTER, TAB, ARROW_DOWN = "\ue007", "\ue004", "\ue015"
+ENTER, TAB = "\ue007", "\ue004"
 
 
 class Browser:

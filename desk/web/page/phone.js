@@ -51,6 +51,7 @@ class PageTransport extends Emitter {
 
     async open() {
         const known = this.desk.state.devices.find((one) => one.address === this.address);
+        this.#isSeen = known !== undefined;
         this.device = (known ?? await ask('POST', 'devices', {address: this.address, type: 'phone', gates: true})).device;
         this.desk.on('entry', (entry) => this.#take(entry), this.#over.signal);
         this.desk.on('state', ({devices}) => {
@@ -100,7 +101,7 @@ export class Phone extends Emitter {
     camera = null;
     device = null;
     #isTrying = false;
-    #lastTry = 0;
+    #isWaiting = false;
 
     constructor(desk, protocol, catalogue) {
         super();
@@ -108,11 +109,7 @@ export class Phone extends Emitter {
         this.protocol = protocol;
         this.catalogue = catalogue;
         this.tab = takeTab();
-        desk.on('state', (state) => {
-            if (state.camera && !this.camera && !this.#isTrying && Date.now() - this.#lastTry > kRetryDelay) {
-                this.#connect();
-            }
-        });
+        desk.on('state', () => this.#connectIfNeeded());
     }
 
     // Runs `work` with the connected Camera; the page says when there is none.
@@ -123,9 +120,23 @@ export class Phone extends Emitter {
         return work(this.camera);
     }
 
+    #connectIfNeeded() {
+        if (this.desk.state?.camera && this.desk.isLinked && !this.camera && !this.#isTrying && !this.#isWaiting) {
+            this.#connect();
+        }
+    }
+
+    // By then the state does not show a device any more that has just ended.
+    #tryLater() {
+        this.#isWaiting = true;
+        setTimeout(() => {
+            this.#isWaiting = false;
+            this.#connectIfNeeded();
+        }, kRetryDelay);
+    }
+
     async #connect() {
         this.#isTrying = true;
-        this.#lastTry = Date.now();
         try {
             const tab = (await this.tab).toString(16).padStart(2, '0');
             const transport = new PageTransport(this.desk, `02:00:70:${browserBytes()}:${tab}`);
@@ -135,6 +146,7 @@ export class Phone extends Emitter {
             this.device = transport.device;
             this.emit('connect', {camera, device: transport.device});
         } catch (error) {
+            this.#tryLater();
             this.emit('failed', error);
         }
         this.#isTrying = false;
@@ -143,6 +155,7 @@ export class Phone extends Emitter {
     #gone() {
         this.camera = null;
         this.device = null;
+        this.#tryLater();
         this.emit('end', {});
     }
 }
