@@ -97,8 +97,11 @@ export class Camera extends Emitter {
         }
         const id = this.#names.idOf('settings', setting);
         const value = optionBytes(this.protocol, id, this.#names.optionId(id, option));
-        const request = {...this.protocol.requestOf('settings', Uint8Array.of(id)), name: `set ${this.#names.nameOf('settings', id)}`};
-        await this.#request(request, joined([[id, value.length], value]));
+        const request = this.protocol.requestOf('settings', Uint8Array.of(id));
+        if (!request) {
+            throw new CameraError('invalid', `${id} is no setting`);
+        }
+        await this.#request({...request, name: `set ${this.#names.nameOf('settings', id)}`}, joined([[id, value.length], value]));
     }
 
     // Calls back with the values of settings and status fields as they are now, and again whenever one changes. What to
@@ -116,11 +119,11 @@ export class Camera extends Emitter {
             await stop().catch(() => {});  // the first error says more
             throw error;
         }
-        return async () => {
+        return () => stop().catch((error) => {
             if (!this.link.ended) {
-                await stop();
+                throw error;
             }
-        };
+        });
     }
 
     // Pairs of a kind and its ids; null for all.
@@ -142,7 +145,7 @@ export class Camera extends Emitter {
             const setting = numberOf(name) === null ? this.#names.find('settings', name) : null;
             const status = numberOf(name) === null ? this.#names.find('status', name) : null;
             if (setting === null && status === null) {
-                throw new CameraError('invalid', `no setting or status is called "${name}"`);
+                throw new CameraError('invalid', `no setting or status is called "${name}"; ids go into {settings: [...]} or {statuses: [...]}`);
             }
             setting !== null ? watched.settings.push(setting) : watched.statuses.push(status);
         }
@@ -283,7 +286,7 @@ export class Camera extends Emitter {
         const meaning = this.#seen.decode(message.stream, message.bytes, message.direction);
         this.emit('message', {...message, ...meaning});
         if (meaning.what === 'push') {
-            this.#interests.take(meaning, meaning.result?.code === kFailure).catch(() => {});  // the next push tries again
+            this.#interests.take(meaning);
             this.emit('push', {...message, ...meaning});
         }
     }
