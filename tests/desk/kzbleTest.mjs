@@ -89,7 +89,7 @@ const expand = (text) => bytesOf(text.split(' ').map((word) => word.split('*')).
 
 test('the examples of the protocol are read and written as they stand', () => {
     const framing = new Framing(protocol);
-    const on = {commands: 'command', settings: 'settings', queries: 'query', sensor: 'sensor'};
+    const on = {commands: 'command', settings: 'settings', queries: 'query', sensor: 'sensor', buffers: 'sensor'};
     let plain = 0;
     for (const section of ['commands', 'protobuf', 'settings', 'queries', 'sensor', 'pushes', 'buffers']) {
         for (const row of protocol.description[section]) {
@@ -326,22 +326,20 @@ test('the desk serves every module of the library', async () => {
     assert.ok(modules.length > 10, modules.join());
 });
 
-if (process.env.KZ_SHALLOW) {
-    phoneTest('partial answers are completed', async (camera) => {
-        const partial = [];
-        camera.on('message', ({what, result}) => what === 'answer' && result?.code === 1 && partial.push(result));
-        const {settings, statuses} = await camera.catalogue();
-        assert.equal((await camera.get()).length, settings.length);
-        assert.equal((await camera.status()).length, statuses.length);
-        const options = await camera.capabilities();
-        assert.ok(partial.length > 4, `${partial.length} partial answers`);
-        for (const {id, options: known} of settings) {
-            const [alone] = await camera.capabilities(id);
-            assert.deepEqual(options.find((one) => one.id === id), alone);
-            assert.ok(alone.options.length <= known.size);
-        }
-        const seen = new Set();
-        await camera.watch(null, ({kind, id}) => seen.add(kind + id));
-        assert.equal(seen.size, 2 * settings.length + statuses.length);
-    });
-}
+phoneTest('all values are read, also those of partial answers', async (camera) => {
+    const partial = [];
+    camera.on('message', ({what, result}) => what === 'answer' && result?.code === 1 && partial.push(result));
+    const {settings, statuses} = await camera.catalogue();
+    assert.equal((await camera.get()).length, settings.length);
+    assert.equal((await camera.status()).length, statuses.length);
+    const options = await camera.capabilities();
+    assert.ok(partial.length > 4 || !process.env.KZ_SHALLOW, `${partial.length} partial answers`);
+    for (const {id, options: known} of settings) {
+        const [alone] = await camera.capabilities(id);
+        assert.deepEqual(options.find((one) => one.id === id), alone);
+        assert.ok(alone.options.length <= known.size);
+    }
+    const seen = new Set();
+    await camera.watch(null, ({kind, id}) => seen.add(kind + id));
+    assert.equal(seen.size, 2 * settings.length + statuses.length);
+});

@@ -8,8 +8,8 @@ import {messageBytes} from './wire.js';
 
 const kSuccess = 0;
 const kFailure = 1;  // with entries: only a part of them fitted the answer
-const kTransferTries = 20;
-const kTransferDelay = 500;  // ms; somebody else's transfer takes seconds
+const kTransferTries = 120;
+const kTransferDelay = 500;  // ms; somebody else's transfer may take many seconds
 const kDone = 'RESULT_SUCCESS';
 
 export class Camera extends Emitter {
