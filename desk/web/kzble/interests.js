@@ -18,8 +18,8 @@ export class Interests {
         this.unregister = unregister;
     }
 
-    // The callback gets {kind, id, name, value, option} or, of capabilities, {kind, id, name, options}: each value as it is
-    // now, and then whenever it is another one. The result stops it.
+    // The callback gets {kind, id, name, value, option} or, of capabilities, {kind, id, name, options}: each value as
+    // it is now, and then whenever it is another one. The result stops it.
     async watch(kind, ids, callback) {
         const watcher = {kind, ids: ids && new Set(ids), callback, last: new Map()};
         const {ids: of, form} = kKinds[kind];
@@ -67,7 +67,5 @@ export class Interests {
         }
     }
 
-    clear() {
-        this.#watchers.clear();
-    }
+    clear() { this.#watchers.clear(); }
 }
