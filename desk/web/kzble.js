@@ -25,7 +25,7 @@ import {Camera} from './kzble/camera.js';
 import {Link} from './kzble/link.js';
 import {Protocol} from './kzble/protocol.js';
 
-export {CameraError, bytesOf, hex} from './kzble/basics.js';
+export {bytesOf, CameraError, hex} from './kzble/basics.js';
 export {WebBluetoothTransport} from './kzble/bluetooth.js';
 export {Camera} from './kzble/camera.js';
 export {Catalogue} from './kzble/catalogue.js';
@@ -34,8 +34,9 @@ export {DeskTransport} from './kzble/desk.js';
 export {Framing} from './kzble/framing.js';
 export {Protocol} from './kzble/protocol.js';
 
-// `protocol`: protocol.json, parsed. `catalogue`: a settings.json, parsed, or a Catalogue; null does without names; when it
-// is left out it is fetched over the link as soon as names are needed. `timeout`: ms for an answer to begin and go on.
+// `protocol`: protocol.json, parsed. `catalogue`: a settings.json, parsed, or a Catalogue; null does without names;
+// when it is left out it is fetched over the link as soon as names are needed. `timeout`: ms for an answer to begin and
+// go on.
 export async function connect(transport, protocol, {catalogue, timeout = 5000} = {}) {
     const link = new Link(transport, Protocol.of(protocol), timeout);
     const camera = new Camera(link, catalogue);

@@ -55,9 +55,7 @@ export class Sequence {
     }
 }
 
-export function hex(bytes) {
-    return Array.from(bytes, (byte) => byte.toString(16).padStart(2, '0')).join(' ');
-}
+export function hex(bytes) { return Array.from(bytes, (byte) => byte.toString(16).padStart(2, '0')).join(' '); }
 
 // Bytes from hexadecimal digits, which blanks may separate.
 export function bytesOf(given) {
@@ -82,6 +80,4 @@ export function joined(parts) {
 }
 
 // Names compare without case, and '-', '_' and ' ' count as the same.
-export function folded(name) {
-    return String(name).toLowerCase().replace(/[- ]/g, '_');
-}
+export function folded(name) { return String(name).toLowerCase().replace(/[- ]/g, '_'); }

@@ -22,9 +22,9 @@ export class WebBluetoothTransport extends Emitter {
     }
 
     async open(protocol) {
-        this.#device = this.#wanted?.gatt ? this.#wanted : await this.#request();
-        this.#device.addEventListener('gattserverdisconnected', this.#isLost);
         try {
+            this.#device = this.#wanted?.gatt ? this.#wanted : await this.#request();
+            this.#device.addEventListener('gattserverdisconnected', this.#isLost);
             const server = await this.#device.gatt.connect();
             const service = await server.getPrimaryService(this.#uuids.service);
             for (const {name, request, answer, gate} of protocol.interfaces) {
@@ -32,38 +32,50 @@ export class WebBluetoothTransport extends Emitter {
                 const write = await service.getCharacteristic(uuids.write);
                 const notify = await service.getCharacteristic(uuids.notify);
                 notify.addEventListener('characteristicvaluechanged', ({target: {value}}) => {
-                    this.emit('packet', {stream: answer, bytes: new Uint8Array(value.buffer, value.byteOffset, value.byteLength).slice()});
+                    this.emit('packet', {
+                        stream: answer,
+                        bytes: new Uint8Array(value.buffer, value.byteOffset, value.byteLength).slice()
+                    });
                 });
                 this.#interfaces.set('write ' + request, write).set('gate ' + gate, notify);
             }
         } catch (error) {
             await this.close();
-            throw new CameraError('transport', `Bluetooth: ${error.message}`, {cause: error});
+            throw failed(error);
         }
     }
 
     #request() {
         const options = this.#wanted ?? {};
         const services = {optionalServices: [...(options.optionalServices ?? []), this.#uuids.service]};
-        const filters = options.acceptAllDevices || options.filters ? {} : {filters: [{services: [this.#uuids.service]}]};
+        const filters =
+            options.acceptAllDevices || options.filters ? {} : {filters: [{services: [this.#uuids.service]}]};
         return navigator.bluetooth.requestDevice({...options, ...filters, ...services});
     }
 
     write(stream, bytes) {
         const characteristic = this.#find('write ' + stream);
-        return this.#work.run(() => (characteristic.properties.write
-            ? characteristic.writeValueWithResponse(bytes) : characteristic.writeValueWithoutResponse(bytes)));
+        return this.#run(
+            () =>
+                (characteristic.properties.write ? characteristic.writeValueWithResponse(bytes) :
+                                                   characteristic.writeValueWithoutResponse(bytes)));
     }
 
     // A browser writes the descriptor itself, when notifications are started or stopped.
     gate(descriptor, isOpen) {
         const characteristic = this.#find('gate ' + descriptor);
-        return this.#work.run(() => (isOpen ? characteristic.startNotifications() : characteristic.stopNotifications()));
+        return this.#run(() => (isOpen ? characteristic.startNotifications() : characteristic.stopNotifications()));
     }
 
     async close() {
         this.#end('closed here');
         this.#device?.gatt.disconnect();
+    }
+
+    #run(operation) {
+        return this.#work.run(operation).catch((error) => {
+            throw failed(error);
+        });
     }
 
     #find(key) {
@@ -82,3 +94,5 @@ export class WebBluetoothTransport extends Emitter {
         }
     }
 }
+
+function failed(error) { return new CameraError('transport', `Bluetooth: ${error.message}`, {cause: error}); }

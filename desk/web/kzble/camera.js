@@ -1,5 +1,5 @@
 // A connected camera; connect() in ../kzble.js makes it.
-import {CameraError, Emitter, bytesOf, joined} from './basics.js';
+import {bytesOf, CameraError, Emitter, joined} from './basics.js';
 import {Catalogue, numberOf} from './catalogue.js';
 import {Decoder} from './decoder.js';
 import {Interests} from './interests.js';
@@ -8,8 +8,8 @@ import {messageBytes} from './wire.js';
 
 const kSuccess = 0;
 const kFailure = 1;  // with entries: only a part of them fitted the answer
-const kTransferTries = 20;
-const kTransferDelay = 500;  // ms; somebody else's transfer takes seconds
+const kTransferTries = 120;
+const kTransferDelay = 500;  // ms; somebody else's transfer may take many seconds
 const kDone = 'RESULT_SUCCESS';
 
 export class Camera extends Emitter {
@@ -23,8 +23,8 @@ export class Camera extends Emitter {
         this.link = link;
         this.protocol = link.protocol;
         this.#seen = new Decoder(this.protocol);
-        this.#interests = new Interests(this.protocol, (...query) => this.#readRows(...query),
-            (query, ids) => this.#ask(query, ids));
+        this.#interests =
+            new Interests(this.protocol, (...query) => this.#readRows(...query), (query, ids) => this.#ask(query, ids));
         if (catalogue !== undefined) {
             this.#useNames(catalogue instanceof Catalogue ? catalogue : new Catalogue(catalogue));
         }
@@ -40,13 +40,17 @@ export class Camera extends Emitter {
     // ------------------------------------------------------------ commands
 
     // A command, or a request of the sensor interface, by its name in protocol.json, with its values by name, in their
-    // order, or a single one. Gives {name, result, values, bytes}: the answer's values by name, and its bytes behind id and
-    // result.
+    // order, or a single one. Gives {name, result, values, bytes}: the answer's values by name, and its bytes behind id
+    // and result.
     async command(name, values, options) {
         const request = this.protocol.named(name, 'command', 'sensor');
         const answer = await this.#request(request, requestBytes(request, values), options);
-        return {name: request.name, result: answer.meaning.result, values: answer.meaning.values ?? {},
-            bytes: answer.bytes.subarray(2)};
+        return {
+            name: request.name,
+            result: answer.meaning.result,
+            values: answer.meaning.values ?? {},
+            bytes: answer.bytes.subarray(2)
+        };
     }
 
     // The same for what is answered only when it is refused, as a sensor's sample: waits for the writing alone.
@@ -55,8 +59,8 @@ export class Camera extends Emitter {
         await this.link.request(request.interface, requestBytes(request, values), {answered: false, name});
     }
 
-    // A protobuf request by its name: `body` is the message's bytes, or its values by field number. Gives {name, result,
-    // fields, bytes}; the result is null when the answer is another message than a plain result.
+    // A protobuf request by its name: `body` is the message's bytes, or its values by field number. Gives {name,
+    // result, fields, bytes}; the result is null when the answer is another message than a plain result.
     async feature(name, body, options) {
         const request = this.protocol.named(name, 'protobuf');
         const answer = await this.#request(request, joined([request.head, messageBytes(body)]), options);
@@ -68,27 +72,19 @@ export class Camera extends Emitter {
     }
 
     // Any message to an interface, given by name; the answer's bytes.
-    raw(interfaceName, message, options) {
-        return this.link.request(interfaceName, bytesOf(message), options);
-    }
+    raw(interfaceName, message, options) { return this.link.request(interfaceName, bytesOf(message), options); }
 
     // ------------------------------------------------------------ values
 
-    // Settings by name or id, in this order; all that have a value when none is named. Each is {id, name, value, option}:
-    // the option's number and name. A value that the camera does not have is null.
-    get(...names) {
-        return this.#read('settings', 'values', names);
-    }
+    // Settings by name or id, in this order; all that have a value when none is named. Each is {id, name, value,
+    // option}: the option's number and name. A value that the camera does not have is null.
+    get(...names) { return this.#read('settings', 'values', names); }
 
     // Status fields, each {id, name, value}: a number, or a text.
-    status(...names) {
-        return this.#read('status', 'values', names);
-    }
+    status(...names) { return this.#read('status', 'values', names); }
 
     // What may be chosen now of settings, each {id, name, options: [{id, name}]}.
-    capabilities(...names) {
-        return this.#read('settings', 'capabilities', names);
-    }
+    capabilities(...names) { return this.#read('settings', 'capabilities', names); }
 
     // Chooses an option of a setting; both by name or number.
     async set(setting, option) {
@@ -97,17 +93,23 @@ export class Camera extends Emitter {
         }
         const id = this.#names.idOf('settings', setting);
         const value = optionBytes(this.protocol, id, this.#names.optionId(id, option));
-        const request = {...this.protocol.requestOf('settings', Uint8Array.of(id)), name: `set ${this.#names.nameOf('settings', id)}`};
-        await this.#request(request, joined([[id, value.length], value]));
+        const request = this.protocol.requestOf('settings', Uint8Array.of(id));
+        if (!request) {
+            throw new CameraError('invalid', `${id} is no setting`);
+        }
+        await this.#request(
+            {...request, name: `set ${this.#names.nameOf('settings', id)}`}, joined([[id, value.length], value]));
     }
 
     // Calls back with the values of settings and status fields as they are now, and again whenever one changes. What to
-    // watch: a name or names, each of a setting or a status field; or {settings, statuses, capabilities}, each a list of
-    // names or ids, or true for all; nothing for everything. The result, a function, stops it.
+    // watch: a name or names, each of a setting or a status field; or {settings, statuses, capabilities}, each a list
+    // of names or ids, or true for all; nothing for everything. The result, a function, stops it.
     async watch(what, callback) {
         await this.#needNames();
         const stops = [];
-        const stop = async () => { await Promise.all(stops.splice(0).map((one) => one())); };
+        const stop = async () => {
+            await Promise.all(stops.splice(0).map((one) => one()));
+        };
         try {
             for (const [kind, ids] of this.#watched(what)) {
                 stops.push(await this.#interests.watch(kind, ids, callback));
@@ -116,11 +118,11 @@ export class Camera extends Emitter {
             await stop().catch(() => {});  // the first error says more
             throw error;
         }
-        return async () => {
+        return () => stop().catch((error) => {
             if (!this.link.ended) {
-                await stop();
+                throw error;
             }
-        };
+        });
     }
 
     // Pairs of a kind and its ids; null for all.
@@ -129,20 +131,25 @@ export class Camera extends Emitter {
             return [['settings', null], ['statuses', null], ['capabilities', null]];
         }
         if (typeof what === 'object' && !Array.isArray(what)) {
-            return Object.entries(what).map(([kind, names]) => {
-                const ids = {settings: 'settings', statuses: 'status', capabilities: 'settings'}[kind];
-                if (!ids || !(names === true || Array.isArray(names))) {
-                    throw new CameraError('invalid', `what to watch is lists of settings, statuses and capabilities, not ${kind}`);
-                }
-                return [kind, names === true ? null : names.map((name) => this.#names.idOf(ids, name))];
-            });
+            return Object.entries(what)
+                .map(([kind, names]) => {
+                    const ids = {settings: 'settings', statuses: 'status', capabilities: 'settings'}[kind];
+                    if (!ids || !(names === true || Array.isArray(names))) {
+                        throw new CameraError(
+                            'invalid', `what to watch is lists of settings, statuses and capabilities, not ${kind}`);
+                    }
+                    return [kind, names === true ? null : names.map((name) => this.#names.idOf(ids, name))];
+                })
+                .filter(([, ids]) => ids === null || ids.length > 0);
         }
         const watched = {settings: [], statuses: []};
         for (const name of [what].flat()) {
             const setting = numberOf(name) === null ? this.#names.find('settings', name) : null;
             const status = numberOf(name) === null ? this.#names.find('status', name) : null;
             if (setting === null && status === null) {
-                throw new CameraError('invalid', `no setting or status is called "${name}"`);
+                throw new CameraError(
+                    'invalid',
+                    `no setting or status is called "${name}"; ids go into {settings: [...]} or {statuses: [...]}`);
             }
             setting !== null ? watched.settings.push(setting) : watched.statuses.push(status);
         }
@@ -162,7 +169,8 @@ export class Camera extends Emitter {
     async #readRows(query, ids) {
         const found = await this.#complete(query, [...new Set(ids)]);
         const {ids: of, answer: form} = query.row;
-        return new Map((ids.length > 0 ? ids : [...found.keys()]).map((id) => [id, this.#row(of, form, id, found.get(id) ?? [])]));
+        return new Map(
+            (ids.length > 0 ? ids : [...found.keys()]).map((id) => [id, this.#row(of, form, id, found.get(id) ?? [])]));
     }
 
     #row(of, form, id, values) {
@@ -204,7 +212,8 @@ export class Camera extends Emitter {
         return found;
     }
 
-    // Whether entries are missing. A setting's options may then have been cut off, so that the last one counts as missing.
+    // Whether entries are missing. A setting's options may then have been cut off, so that the last one counts as
+    // missing.
     #collect(found, query, {result, entries}) {
         const values = new Map();
         for (const {id, bytes} of entries) {
@@ -241,9 +250,7 @@ export class Camera extends Emitter {
         return this.#catalogue;
     }
 
-    async #needNames() {
-        await (this.#catalogue ?? this.catalogue());
-    }
+    async #needNames() { await (this.#catalogue ?? this.catalogue()); }
 
     #useNames(catalogue) {
         this.#names = catalogue;
@@ -254,8 +261,9 @@ export class Camera extends Emitter {
 
     // One transfer at a time in the whole camera: while it sends somebody else's it refuses.
     async #fetchCatalogue() {
-        const request = this.protocol.named(this.protocol.description.commands.find((row) => row.answer === 'transfer').name);
-        for (let tries = 1; ; ++tries) {
+        const request =
+            this.protocol.named(this.protocol.description.commands.find((row) => row.answer === 'transfer').name);
+        for (let tries = 1;; ++tries) {
             try {
                 const {bytes} = await this.#request(request, Uint8Array.from(request.head));
                 return await Catalogue.read(bytes.subarray(2));
@@ -263,7 +271,9 @@ export class Camera extends Emitter {
                 if (error.result?.code !== kFailure || tries === kTransferTries) {
                     throw error;
                 }
-                await new Promise((resolve) => { setTimeout(resolve, kTransferDelay); });
+                await new Promise((resolve) => {
+                    setTimeout(resolve, kTransferDelay);
+                });
             }
         }
     }
@@ -275,15 +285,13 @@ export class Camera extends Emitter {
 
     // ------------------------------------------------------------ the link
 
-    close() {
-        return this.link.close();
-    }
+    close() { return this.link.close(); }
 
     #take(message) {
         const meaning = this.#seen.decode(message.stream, message.bytes, message.direction);
         this.emit('message', {...message, ...meaning});
         if (meaning.what === 'push') {
-            this.#interests.take(meaning, meaning.result?.code === kFailure).catch(() => {});  // the next push tries again
+            this.#interests.take(meaning);
             this.emit('push', {...message, ...meaning});
         }
     }

@@ -8,7 +8,7 @@ async function gunzip(compressed) {
     const reader = new Blob([compressed]).stream().pipeThrough(new DecompressionStream('gzip')).getReader();
     const decoder = new TextDecoder();
     let text = '';
-    for (let size = 0; ;) {
+    for (let size = 0;;) {
         const {done, value} = await reader.read();
         if (done) {
             return text + decoder.decode();
@@ -31,7 +31,8 @@ export class Catalogue {
         try {
             return new Catalogue(JSON.parse(await gunzip(compressed)));
         } catch (error) {
-            throw new CameraError('malformed', `the camera's catalogue cannot be read: ${error.message}`, {cause: error});
+            throw new CameraError(
+                'malformed', `the camera's catalogue cannot be read: ${error.message}`, {cause: error});
         }
     }
 
@@ -53,18 +54,12 @@ export class Catalogue {
         }
     }
 
-    get version() {
-        return this.json?.version ?? null;
-    }
+    get version() { return this.json?.version ?? null; }
 
     // {id, name, options: Map of names by id}
-    get settings() {
-        return [...this.#settings.values()];
-    }
+    get settings() { return [...this.#settings.values()]; }
 
-    get statuses() {
-        return [...this.#statuses.values()];
-    }
+    get statuses() { return [...this.#statuses.values()]; }
 
     // The name of an id of 'settings' or 'status', or words with its number.
     nameOf(ids, id) {
@@ -73,9 +68,7 @@ export class Catalogue {
     }
 
     // The name of an option; null when it has none.
-    optionName(settingId, option) {
-        return this.#settings.get(settingId)?.options.get(option) ?? null;
-    }
+    optionName(settingId, option) { return this.#settings.get(settingId)?.options.get(option) ?? null; }
 
     // An id of 'settings' or 'status', given as a number or by name; null when there is none.
     find(ids, given) {
@@ -95,8 +88,8 @@ export class Catalogue {
         return id;
     }
 
-    // An option of a setting, given as a number or by name. Digits in a text are a number unless an option has that name:
-    // "240" may be a frame rate.
+    // An option of a setting, given as a number or by name. Digits in a text are a number unless an option has that
+    // name: "240" may be a frame rate.
     optionId(settingId, given) {
         const options = [...(this.#settings.get(settingId)?.options ?? [])];
         const named = typeof given === 'string' && options.find(([, name]) => folded(name) === folded(given));

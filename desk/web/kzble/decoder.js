@@ -1,6 +1,6 @@
-// Says what whole messages mean, for logs and for the camera's own use. Never throws for what the bytes are: what cannot
-// be read has a `problem`.
-import {CameraError, bytesOf} from './basics.js';
+// Says what whole messages mean, for logs and for the camera's own use. Never throws for what the bytes are: what
+// cannot be read has a `problem`.
+import {bytesOf, CameraError} from './basics.js';
 import {Catalogue} from './catalogue.js';
 import {answerValues, entriesOf, requestValues, text, valueOf} from './values.js';
 import {fieldsOf} from './wire.js';
@@ -15,8 +15,8 @@ export class Decoder {
         this.catalogue = catalogue;
     }
 
-    // A message of a stream; `direction` is 'write' or 'notify'. Some answers begin as a push does, so the requests have
-    // to pass here too. What comes back, as far as it applies:
+    // A message of a stream; `direction` is 'write' or 'notify'. Some answers begin as a push does, so the requests
+    // have to pass here too. What comes back, as far as it applies:
     //   {what: 'request' | 'answer' | 'push' | 'unknown', interface, kind, name, does, result: {code, name},
     //    values: {name: value}, settings | statuses: [{id, name, value, option}], capabilities: [{id, name, options}],
     //    ids: [{id, name}], fields: [{field, value}] of a protobuf message, problem}
@@ -46,7 +46,8 @@ export class Decoder {
         if (request?.kind === 'protobuf') {
             meaning.fields = fieldsOf(bytes.subarray(2));
         } else if (request?.kind === 'query') {
-            meaning.ids = Array.from(bytes.subarray(1), (id) => ({id, name: this.catalogue.nameOf(request.row.ids, id)}));
+            meaning.ids =
+                Array.from(bytes.subarray(1), (id) => ({id, name: this.catalogue.nameOf(request.row.ids, id)}));
         } else if (request) {
             meaning.values = requestValues(request, bytes);
             if (request.kind === 'setting') {
@@ -75,8 +76,10 @@ export class Decoder {
 
     // The request that an answer repeats.
     #answered(interfaceName, bytes) {
-        return this.protocol.requestOf(interfaceName, bytes.map((byte, index) => (
-            index === 1 && this.protocol.isFeature(interfaceName, bytes) ? byte & 0x7f : byte)));
+        return this.protocol.requestOf(
+            interfaceName,
+            bytes.map(
+                (byte, index) => (index === 1 && this.protocol.isFeature(interfaceName, bytes) ? byte & 0x7f : byte)));
     }
 
     #answer(meaning, request, bytes) {
@@ -119,7 +122,8 @@ export class Decoder {
 
     #entries(meaning, ids, form, bytes) {
         if (form === 'values') {
-            meaning[ids === 'settings' ? 'settings' : 'statuses'] = entriesOf(bytes).map((entry) => this.#value(ids, entry));
+            meaning[ids === 'settings' ? 'settings' : 'statuses'] =
+                entriesOf(bytes).map((entry) => this.#value(ids, entry));
         } else if (form === 'capabilities') {
             meaning.capabilities = this.#capabilities(entriesOf(bytes));
         } else if (form === 'names') {

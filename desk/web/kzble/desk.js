@@ -1,5 +1,5 @@
 // The desk as a transport: a device of its own at the simulated camera, or a look at one that somebody else made.
-import {CameraError, Emitter, bytesOf, hex} from './basics.js';
+import {bytesOf, CameraError, Emitter, hex} from './basics.js';
 
 const kRequestTimeout = 10_000;  // ms; the desk itself gives up a write after 5 seconds
 const kRetries = 3;              // of an event stream that broke
@@ -11,9 +11,7 @@ class EventParser {
     #buffer = '';
     #decoder = new TextDecoder();
 
-    constructor(onEvent) {
-        this.onEvent = onEvent;
-    }
+    constructor(onEvent) { this.onEvent = onEvent; }
 
     add(bytes) {
         this.#buffer += this.#decoder.decode(bytes, {stream: true});
@@ -47,15 +45,15 @@ export class DeskTransport extends Emitter {
         this.#base = String(baseUrl).replace(/\/+$/, '');
         this.#wish = {address, type, gates, central};
         this.#last = from;
-        this.device = device ?? null;   // its number
+        this.device = device ?? null;  // its number; open() makes one
         this.readOnly = device !== undefined;
         this.opensGates = true;  // open() does it, or nobody is to do it
     }
 
     async open() {
         if (!this.readOnly) {
-            const made = await this.#ask('POST', '/devices', this.#wish);
-            Object.assign(this, made);  // device, connection, address, type
+            const {device, connection, address, type} = await this.#ask('POST', '/devices', this.#wish);
+            Object.assign(this, {device, connection, address, type});
         }
         try {
             this.#follow(await this.#listen());
@@ -65,9 +63,7 @@ export class DeskTransport extends Emitter {
         }
     }
 
-    write(stream, bytes) {
-        return this.#ask('POST', `/devices/${this.device}/write`, {stream, bytes: hex(bytes)});
-    }
+    write(stream, bytes) { return this.#ask('POST', `/devices/${this.device}/write`, {stream, bytes: hex(bytes)}); }
 
     gate(descriptor, isOpen) {
         return this.#ask('POST', `/devices/${this.device}/ccc`, {descriptor, value: isOpen ? 1 : 0});
@@ -82,11 +78,13 @@ export class DeskTransport extends Emitter {
 
     async #ask(method, path, body) {
         if (this.readOnly) {
-            throw new CameraError('invalid', `device ${this.device} belongs to somebody else: its packets can only be read`);
+            throw new CameraError(
+                'invalid', `device ${this.device} belongs to somebody else: its packets can only be read`);
         }
         const headers = body ? {'content-type': 'application/json'} : {};
-        return this.#fetch(path, {method, headers, body: body && JSON.stringify(body)}, async (response) => (
-            response.status === 204 ? null : response.json()));
+        return this.#fetch(
+            path, {method, headers, body: body && JSON.stringify(body)},
+            async (response) => (response.status === 204 ? null : response.json()));
     }
 
     async #fetch(path, options, read) {
@@ -99,8 +97,10 @@ export class DeskTransport extends Emitter {
             }
             return await read(response);
         } catch (error) {
-            throw error instanceof CameraError ? error :
-                new CameraError('transport', `the desk at ${this.#base}: ${error.cause?.message ?? error.message}`, {cause: error});
+            throw error instanceof CameraError ?
+                error :
+                new CameraError(
+                    'transport', `the desk at ${this.#base}: ${error.cause?.message ?? error.message}`, {cause: error});
         } finally {
             clearTimeout(timer);
         }
@@ -114,7 +114,9 @@ export class DeskTransport extends Emitter {
             // another server's page
         }
         const code = error.code === 'no-such-device' ? 'disconnected' : 'transport';
-        return new CameraError(code, `the desk: ${error.message ?? `status ${status}`}`);
+        return new CameraError(
+            code, `the desk: ${error.message ?? `status ${status}`}`,
+            {result: {code: error.code ?? status, name: error.message}});
     }
 
     // The answer's headers are waited for, so that no event is missed and a refusal is seen.
@@ -128,8 +130,10 @@ export class DeskTransport extends Emitter {
             }
             return response.body.getReader();
         } catch (error) {
-            throw error instanceof CameraError ? error :
-                new CameraError('transport', `the desk at ${this.#base}: ${error.cause?.message ?? error.message}`, {cause: error});
+            throw error instanceof CameraError ?
+                error :
+                new CameraError(
+                    'transport', `the desk at ${this.#base}: ${error.cause?.message ?? error.message}`, {cause: error});
         } finally {
             clearTimeout(timer);
         }
@@ -141,14 +145,18 @@ export class DeskTransport extends Emitter {
         for (let tries = 0; !this.#ended && tries < kRetries; ++tries) {
             try {
                 reader ??= await this.#listen();
-                await this.#readAll(reader, () => { tries = 0; });
+                await this.#readAll(reader, () => {
+                    tries = 0;
+                });
             } catch (error) {
                 reason = error.code === 'disconnected' ? error.message : reason;
                 tries = error.code === 'disconnected' ? kRetries : tries;
             }
             reader = null;
             if (!this.#ended) {
-                await new Promise((resolve) => { setTimeout(resolve, kRetryDelay); });
+                await new Promise((resolve) => {
+                    setTimeout(resolve, kRetryDelay);
+                });
             }
         }
         this.#end(reason);

@@ -1,5 +1,5 @@
-// Messages as packets of 20 bytes, and back. The forms of a packet's header are those of protocol.json: in `bits` a 0 or
-// 1 stands for itself, L for a bit of the message's length, C for one of the counter.
+// Messages as packets of 20 bytes, and back. The forms of a packet's header are those of protocol.json: in `bits` a 0
+// or 1 stands for itself, L for a bit of the message's length, C for one of the counter.
 import {CameraError} from './basics.js';
 
 const kPacketSize = 20;
@@ -19,13 +19,12 @@ class Form {
         return parseInt(Array.from(bits.slice(0, 8), (bit) => (isSet(bit) ? '1' : '0')).join(''), 2);
     }
 
-    fits(packet) {
-        return packet.length >= this.size && (packet[0] & this.mask) === this.value;
-    }
+    fits(packet) { return packet.length >= this.size && (packet[0] & this.mask) === this.value; }
 
     // Length or counter are the last bits of the header.
     header(number) {
-        const bytes = Array.from({length: this.size}, (_, index) => Math.floor(number / 256 ** (this.size - 1 - index)) & 0xff);
+        const bytes =
+            Array.from({length: this.size}, (_, index) => Math.floor(number / 256 ** (this.size - 1 - index)) & 0xff);
         bytes[0] |= this.value;
         return bytes;
     }
@@ -48,7 +47,8 @@ export class Framing {
 
     // The packets of a message, as `from` ('client' or 'camera') sends it.
     cut(message, from = 'client') {
-        const start = this.starts.find(({row}) => (row.from === 'both' || row.from === from) && message.length <= row.used);
+        const start =
+            this.starts.find(({row}) => (row.from === 'both' || row.from === from) && message.length <= row.used);
         const rest = Math.max(0, message.length - (start?.row.room ?? 0));
         if (!start || (from === 'client' && 1 + Math.ceil(rest / this.continuation.row.room) > kMostPackets)) {
             throw new CameraError('invalid', `a message of ${message.length} bytes is too long`);
@@ -62,9 +62,7 @@ export class Framing {
         return packets;
     }
 
-    assembler(from) {
-        return new Assembler(this, from);
-    }
+    assembler(from) { return new Assembler(this, from); }
 }
 
 // Rebuilds the messages of one stream. A packet that continues nothing, or out of order, is dropped with what it would
@@ -85,8 +83,9 @@ class Assembler {
     add(packet) {
         const {continuation, starts} = this.#framing;
         const isContinuation = continuation.fits(packet);
-        const form = isContinuation ? continuation
-            : starts.find((one) => one.fits(packet) && (one.row.from === 'both' || one.row.from === this.#from));
+        const form = isContinuation ?
+            continuation :
+            starts.find((one) => one.fits(packet) && (one.row.from === 'both' || one.row.from === this.#from));
         const continues = isContinuation && this.#message !== null && continuation.number(packet) === this.#counter;
         if (!form || packet.length > kPacketSize || (isContinuation && !continues)) {
             this.reset();
@@ -114,13 +113,9 @@ class Assembler {
     }
 
     // Of the message in progress: how much of it is here, and its first byte.
-    get size() {
-        return this.#size;
-    }
+    get size() { return this.#size; }
 
-    get first() {
-        return this.#size > 0 ? this.#message[0] : undefined;
-    }
+    get first() { return this.#size > 0 ? this.#message[0] : undefined; }
 
     reset() {
         this.#message = null;

@@ -18,15 +18,16 @@ export class Interests {
         this.unregister = unregister;
     }
 
-    // The callback gets {kind, id, name, value, option} or, of capabilities, {kind, id, name, options}: each value as it is
-    // now, and then whenever it is another one. The result stops it.
+    // The callback gets {kind, id, name, value, option} or, of capabilities, {kind, id, name, options}: each value as
+    // it is now, and then whenever it is another one. The result stops it.
     async watch(kind, ids, callback) {
         const watcher = {kind, ids: ids && new Set(ids), callback, last: new Map()};
         const {ids: of, form} = kKinds[kind];
         this.#watchers.add(watcher);
         try {
             const rows = await this.#ask(this.protocol.query(of, form, true), ids ?? []);
-            rows.forEach((row) => this.#pass(watcher, row));
+            // What a push brought in the meantime is newer than the answer, or will be followed by another push.
+            [...rows.values()].filter((row) => !watcher.last.has(row.id)).forEach((row) => this.#pass(watcher, row));
         } catch (error) {
             this.#watchers.delete(watcher);
             throw error;
@@ -34,24 +35,12 @@ export class Interests {
         return () => this.#stop(watcher);
     }
 
-    // Passes the values of a push on. A push that had no room for all is completed by reading.
-    async take(meaning, isPartial) {
-        for (const kind of Object.keys(kKinds)) {
-            const watchers = [...this.#watchers].filter((watcher) => watcher.kind === kind);
-            for (const row of meaning[kind] ?? []) {
-                watchers.forEach((watcher) => this.#pass(watcher, row));
+    // Passes the values of a push on.
+    take(meaning) {
+        for (const watcher of [...this.#watchers]) {
+            for (const row of meaning[watcher.kind] ?? []) {
+                this.#pass(watcher, row);
             }
-            if (isPartial && meaning[kind]) {
-                await this.#readAgain(kind, watchers);
-            }
-        }
-    }
-
-    async #readAgain(kind, watchers) {
-        const {ids: of, form} = kKinds[kind];
-        for (const watcher of watchers) {
-            const rows = await this.#ask(this.protocol.query(of, form, false), [...(watcher.ids ?? [])]);
-            rows.forEach((row) => this.#pass(watcher, row));
         }
     }
 
@@ -78,7 +67,5 @@ export class Interests {
         }
     }
 
-    clear() {
-        this.#watchers.clear();
-    }
+    clear() { this.#watchers.clear(); }
 }

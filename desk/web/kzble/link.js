@@ -49,20 +49,24 @@ export class Link extends Emitter {
         await this.transport.close();
     }
 
-    get ended() {
-        return this.#ended;
-    }
+    get ended() { return this.#ended; }
 
-    // Writes a message to an interface; the promise is of the whole answer. Without `answered` it is of the writing alone.
+    // Writes a message to an interface; the promise is of the whole answer. Without `answered` it is of the writing
+    // alone.
     request(interfaceName, message, {timeout = this.timeout, answered = true, name = null} = {}) {
         return new Promise((resolve, reject) => {
             if (this.#ended) {
                 reject(this.#endError(name));
                 return;
             }
-            const packets = this.framing.cut(message);
             const channel = this.#channels.get(interfaceName);
-            channel.queue.push({message, packets, timeout, answered, name, resolve, reject, timer: null, isWritten: false});
+            if (!channel) {
+                reject(new CameraError('invalid', `there is no interface "${interfaceName}"`));
+                return;
+            }
+            const packets = this.framing.cut(message);
+            channel.queue.push(
+                {message, packets, timeout, answered, name, resolve, reject, timer: null, isWritten: false});
             this.#next(interfaceName, channel);
         });
     }
@@ -101,15 +105,20 @@ export class Link extends Emitter {
                 this.#restartTimer(job);
             }
         } catch (error) {
-            job.finish(job.reject, error instanceof CameraError ? error :
-                new CameraError('transport', `a packet could not be written: ${error.message}`, {command: job.name, cause: error}));
+            job.finish(
+                job.reject,
+                error instanceof CameraError ? error :
+                                               new CameraError(
+                                                   'transport', `a packet could not be written: ${error.message}`,
+                                                   {command: job.name, cause: error}));
         }
     }
 
     #restartTimer(job) {
         clearTimeout(job.timer);
         job.timer = setTimeout(() => {
-            job.finish(job.reject, new CameraError('timed-out', `no answer within ${job.timeout} ms`, {command: job.name}));
+            job.finish(
+                job.reject, new CameraError('timed-out', `no answer within ${job.timeout} ms`, {command: job.name}));
         }, job.timeout);
     }
 
@@ -141,7 +150,8 @@ export class Link extends Emitter {
         }
         if (packet.direction === 'notify') {
             const job = this.#channels.get(channel.name).current;
-            this.#answered(job, channel.name, message, assembler.size > sizeBefore && assembler.first === job?.message[0]);
+            this.#answered(
+                job, channel.name, message, assembler.size > sizeBefore && assembler.first === job?.message[0]);
         }
     }
 

@@ -8,9 +8,7 @@ export class Protocol {
     #named = new Map();
     #pushes = new Map();
 
-    static of(description) {
-        return description instanceof Protocol ? description : new Protocol(description);
-    }
+    static of(description) { return description instanceof Protocol ? description : new Protocol(description); }
 
     constructor(description) {
         this.description = description;
@@ -50,7 +48,8 @@ export class Protocol {
 
     #addPush(kind, interfaceName, row) {
         const head = [row.byte, row.action].filter((byte) => byte !== undefined).map((byte) => parseInt(byte, 16));
-        this.#pushes.set(key(interfaceName, head), {kind, interface: interfaceName, row, name: row.name, does: row.does});
+        this.#pushes.set(
+            key(interfaceName, head), {kind, interface: interfaceName, row, name: row.name, does: row.does});
     }
 
     interface(name) {
@@ -65,21 +64,21 @@ export class Protocol {
     named(name, ...kinds) {
         const found = this.#named.get(folded(name));
         if (!found || (kinds.length > 0 && !kinds.includes(found.kind))) {
-            throw new CameraError('invalid', `there is no ${kinds.join(' or ') || 'request'} called "${name}"`, {command: name});
+            throw new CameraError(
+                'invalid', `there is no ${kinds.join(' or ') || 'request'} called "${name}"`, {command: name});
         }
         return found;
     }
 
     // Whether a message of an interface belongs to a protobuf feature: then its second byte is an action.
-    isFeature(interfaceName, bytes) {
-        return bytes.length > 0 && this.features.get(bytes[0]) === interfaceName;
-    }
+    isFeature(interfaceName, bytes) { return bytes.length > 0 && this.features.get(bytes[0]) === interfaceName; }
 
     requestOf(interfaceName, bytes) {
         const size = this.isFeature(interfaceName, bytes) ? 2 : 1;
         const exact = bytes.length < size ? undefined : this.#requests.get(key(interfaceName, bytes.subarray(0, size)));
         // Settings have one row for all ids.
-        return exact ?? (size === 1 && bytes.length > 0 ? this.#requests.get(key(interfaceName, [])) : undefined) ?? null;
+        return exact ?? (size === 1 && bytes.length > 0 ? this.#requests.get(key(interfaceName, [])) : undefined) ??
+            null;
     }
 
     pushOf(interfaceName, bytes) {
@@ -87,8 +86,8 @@ export class Protocol {
             this.#pushes.get(key(interfaceName, bytes.subarray(0, 2))) ?? null;
     }
 
-    // Whether a notification on the answer stream of an interface answers this request. A refusal has two bytes and does
-    // not repeat the action; one of a request that the camera could not read begins with 0.
+    // Whether a notification on the answer stream of an interface answers this request. A refusal has two bytes and
+    // does not repeat the action; one of a request that the camera could not read begins with 0.
     isAnswer(interfaceName, request, bytes) {
         const isRefusal = bytes.length === 2 && bytes[1] < kAnswerBit;
         if (bytes.length === 0 || request.length === 0 || bytes[0] !== request[0]) {
@@ -104,7 +103,10 @@ export class Protocol {
     }
 
     protobufResult(code) {
-        return {code, name: this.description.protobufResults.find((row) => row.code === code)?.name ?? `result ${code}`};
+        return {
+            code,
+            name: this.description.protobufResults.find((row) => row.code === code)?.name ?? `result ${code}`
+        };
     }
 
     // The width of a value of 'settings' or 'status': '1', '4', '8', '0' or 'text'.
@@ -125,11 +127,7 @@ export class Protocol {
         return this.named(this.description.queries.find(fits).name);
     }
 
-    unregisterQuery(registering) {
-        return this.named('un' + registering.name);
-    }
+    unregisterQuery(registering) { return this.named('un' + registering.name); }
 }
 
-function key(interfaceName, head) {
-    return interfaceName + ' ' + Array.from(head).join(' ');
-}
+function key(interfaceName, head) { return interfaceName + ' ' + Array.from(head).join(' '); }

@@ -1,8 +1,13 @@
-// Parameters, answers and values as bytes, by the types of protocol.json. Numbers that a double cannot hold are BigInts.
-import {CameraError, bytesOf, folded, joined} from './basics.js';
+// Parameters, answers and values as bytes, by the types of protocol.json. Numbers that a double cannot hold are
+// BigInts.
+import {bytesOf, CameraError, folded, joined} from './basics.js';
 
 const kNumberTypes = {
-    u8: {size: 1}, u16: {size: 2}, i16: {size: 2, isSigned: true}, u32: {size: 4}, u32le: {size: 4, isLittle: true},
+    u8: {size: 1},
+    u16: {size: 2},
+    i16: {size: 2, isSigned: true},
+    u32: {size: 4},
+    u32le: {size: 4, isLittle: true},
     number: {size: 0},  // as many bytes as it needs
 };
 
@@ -14,9 +19,7 @@ export function bigEndian(bytes) {
     return number <= BigInt(Number.MAX_SAFE_INTEGER) ? Number(number) : number;
 }
 
-export function text(bytes) {
-    return new TextDecoder().decode(bytes);
-}
+export function text(bytes) { return new TextDecoder().decode(bytes); }
 
 // ---------------------------------------------------------------- writing
 
@@ -53,7 +56,8 @@ function numberOf(field, given) {
         return field.none;
     }
     const named = Object.entries(field.values ?? {}).find(([, name]) => folded(name) === folded(given));
-    return Number(named ? named[0] : given);
+    const isNumber = ['number', 'boolean'].includes(typeof given) || /^-?[0-9]+$/.test(given);
+    return named || isNumber ? Number(named ? named[0] : given) : NaN;
 }
 
 function valueNamed(values, name) {
@@ -70,14 +74,20 @@ function fieldBytes(field, given) {
     return field.type === 'bytes' ? bytesOf(given) : numberBytes(field, numberOf(field, given));
 }
 
-// The fields with what was given for them: by position, by name, or a single value. Optional ones may be left out at the
-// end.
+// The fields with what was given for them: by position, by name, or a single value. Optional ones may be left out at
+// the end.
 function givenFields(fields, given) {
-    const isNamed = typeof given === 'object' && given !== null && !Array.isArray(given) && !(given instanceof Uint8Array);
+    const isNamed =
+        typeof given === 'object' && given !== null && !Array.isArray(given) && !(given instanceof Uint8Array);
     const isSingle = fields.length === 1 && !Array.isArray(given) &&
-        (!isNamed || (valueNamed(given, fields[0].name) === undefined && ('fields' in fields[0] || 'bits' in fields[0])));
-    const pairs = fields.map((field, index) =>
-        [field, isSingle ? given : isNamed ? valueNamed(given, field.name) : given?.[index]]);
+        (!isNamed ||
+         (valueNamed(given, fields[0].name) === undefined && ('fields' in fields[0] || 'bits' in fields[0])));
+    const pairs = fields.map(
+        (field, index) =>
+            [field,
+             isSingle    ? given :
+                 isNamed ? valueNamed(given, field.name) :
+                           given?.[index]]);
     const unknown = isNamed && !isSingle &&
         Object.keys(given).find((name) => !fields.some((field) => folded(field.name) === folded(name)));
     if (unknown) {
@@ -93,7 +103,8 @@ function givenFields(fields, given) {
     return pairs;
 }
 
-// A parameter of a command is its length and its bytes, and so is a setting's option; the sensor interface has no lengths.
+// A parameter of a command is its length and its bytes, and so is a setting's option; the sensor interface has no
+// lengths.
 export function requestBytes(request, given) {
     const {params} = request.row;
     if (params === 'any') {
@@ -125,9 +136,7 @@ class Reader {
         this.at = 0;
     }
 
-    get left() {
-        return this.bytes.length - this.at;
-    }
+    get left() { return this.bytes.length - this.at; }
 
     take(size) {
         if (size > this.left) {
@@ -208,9 +217,9 @@ export function requestValues(request, bytes) {
     if (request.kind === 'command') {
         return prefixedValues(params, reader);
     }
-    return request.kind === 'setting'
-        ? {...fieldValues(params.slice(0, 1), reader), ...prefixedValues(params.slice(1), reader)}
-        : fieldValues(params, reader);
+    return request.kind === 'setting' ?
+        {...fieldValues(params.slice(0, 1), reader), ...prefixedValues(params.slice(1), reader)} :
+        fieldValues(params, reader);
 }
 
 // The values of a command's answer, behind id and result.

@@ -66,14 +66,18 @@ export function fieldsOf(bytes) {
     };
     const takeValue = (type) => {
         switch (type) {
-            case kVarint: return takeVarint();
-            case kFixed64: return take(8);
-            case kFixed32: return take(4);
+            case kVarint:
+                return takeVarint();
+            case kFixed64:
+                return take(8);
+            case kFixed32:
+                return take(4);
             case kLengthDelimited: {
                 const size = takeVarint();
                 return take(size >= 0 ? Number(size) : Infinity);
             }
-            default: throw new CameraError('malformed', `a field has the unknown type ${type}`);
+            default:
+                throw new CameraError('malformed', `a field has the unknown type ${type}`);
         }
     };
     const fields = [];
