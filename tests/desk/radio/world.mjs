@@ -14,7 +14,7 @@ import { HciFlow } from '../../../desk/radio/hciFlow.js';
 
 const PROJECT = fileURLToPath(new URL('../../..', import.meta.url));
 const [BUILD] = process.argv.slice(2);
-const PATIENCE = 8_000;
+const PATIENCE = 20_000;
 const { noble, uuids } = ((require) => ({
   noble: require('@stoprocent/noble/lib/resolve-bindings.js'),
   uuids: require('./uuids.json'),
@@ -56,6 +56,15 @@ export class World {
   #programs = [];
 
   async start() {
+    try {
+      await this.#startPrograms();
+    } catch (error) {
+      this.#programs.forEach(({ process, output }) => console.log(process.spawnargs.join(' '), '\n', output));
+      throw error;
+    }
+  }
+
+  async #startPrograms() {
     if (!existsSync(CATALOGUE)) execFileSync(PROJECT + 'scripts/camera-files');
     this.run('kzCameraSim', '--metadata-file', '/tmp/metadata.kzmf');
     await until('the camera', () => existsSync('/tmp/kzcamera/radio'));
