@@ -109,11 +109,18 @@ test('a slow link loses nothing, and gets no more than it takes', LIMIT, async (
   link.server.close();
 });
 
-test('the desk may go and come back', LIMIT, async () => {
+test('a serial line will do', LIMIT, async () => {
   const radio = await world.radio('serial:' + world.terminal);
+  await phone.find(); // the virtual controllers take no data packets on theirs
+  await assertOrderlyEnd(radio);
+});
+
+test('the desk may go and come back', LIMIT, async () => {
+  const radio = await world.radio('unix:' + CONTROLLER);
   await phone.connect();
   await world.desk.end('SIGKILL');
   await phone.gone;
+  await radio.says(/no more: no desk/);
   await assert.rejects(phone.find(1000), 'it advertises no more');
   await world.startDesk(new URL(world.url).port);
   await phone.connect();
