@@ -15,7 +15,7 @@ export class Bridge {
   #log;
   #centrals = new Map(); // by connection handle
   #ending = new Map(); // by address: a device has to end before its address may connect again
-  #isShown = false;
+  #hiddenBecause; // null while it advertises
 
   // `options` are name and type; `log` gets lines for the user.
   constructor({ desk, peripheral, flow, options, log }) {
@@ -37,7 +37,9 @@ export class Bridge {
         if (error instanceof ControllerError) {
           throw error;
         }
-        this.#hide(`no desk: ${error.message}`);
+        if (!signal.aborted) {
+          this.#hide(`no desk: ${error.message || error.code}`);
+        }
       });
       await sleep(RETRY, undefined, { signal }).catch(() => {});
     }
@@ -45,7 +47,7 @@ export class Bridge {
 
   // Ends every connection, in order as long as the controller does its part.
   async stop(patience) {
-    this.#hide('the end');
+    this.#hide('it ends');
     const deadline = Date.now() + patience;
     while (this.#centrals.size > 0 && Date.now() < deadline) {
       await sleep(10);
@@ -66,19 +68,22 @@ export class Bridge {
   }
 
   async #show() {
-    if (!this.#isShown) {
-      this.#isShown = true;
+    if (this.#hiddenBecause !== null) {
+      this.#hiddenBecause = null;
       await this.#peripheral.advertise(this.#options.name);
       this.#log(`"${this.#options.name}" advertises`);
     }
   }
 
   #hide(why) {
-    if (this.#isShown) {
-      this.#isShown = false;
-      this.#log(`advertises no more: ${why}`);
+    if (this.#hiddenBecause === why) {
+      return;
+    }
+    if (this.#hiddenBecause === null) {
       this.#peripheral.hide();
     }
+    this.#hiddenBecause = why;
+    this.#log(`does not advertise: ${why}`);
   }
 
   #connected(handle, address) {

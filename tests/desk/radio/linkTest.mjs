@@ -90,7 +90,7 @@ function slowLink() {
     controller.on('data', (bytes) => {
       for (const packet of fromController.split(bytes)) {
         const isCompleted = packet[0] === EVENT && packet[1] === 0x13;
-        setTimeout(() => ((link.inFlight -= isCompleted), host.write(packet)), isCompleted ? 5 : 0);
+        setTimeout(() => ((link.inFlight -= isCompleted), host.write(packet)), isCompleted ? 30 : 0);
       }
     });
     host.on('close', () => controller.destroy());
@@ -103,7 +103,13 @@ test('a slow link loses nothing, and gets no more than it takes', LIMIT, async (
   const link = await slowLink();
   const radio = await world.radio(`tcp:127.0.0.1:${link.server.address().port}`);
   await phone.connect();
-  await assertCatalogue();
+  const catalogue = assertCatalogue();
+  await until('half of the catalogue at the desk', async () => (await world.state('devices'))[0].packetsIn > 75);
+  const { arrived } = phone;
+  assert.ok(arrived < 50, `the link is not slow: ${arrived}`);
+  await phone.write('query', '02 53 46');
+  assert.ok(phone.arrived < arrived + 10, `its answer waited behind ${phone.arrived - arrived} packets`);
+  await catalogue;
   assert.equal(link.most, 1, 'the controller has room for one packet');
   await assertOrderlyEnd(radio);
   link.server.close();
@@ -120,7 +126,7 @@ test('the desk may go and come back', LIMIT, async () => {
   await phone.connect();
   await world.desk.end('SIGKILL');
   await phone.gone;
-  await radio.says(/no more: no desk/);
+  await radio.says(/does not advertise: no desk/);
   await assert.rejects(phone.find(1000), 'it advertises no more');
   await world.startDesk(new URL(world.url).port);
   await phone.connect();

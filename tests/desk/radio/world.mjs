@@ -132,11 +132,12 @@ export class Phone {
     const { services, characteristics } = await this.peripheral.discoverAllServicesAndCharacteristicsAsync();
     this.services = services.map(({ uuid }) => uuid);
     this.interfaces = {};
+    this.arrived = 0;
     for (const name of ['command', 'settings', 'query', 'sensor']) {
       const find = (what) => characteristics.find(({ uuid }) => uuid === uuids[name][what].replaceAll('-', ''));
       const packets = [];
       this.interfaces[name] = { write: find('write'), notify: find('notify'), packets };
-      find('notify').on('data', (packet) => packets.push(packet));
+      find('notify').on('data', (packet) => (this.arrived += packets.push(packet) > 0));
       await find('notify').subscribeAsync();
     }
   }
