@@ -35,7 +35,7 @@ export function showLog(desk, section, traffic) {
     const device = h('select', {name: 'device'}, h('option', {value: ''}, 'all devices'));
     const kinds = h('select', {name: 'show'}, [['', 'messages'], ['packets', 'packets'], ['both', 'both']].map(([value, text]) => (
         h('option', {value, selected: chosen('show') === value}, text))));
-    const pause = h('button', {type: 'button', class: 'quiet', 'aria-pressed': false}, 'Pause');
+    const pause = h('button', {type: 'button', class: 'quiet'}, 'Pause');
     const clear = h('button', {type: 'button', class: 'quiet', onclick: () => traffic.clear()}, 'Clear');
     const count = h('span', {class: 'note', role: 'status'});
     const list = h('ol', {class: 'entries', tabindex: 0, 'aria-label': 'Messages, newest last'});
@@ -103,7 +103,6 @@ export function showLog(desk, section, traffic) {
     }
     pause.addEventListener('click', () => {
         isPaused = !isPaused;
-        setAttribute(pause, 'aria-pressed', isPaused);
         setText(pause, isPaused ? 'Go on' : 'Pause');
         draw();
     });

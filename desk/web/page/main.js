@@ -20,6 +20,7 @@ function showLink(desk) {
         const text = !desk.isLinked ? 'the desk does not answer' :
             desk.state.camera ? `model ${desk.state.camera.model} at ${location.host}` : 'no camera';
         setText(link, text);
+        document.body.classList.toggle('offline', !desk.isLinked);
         link.classList.toggle('bad', !desk.isLinked || !desk.state.camera);
     };
     desk.on('link', show);
