@@ -40,7 +40,8 @@ function resultText({what, result, problem}) {
 export function shortText(meaning) {
     const all = items(meaning);
     const more = all.length > kShortItems ? [`and ${all.length - kShortItems} more`] : [];
-    return [resultText(meaning), ...all.slice(0, kShortItems), ...more].filter(Boolean).join(' · ');
+    const text = [resultText(meaning), ...all.slice(0, kShortItems), ...more].filter(Boolean).join(' · ');
+    return text || (meaning.what === 'answer' && meaning.result?.name) || '';
 }
 
 export function fullText(meaning) {

@@ -86,7 +86,7 @@ export function showPlot(desk, section, samples, testSensor) {
     const play = h('button', {type: 'button', onclick: tried(() => (testSensor.isRunning ? testSensor.stop() : testSensor.start()))});
     section.append(h('div', {class: 'row'}, picked, play), canvas, numbers, note);
 
-    // The one that the page's address names, or the one that has a sample last.
+    // The one that the page's address names, or the first of the sensor that has sent last.
     function showChoice() {
         const keys = [...samples.keys].map(([key, {sensor, name}]) => [key, `${sensor}: ${name}`]);
         const signature = JSON.stringify(keys);
@@ -96,7 +96,8 @@ export function showPlot(desk, section, samples, testSensor) {
             const wanted = chosen('sensor');
             const timeOf = ([key]) => samples.keys.get(key).samples.at(-1).time;
             const latest = keys.reduce((best, key) => (!best || timeOf(key) > timeOf(best) ? key : best), null);
-            pick.value = samples.keys.has(wanted) ? wanted : latest?.[0] ?? '';
+            const first = keys.find(([key]) => samples.keys.get(key).device === samples.keys.get(latest[0]).device);
+            pick.value = samples.keys.has(wanted) ? wanted : first?.[0] ?? '';
         }
         picked.hidden = keys.length === 0;
     }
