@@ -105,6 +105,12 @@ test('an answer is told from what comes before and behind it', async () => {
     answers = ['00 02'];
     await assert.rejects(
         camera.get(2), failure('refused', {command: 'get-settings', result: protocol.result('query', 2)}));
+    answers = ['00 02'];  // to the first of two packets
+    const written = [];
+    camera.on('packet', ({direction, bytes}) => direction === 'write' && written.push(bytes[0]));
+    const two = [camera.get(...Array.from({length: 20}, (_, index) => index)), camera.get(2)];
+    assert.deepEqual((await Promise.allSettled(two)).map(({status}) => status), ['rejected', 'rejected']);
+    assert.deepEqual(written, [0x20, 0x80, 2]);
     const seen = [];
     answers = ['52 00 02 01 09', '92 00 02 01 01'];
     await camera.watch({settings: [2]}, ({value}) => seen.push(value));

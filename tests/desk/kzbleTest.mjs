@@ -96,9 +96,12 @@ for (const [way, transport] of [
         assert.deepEqual(
             (await camera.get('frame rate', 2)).map(({id, option}) => [id, option]), [[3, '60'], [2, '5K']]);
         assert.deepEqual(await camera.status('encoding'), [{id: 10, name: 'Encoding', value: 1}]);
+        const others = [];
+        await camera.watch({statuses: ['encoding']}, ({value}) => others.push(value));
         await stop();
         await control('record', 'off');
         await camera.set(2, 1);
+        await until('what another one watches', () => others.join() === '1,0');
         assert.equal(seen.length, initial + 3);
         const options = (await camera.capabilities('frame rate'))[0].options.map(({name}) => name);
         assert.ok(options.includes('60') && !options.includes('240'), options);
