@@ -109,6 +109,10 @@ for (const [way, transport] of [
             camera.set('frame rate', '240'), failure('refused', {result: {code: 2, name: 'invalid parameter'}}));
         await assert.rejects(camera.feature('cah-upload'), failure('refused', {command: 'cah-upload'}));
         await assert.rejects(camera.set('frame rate', '61'), failure('refused'));
+        for (const rate of ['30', '60']) {  // names that are numbers, too
+            await camera.set('frame rate', rate);
+            await until('the frame rate', async () => (await camera.get('frame rate'))[0].option === rate);
+        }
         await assert.rejects(camera.set('frames', 1), failure('invalid'));
         assert.equal((await camera.feature('turbo', {1: true})).result.name, 'RESULT_SUCCESS');
         const together = await Promise.all(
