@@ -125,7 +125,8 @@ def main():
     split = sys.argv.index("--")
     desk = Desk(*sys.argv[1:split])
     try:
-        return subprocess.run(sys.argv[split + 1:], env={**os.environ, "KZ_DESK": f"http://127.0.0.1:{desk.port}"}).returncode
+        os.environ["KZ_DESK"] = f"http://127.0.0.1:{desk.port}"
+        return subprocess.run(sys.argv[split + 1:]).returncode
     finally:
         desk.stop()
 

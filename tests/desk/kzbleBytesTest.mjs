@@ -74,6 +74,7 @@ test('values have their names, and the packets of an example make its message', 
     assert.deepEqual(
         decoder.decode(2, '0f 0a 07 e8 02 1d 17 3b 3a fd 30 01', 'write').values,
         {time: {year: 2024, month: 2, day: 29, hour: 23, minute: 59, second: 58, zone: -720, 'daylight saving': 'on'}});
+    assert.equal(decoder.decode(7, '02 05 09 00 00 01 00', 'write').values.option, 256);
     const write = (name, values) => hex(requestBytes(protocol.named(name), values));
     assert.equal(write('button', {press: {button: 2, state: 1}}), '1b 02 02 01');
     assert.equal(write('Register_Key', ['HRTE', 0, 2, 0x53, 2, 1, {sticky: 1}]), '03 48 52 54 45 00 02 53 02 01 02');
@@ -84,7 +85,7 @@ test('values have their names, and the packets of an example make its message', 
     const assembler = new Framing(protocol).assembler('client');
     const first = '20 15' +
         '01'.repeat(18);
-    const packets = [first, '01 51', '80 02', first, '81 02', '80 02', '45', '40 00 01 51', first, '80 02 02 02'];
+    const packets = [first, '01 51', '80 02', first, '81 02 02 02', '80 02', '45', '40 00 01 51', first, '80 02 02 02'];
     assert.deepEqual(
         packets.map((packet) => hex(assembler.add(bytesOf(packet)) ?? '')),
         ['', '51', '', '', '', '', '', '', '', '01 '.repeat(18) + '02 02 02']);
@@ -105,10 +106,28 @@ test('an answer is told from what comes before and behind it', async () => {
     answers = ['00 02'];
     await assert.rejects(
         camera.get(2), failure('refused', {command: 'get-settings', result: protocol.result('query', 2)}));
+    answers = ['00 02'];  // to the first of two packets
+    const written = [];
+    camera.on('packet', ({direction, bytes}) => direction === 'write' && written.push(bytes[0]));
+    const two = [camera.get(...Array.from({length: 20}, (_, index) => index)), camera.get(2)];
+    assert.deepEqual((await Promise.allSettled(two)).map(({status}) => status), ['rejected', 'rejected']);
+    assert.deepEqual(written, [0x20, 0x80, 2]);
     const seen = [];
     answers = ['52 00 02 01 09', '92 00 02 01 01'];
     await camera.watch({settings: [2]}, ({value}) => seen.push(value));
     assert.deepEqual(seen, [1], 'the push is newer');
+});
+
+test('an answer may take longer than the deadline as long as more of it comes', async () => {
+    const transport = new HandTransport();
+    const camera = await connect(transport, protocol, {catalogue: null, timeout: 500});
+    const packets = new Framing(protocol).cut(new Uint8Array(90).fill(0x51), 'camera');
+    transport.written = () => packets.forEach((bytes, index) => {
+        setTimeout(() => transport.emit('packet', {stream: 4, bytes}), 200 * index);
+    });
+    assert.equal((await camera.raw('command', '51')).length, 90);
+    transport.written = () => transport.emit('packet', {stream: 4, bytes: packets[0]});
+    await assert.rejects(camera.raw('command', '51'), failure('timed-out'));
 });
 
 test('hostile bytes neither throw nor pile up', {timeout: 60_000}, async (context) => {
@@ -157,18 +176,19 @@ test('hostile bytes neither throw nor pile up', {timeout: 60_000}, async (contex
     assert.equal(reports.mock.callCount(), 0);
 });
 
-test('an event stream that breaks is taken up again, and a flood ends it', async () => {
+test('an event stream that breaks is taken up again, and a flood ends it', {timeout: 20_000}, async () => {
     const event = (id, bytes) =>
         `id: ${id}\nevent: packet\ndata: {"direction":"notify","stream":4,"bytes":"${bytes}"}\n\n`;
     const asked = [];
     const answers = [
         event(7, '02 01 00'),
         ': silence\n\nevent: packet\ndata: no JSON\n\n' + event(9, '02 zz') + event(9, '02 02 00'),
-        'event: flood'.padEnd(3 << 20)
+        'event: '.padEnd(3 << 20)
     ];
     const server = http.createServer((request, response) => {
         asked.push(request.url);
-        response.end(answers[asked.length - 1] ?? '');
+        response.write(answers[asked.length - 1] ?? '');
+        asked.length === 3 || response.end();
     });
     await new Promise((resolve) => {
         server.listen(0, '127.0.0.1', resolve);
@@ -184,5 +204,6 @@ test('an event stream that breaks is taken up again, and a flood ends it', async
     assert.deepEqual(
         [seen, asked.slice(0, 3)],
         [['02 01 00', '02 02 00'], ['/devices/3/events', '/devices/3/events?from=7', '/devices/3/events?from=9']]);
+    server.closeAllConnections();
     server.close();
 });

@@ -22,7 +22,7 @@ export function failure(code, members = {}) {
 
 export async function until(what, condition) {
     const end = Date.now() + 20_000;
-    while (!condition()) {
+    while (!await condition()) {
         assert.ok(Date.now() < end, `waited in vain for ${what}`);
         await new Promise((resolve) => {
             setTimeout(resolve, 5);

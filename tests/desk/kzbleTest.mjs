@@ -96,9 +96,12 @@ for (const [way, transport] of [
         assert.deepEqual(
             (await camera.get('frame rate', 2)).map(({id, option}) => [id, option]), [[3, '60'], [2, '5K']]);
         assert.deepEqual(await camera.status('encoding'), [{id: 10, name: 'Encoding', value: 1}]);
+        const others = [];
+        await camera.watch({statuses: ['encoding']}, ({value}) => others.push(value));
         await stop();
         await control('record', 'off');
         await camera.set(2, 1);
+        await until('what another one watches', () => others.join() === '1,0');
         assert.equal(seen.length, initial + 3);
         const options = (await camera.capabilities('frame rate'))[0].options.map(({name}) => name);
         assert.ok(options.includes('60') && !options.includes('240'), options);
@@ -106,6 +109,10 @@ for (const [way, transport] of [
             camera.set('frame rate', '240'), failure('refused', {result: {code: 2, name: 'invalid parameter'}}));
         await assert.rejects(camera.feature('cah-upload'), failure('refused', {command: 'cah-upload'}));
         await assert.rejects(camera.set('frame rate', '61'), failure('refused'));
+        for (const rate of ['30', '60']) {  // names that are numbers, too
+            await camera.set('frame rate', rate);
+            await until('the frame rate', async () => (await camera.get('frame rate'))[0].option === rate);
+        }
         await assert.rejects(camera.set('frames', 1), failure('invalid'));
         assert.equal((await camera.feature('turbo', {1: true})).result.name, 'RESULT_SUCCESS');
         const together = await Promise.all(

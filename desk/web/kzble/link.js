@@ -9,10 +9,12 @@ import {Framing} from './framing.js';
 
 const kWriteTimeout = 15_000;  // ms
 
-// One interface: what waits to be written, and what was written and waits for its answer.
+// One interface: what waits to be written, and what is being written or waits for its answer.
 class Channel {
     queue = [];
     current = null;
+
+    constructor(stream) { this.stream = stream; }
 }
 
 export class Link extends Emitter {
@@ -27,7 +29,7 @@ export class Link extends Emitter {
         this.timeout = timeout;
         this.framing = new Framing(protocol);
         for (const one of protocol.interfaces) {
-            this.#channels.set(one.name, new Channel());
+            this.#channels.set(one.name, new Channel(one.request));
             this.#assemblers.set('write ' + one.request, this.framing.assembler('client'));
             this.#assemblers.set('notify ' + one.answer, this.framing.assembler('camera'));
         }
@@ -65,61 +67,73 @@ export class Link extends Emitter {
                 return;
             }
             const packets = this.framing.cut(message);
-            channel.queue.push(
-                {message, packets, timeout, answered, name, resolve, reject, timer: null, isWritten: false});
-            this.#next(interfaceName, channel);
+            channel.queue.push({channel, message, packets, timeout, answered, name, resolve, reject});
+            this.#next(channel);
         });
     }
 
-    #next(interfaceName, channel) {
+    #next(channel) {
         if (channel.current || channel.queue.length === 0) {
             return;
         }
         const job = channel.queue.shift();
         channel.current = job;
-        job.finish = (settle, value) => {
-            clearTimeout(job.timer);
-            settle(value);
-            if (channel.current === job) {
-                channel.current = null;
-                this.#next(interfaceName, channel);
-            }
-        };
-        job.timer = setTimeout(() => this.#giveUpWriting(job), kWriteTimeout);
-        this.#write(this.protocol.interface(interfaceName).request, job, channel);
+        job.writeTimer = setTimeout(() => this.#giveUpWriting(job), kWriteTimeout);
+        this.#write(job);
     }
 
-    async #write(stream, job, channel) {
+    async #write(job) {
         try {
             for (const bytes of job.packets) {
+                this.#note({stream: job.channel.stream, bytes, direction: 'write', time: new Date()});
+                await this.transport.write(job.channel.stream, bytes);
                 if (this.#ended) {
                     return;
                 }
-                this.#note({stream, bytes, direction: 'write', time: new Date()});
-                await this.transport.write(stream, bytes);
             }
-            if (!job.answered) {
-                job.finish(job.resolve);
-            } else if (channel.current === job) {  // else its answer was here sooner
-                job.isWritten = true;
+            if (job.answered) {
                 this.#restartTimer(job);
+            } else {
+                this.#settle(job, job.resolve);
             }
         } catch (error) {
-            job.finish(
-                job.reject,
-                error instanceof CameraError ? error :
-                                               new CameraError(
-                                                   'transport', `a packet could not be written: ${error.message}`,
-                                                   {command: job.name, cause: error}));
+            this.#settle(job, job.reject, this.#writeError(error, job.name));
+        }
+        clearTimeout(job.writeTimer);
+        job.isWritten = true;
+        this.#advance(job);
+    }
+
+    #writeError(error, command) {
+        return error instanceof CameraError ?
+            error :
+            new CameraError('transport', `a packet could not be written: ${error.message}`, {command, cause: error});
+    }
+
+    #settle(job, settle, value) {
+        clearTimeout(job.timer);
+        job.isSettled = true;
+        settle(value);
+        this.#advance(job);
+    }
+
+    // An answer may come before all is written, to a packet that the camera could not use. The rest must not be mixed
+    // with the next message.
+    #advance(job) {
+        if (job.isSettled && job.isWritten && job.channel.current === job) {
+            job.channel.current = null;
+            this.#next(job.channel);
         }
     }
 
     #restartTimer(job) {
         clearTimeout(job.timer);
-        job.timer = setTimeout(() => {
-            job.finish(
-                job.reject, new CameraError('timed-out', `no answer within ${job.timeout} ms`, {command: job.name}));
-        }, job.timeout);
+        if (!job.isSettled) {
+            job.timer = setTimeout(() => {
+                const error = new CameraError('timed-out', `no answer within ${job.timeout} ms`, {command: job.name});
+                this.#settle(job, job.reject, error);
+            }, job.timeout);
+        }
     }
 
     // Half a message is on its way, and nothing can follow it.
@@ -142,24 +156,24 @@ export class Link extends Emitter {
         if (!assembler) {
             return;
         }
-        const channel = this.protocol.interfaceOf(packet.stream);
+        const {name} = this.protocol.interfaceOf(packet.stream);
         const sizeBefore = assembler.size;
         const message = assembler.add(packet.bytes);
         if (message) {
-            this.emit('message', {...packet, bytes: message, interface: channel.name});
+            this.emit('message', {...packet, bytes: message, interface: name});
         }
-        if (packet.direction === 'notify') {
-            const job = this.#channels.get(channel.name).current;
-            this.#answered(
-                job, channel.name, message, assembler.size > sizeBefore && assembler.first === job?.message[0]);
+        const job = packet.direction === 'notify' ? this.#channels.get(name).current : null;
+        if (job?.answered && !job.isSettled) {
+            const isComing = assembler.size > sizeBefore && assembler.first === job.message[0];
+            this.#answered(job, name, message, isComing);
         }
     }
 
     // A long answer may take longer than the deadline as long as more of it comes.
     #answered(job, interfaceName, message, isComing) {
-        if (job?.answered && message && this.protocol.isAnswer(interfaceName, job.message, message)) {
-            job.finish(job.resolve, message);
-        } else if (job?.isWritten && isComing) {
+        if (message && this.protocol.isAnswer(interfaceName, job.message, message)) {
+            this.#settle(job, job.resolve, message);
+        } else if (job.timer && isComing) {
             this.#restartTimer(job);
         }
     }
@@ -176,6 +190,8 @@ export class Link extends Emitter {
         for (const {queue, current} of this.#channels.values()) {
             for (const job of [...(current ? [current] : []), ...queue.splice(0)]) {
                 clearTimeout(job.timer);
+                clearTimeout(job.writeTimer);
+                job.isSettled = true;
                 job.reject(this.#endError(job.name));
             }
         }
