@@ -13,8 +13,8 @@ function interestsText({interests}, names) {
     return all.length > 0 ? `Watches ${all.join(', ')}` : 'Watches nothing';
 }
 
-// Names of what it watches, for who wants to know.
-function interestsTitle({interests}, {camera}) {
+// Names of what it watches.
+function interestNames({interests}, {camera}) {
     const nameOf = (rows, id) => rows?.find((row) => row.id === id)?.name ?? id;
     const line = (kind, rows) => (interests[kind]?.length ? `${kind}: ${interests[kind].map((id) => nameOf(rows, id)).join(', ')}` : null);
     return [line('settings', camera?.settings), line('capabilities', camera?.settings), line('status', camera?.status)]
@@ -67,7 +67,7 @@ export function showDevices(desk, section, phone, protocol, log) {
         return h('li', {}, h('div', {class: 'row'}, h('strong', {class: 'who'}), h('span', {class: 'mark'}),
             h('span', {class: 'counts'})),
         h('div', {class: 'gates', role: 'group', 'aria-label': 'Gates'}, gateButtons(connection)),
-        h('div', {class: 'row'}, h('p', {class: 'interests note'}), h('button', {type: 'button', class: 'quiet', 'data-does': 'traffic',
+        h('div', {class: 'row'}, h('details', {class: 'interests'}, h('summary', {}), h('p', {class: 'note'})), h('button', {type: 'button', class: 'quiet', 'data-does': 'traffic',
             onclick: () => log.showDevice(ofDesk(connection).device)}, 'Traffic'),
         h('button', {type: 'button', class: 'quiet', onclick: disconnect}, 'Disconnect')));
     }
@@ -85,9 +85,11 @@ export function showDevices(desk, section, phone, protocol, log) {
         for (const button of device ? item.querySelectorAll('.gate') : []) {
             setAttribute(button, 'aria-pressed', isOpen(device, button.dataset.gate));
         }
-        setText(part('.interests'), device ? interestsText(device, {display: 'the display', led: 'the LEDs'}) :
+        setText(part('.interests summary'), device ? interestsText(device, {display: 'the display', led: 'the LEDs'}) :
             'Its gates and interests are known to the camera alone.');
-        setAttribute(part('.interests'), 'title', device ? interestsTitle(device, desk.state) : null);
+        const names = device ? interestNames(device, desk.state) : '';
+        setText(part('.interests p'), names);
+        part('.interests').classList.toggle('plain', names === '');
     }
 
     desk.on('state', ({connections}) => {
