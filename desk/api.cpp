@@ -121,7 +121,11 @@ void Api::state(Call& call) {
 }
 
 void Api::stateEvents(Call& call) {
-    m_streams.ofState(call.response);
+    const std::string devices = call.request.get_param_value("devices");
+    if (!devices.empty() && devices != "all") {
+        throw badRequest("\"devices\" can only be \"all\"");
+    }
+    m_streams.ofState(devices == "all", call.response);
 }
 
 // ---------------------------------------------------------------- devices

@@ -67,7 +67,7 @@ class Api {
     std::string m_cataloguePath;
     DeviceTable m_devices{m_protocol};
     CameraState m_state{m_devices};
-    EventStreams m_streams{m_state};
+    EventStreams m_streams{m_state, m_devices};
 };
 
 // Fills an answer with JSON.

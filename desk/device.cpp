@@ -29,7 +29,9 @@ std::string addressText(const kzclient::Address& address) {
 }
 
 Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol)
-    : m_number(number), m_peer(peer), m_protocol(protocol), m_link("", peer), m_reader([this] { read(); }) {}
+    : m_number(number), m_peer(peer), m_protocol(protocol), m_events(number), m_link("", peer), m_reader([this] {
+          read();
+      }) {}
 
 Device::~Device() {
     disconnect("deleted");
@@ -137,6 +139,7 @@ void Device::notePacket(Direction direction, uint8_t stream, std::span<const uin
 
 void Device::noteMessage(Direction direction, const Interface& interface, uint8_t stream, const Bytes& message) {
     const bool isWrite = direction == Direction::kWrite;
+    isWrite ? m_interests.noteRequest(interface, message) : m_interests.noteAnswer(interface, message);
     m_events.add("message", {{"direction", isWrite ? "write" : "notify"},
                              {"stream", stream},
                              {"interface", interface.name},
@@ -158,7 +161,9 @@ Json Device::state() const {
             {"address", addressText(address())},
             {"type", type()},
             {"typeName", m_protocol.deviceTypeName(type())},
+            {"central", m_peer.cameraIsCentral},
             {"gates", gates},
+            {"interests", m_interests.state()},
             {"packetsIn", m_packetsIn.load()},
             {"packetsOut", m_packetsOut.load()}};
 }

@@ -14,6 +14,7 @@
 
 #include "eventLog.h"
 #include "hexText.h"
+#include "interests.h"
 #include "meaning.h"
 #include "packetAssembler.h"
 #include "protocolFile.h"
@@ -80,6 +81,7 @@ class Device {
     const ProtocolFile& m_protocol;
     EventLog m_events;
     Meaning m_meaning;
+    Interests m_interests;
     std::atomic<bool> m_ended = false;
     std::atomic<int> m_streams = 0;
     std::atomic<uint64_t> m_packetsIn = 0;   // notified by the camera

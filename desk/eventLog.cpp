@@ -32,7 +32,7 @@ std::string timeNow() {
 }
 
 void EventLog::append(const char* name, const Json& data) {
-    Json timed = {{"time", timeNow()}};
+    Json timed = {{"time", timeNow()}, {"device", m_device}};
     timed.update(data);
     m_events.push_back(eventText(++m_last, name, timed));
     if (m_events.size() > kKept) {
@@ -69,7 +69,8 @@ EventLog::Batch EventLog::read(uint64_t after, Clock::time_point deadline) {
     Batch batch{{}, after, m_ended};
     const uint64_t thrownAway = m_last - m_events.size();
     if (after < thrownAway) {
-        batch.text = eventText(thrownAway, "lost", {{"time", timeNow()}, {"events", thrownAway - after}});
+        batch.text =
+            eventText(thrownAway, "lost", {{"time", timeNow()}, {"device", m_device}, {"events", thrownAway - after}});
     }
     for (uint64_t id = std::max(after, thrownAway) + 1; id <= m_last; ++id) {
         batch.text += m_events[id - thrownAway - 1];

@@ -21,6 +21,9 @@ std::string timeNow();
 
 class EventLog {
   public:
+    // `device` is its number, which stands in each event.
+    explicit EventLog(unsigned device) : m_device(device) {}
+
     static constexpr size_t kKept = 1000;
     using Clock = std::chrono::steady_clock;
 
@@ -31,7 +34,7 @@ class EventLog {
         bool finished = false;  // nothing comes after it
     };
 
-    // Adds an event; "time" goes before the members of `data`. Nothing is added behind the end.
+    // Adds an event; "time" and "device" go before the members of `data`. Nothing is added behind the end.
     void add(const char* name, const nlohmann::ordered_json& data);
     // Adds the event `end`, behind which there is nothing. The first reason stays.
     void end(const char* reason);
@@ -43,6 +46,7 @@ class EventLog {
   private:
     void append(const char* name, const nlohmann::ordered_json& data);
 
+    const unsigned m_device;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::string> m_events;  // the last one has the id m_last

@@ -1,5 +1,7 @@
 #include "eventStreams.h"
 
+#include <iterator>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -13,6 +15,8 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* kType = "text/event-stream";
 constexpr const char* kHeartbeatLine = ": still here\n\n";
 constexpr std::chrono::milliseconds kTurn{500};  // how soon it is noticed that a reader has gone
+
+constexpr std::chrono::milliseconds kDevicesTurn{20};  // how late an event of a device may come between the state's
 
 bool write(httplib::DataSink& sink, const std::string& text) {
     return sink.write(text.data(), text.size());
@@ -36,6 +40,32 @@ bool speak(httplib::DataSink& sink, const std::string& text, Clock::time_point& 
     return write(sink, text.empty() ? kHeartbeatLine : text);
 }
 
+// How far a reader of all devices has come with each.
+class FollowedDevices {
+  public:
+    // What is new. A device that has gone meanwhile is read to its end.
+    std::string read(DeviceTable& devices) {
+        for (auto& device : devices.all()) {
+            m_places.try_emplace(device->number(), Place{device, 0});
+        }
+        std::string text;
+        for (auto one = m_places.begin(); one != m_places.end();) {
+            const EventLog::Batch batch = one->second.device->events().read(one->second.last, Clock::time_point{});
+            text += batch.text;
+            one->second.last = batch.last;
+            one = batch.finished ? m_places.erase(one) : std::next(one);
+        }
+        return text;
+    }
+
+  private:
+    struct Place {
+        std::shared_ptr<Device> device;
+        uint64_t last;  // id of the last event that was read
+    };
+    std::map<unsigned, Place> m_places;
+};
+
 }  // namespace
 
 void EventStreams::ofDevice(std::shared_ptr<Device> device, uint64_t after, httplib::Response& response) {
@@ -58,21 +88,23 @@ void EventStreams::ofDevice(std::shared_ptr<Device> device, uint64_t after, http
         });
 }
 
-void EventStreams::ofState(httplib::Response& response) {
+void EventStreams::ofState(bool withDevices, httplib::Response& response) {
     count(m_ofState, kMostOfState);
     ++m_open;
     response.set_chunked_content_provider(
         kType,
-        [this, sent = std::string(), spoken = Clock::now()](size_t /*offset*/, httplib::DataSink& sink) mutable {
+        [this, withDevices, followed = FollowedDevices(), sent = std::string(), spoken = Clock::now()](
+            size_t /*offset*/, httplib::DataSink& sink) mutable {
+            const std::string ofDevices = withDevices ? followed.read(m_devices) : std::string();
             if (m_stopping) {
-                write(sink, eventText(0, "end", {{"reason", "desk stops"}}));
+                write(sink, ofDevices + eventText(0, "end", {{"reason", "desk stops"}}));
                 sink.done();
                 return true;
             }
             const std::string event = m_state.recentEvent();
-            const bool goesOn = speak(sink, event == sent ? std::string() : event, spoken);
+            const bool goesOn = speak(sink, ofDevices + (event == sent ? std::string() : event), spoken);
             sent = event;
-            std::this_thread::sleep_for(CameraState::kAge);
+            std::this_thread::sleep_for(withDevices ? kDevicesTurn : CameraState::kAge);
             return goesOn;
         },
         [this](bool /*success*/) {

@@ -19,18 +19,21 @@ class EventStreams {
     // After so long without an event a comment is sent, so that nobody on the way takes the connection for dead.
     static constexpr std::chrono::seconds kHeartbeat{15};
 
-    // `state` has to outlive it.
-    explicit EventStreams(CameraState& state) : m_state(state) {}
+    // Both have to outlive it.
+    EventStreams(CameraState& state, DeviceTable& devices) : m_state(state), m_devices(devices) {}
 
     // The events of a device behind the one with the id `after`. Throws ApiError 429.
     void ofDevice(std::shared_ptr<Device> device, uint64_t after, httplib::Response& response);
-    void ofState(httplib::Response& response);
+    // The state, and when asked for between its events those of every device: browsers open few connections to one
+    // host.
+    void ofState(bool withDevices, httplib::Response& response);
 
     // Ends the streams of the state, and waits up to `patience` for all streams to be gone.
     void stop(std::chrono::milliseconds patience);
 
   private:
     CameraState& m_state;
+    DeviceTable& m_devices;
     std::atomic<bool> m_stopping = false;
     std::atomic<int> m_ofState = 0;
     std::atomic<int> m_open = 0;

@@ -1,10 +1,15 @@
-"""A camera with its daemon and desk, to be started in a world of its own, and a client of the desk."""
+"""A camera with its daemon and desk, to be started in a world of its own, and a client of the desk.
+
+desk.py BUILD [OPTION...] -- COMMAND... - runs a command beside them, which finds the desk's address in $KZ_DESK; the
+options are kzCameraSim's.
+"""
 
 import http.client
 import json
 import os
 import socket
 import subprocess
+import sys
 import threading
 import time
 
@@ -24,13 +29,13 @@ def wait_until(what, condition):
 class Desk:
     """The three programs; stop() ends them."""
 
-    def __init__(self, build):
+    def __init__(self, build, *options):
         os.environ["PATH"] = ":".join([f"{build}/client", f"{build}/simulator", f"{build}/kzBleSdkD/src",
                                        f"{build}/desk", os.environ["PATH"]])
         os.environ["KZ_CATALOGUE"] = "/usr/local/zorvik/etc/58/settings.json"
         if not os.path.exists(os.environ["KZ_CATALOGUE"]):
             subprocess.run([f"{PROJECT}/scripts/camera-files"], check=True)
-        self.camera = subprocess.Popen(["kzCameraSim", "--metadata-file", "/tmp/metadata.kzmf"],
+        self.camera = subprocess.Popen(["kzCameraSim", "--metadata-file", "/tmp/metadata.kzmf", *options],
                                        stdout=subprocess.DEVNULL)
         wait_until("the radio", lambda: os.path.exists("/tmp/kzcamera/radio"))
         self.daemon = subprocess.Popen(["kzBleSdkD"], stderr=subprocess.DEVNULL)
@@ -114,3 +119,17 @@ class Events:
 
     def close(self):
         self.socket.shutdown(socket.SHUT_RDWR)
+
+
+def main():
+    split = sys.argv.index("--")
+    desk = Desk(*sys.argv[1:split])
+    try:
+        os.environ["KZ_DESK"] = f"http://127.0.0.1:{desk.port}"
+        return subprocess.run(sys.argv[split + 1:]).returncode
+    finally:
+        desk.stop()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

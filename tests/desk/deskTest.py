@@ -87,9 +87,11 @@ class DeskTest(unittest.TestCase):
         self.assertEqual(answer[2]["meaning"]["what"], "answer")
         self.assertEqual(answer[2]["meaning"]["result"], {"code": 0, "name": "success"})
 
-        long = self.desk.ask("POST", write, {"stream": 12, "message": "53" + "46" * 40})[2]
+        long = self.desk.ask("POST", write, {"stream": 12, "message": "53 45" + "46" * 39})[2]
         self.assertEqual(long, {"packets": 3})
         events.find("message", stream=14)
+        self.desk.ask("POST", write, {"stream": 12, "message": "73 45"})
+        events.find("message", stream=14, bytes="73 00")
         self.assertEqual(self.desk.ask("POST", "/do", {"command": ["battery", "41"]})[2], {"output": None})
         push = wait_until("a push", lambda: next((one for one in list(events.seen) if one[1] == "message" and
                                                   one[2]["bytes"] == "93 00 46 01 29"), None))
@@ -99,10 +101,13 @@ class DeskTest(unittest.TestCase):
         wait_until("the push again", lambda: resumed.seen)
         self.assertEqual(resumed.seen[0], push)
 
+        everything = self.desk.events("/events?devices=all")
+        everything.find("message", device=number, bytes="93 00 46 01 29")
         self.desk.ask("POST", f"/devices/{number}/ccc", {"descriptor": 5, "value": 0})
-        events.find("gate", descriptor=5, value=0)
+        everything.find("gate", device=number, descriptor=5, value=0)
         state = self.desk.ask("GET", "/state")[2]
         self.assertEqual(state["devices"][0]["gates"], {"5": 0, "10": 1, "15": 1, "20": 1})
+        self.assertEqual(state["devices"][0]["interests"], {"status": [70]})
         self.assertEqual([one["id"] for one in state["connections"]], [state["devices"][0]["connection"]])
 
     def test_only_who_knows_the_desk_may_ask(self):

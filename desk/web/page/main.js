@@ -1,0 +1,47 @@
+// Starts the page: one stream of the desk, one phone, and the panels, each of which follows the stream by itself.
+import {showBuffers} from './buffers.js';
+import {showControls} from './controls.js';
+import {Desk, ask} from './desk.js';
+import {showDevices} from './devices.js';
+import {byId, setText} from './dom.js';
+import {showFace} from './face.js';
+import {showLog} from './log.js';
+import {Phone} from './phone.js';
+import {showPlot} from './plot.js';
+import {complain} from './problems.js';
+import {Samples} from './samples.js';
+import {showSettings} from './settings.js';
+import {TestSensor} from './testSensor.js';
+import {Traffic} from './traffic.js';
+
+function showLink(desk) {
+    const link = byId('link');
+    const show = () => {
+        const text = !desk.isLinked ? 'the desk does not answer' :
+            desk.state.camera ? `model ${desk.state.camera.model} at ${location.host}` : 'no camera';
+        setText(link, text);
+        document.body.classList.toggle('offline', !desk.isLinked);
+        link.classList.toggle('bad', !desk.isLinked || !desk.state.camera);
+    };
+    desk.on('link', show);
+    desk.on('state', show);
+}
+
+async function start() {
+    // A camera without a catalogue has numbers for names.
+    const [protocol, catalogue] = await Promise.all([ask('GET', 'protocol.json'), ask('GET', 'catalogue.json').catch(() => null)]);
+    const desk = new Desk();
+    const phone = new Phone(desk, protocol, catalogue);
+    phone.on('failed', complain);
+    showLink(desk);
+    showFace(desk, byId('face'));
+    showBuffers(desk, byId('face'));
+    showControls(desk, byId('controls'), phone);
+    showSettings(desk, byId('settings'), phone, catalogue);
+    const log = showLog(desk, byId('log'), new Traffic(desk, protocol, catalogue));
+    showDevices(desk, byId('devices'), phone, protocol, log);
+    showPlot(desk, byId('plot'), new Samples(desk), new TestSensor(desk));
+    desk.follow();
+}
+
+start().catch(complain);
