@@ -44,14 +44,14 @@ int csiSet(const Platform& platform) {
 }
 // As many of the three as answer: a library may open a channel without asking anybody.
 int handOver(const Platform& platform) {
-    unsigned char channel[KZIPC_CHANNEL_SIZE] = {};
-    const int opened = platform.ipcInit("metadata", channel);
+    Channel channel;
+    const int opened = platform.ipcInit("metadata", channel.record);
     if (opened < 0) {
         return opened;
     }
     const uint8_t record[4] = {49};
-    const int sent = platform.ipcSend(channel, record, sizeof record);
-    platform.ipcDestroy(channel);
+    const int sent = platform.ipcSend(channel.record, record, sizeof record);
+    platform.ipcDestroy(channel.record);
     return std::min(sent, 0);
 }
 

@@ -50,14 +50,15 @@ Bytes record(size_t size) {
 
 // A hand-over as the daemon makes it: opens the channel in a zeroed record, sends, closes.
 Call handOver(const Platform& platform, const Bytes& bytes) {
-    unsigned char channel[KZIPC_CHANNEL_SIZE] = {};
-    Call call = timed([&] { return std::min(platform.ipcInit(kChannel, channel), 0); });
+    Channel channel;
+    Call call = timed([&] { return std::min(platform.ipcInit(kChannel, channel.record), 0); });
     if (!answered(call)) {
         return call;
     }
-    call = timed(
-        [&] { return std::min(platform.ipcSend(channel, bytes.data(), static_cast<uint32_t>(bytes.size())), 0); });
-    platform.ipcDestroy(channel);
+    call = timed([&] {
+        return std::min(platform.ipcSend(channel.record, bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+    });
+    platform.ipcDestroy(channel.record);
     return call;
 }
 
@@ -74,19 +75,19 @@ Outcome takesRecords(const Scene& scene) {
 }
 
 Outcome keepsToChannel(const Scene& scene) {
-    constexpr size_t kMargin = 4096;
-    Bytes memory(KZIPC_CHANNEL_SIZE + kMargin, 0);
-    std::fill(memory.begin() + KZIPC_CHANNEL_SIZE, memory.end(), uint8_t{0xA5});
+    constexpr unsigned char kUntouched = 0xA5;
+    Channel channel;
+    std::fill(std::begin(channel.behind), std::end(channel.behind), kUntouched);
     const Bytes bytes = record(100);
-    const Call call = timed([&] { return std::min(scene.platform.ipcInit(kChannel, memory.data()), 0); });
-    scene.platform.ipcSend(memory.data(), bytes.data(), static_cast<uint32_t>(bytes.size()));
-    scene.platform.ipcDestroy(memory.data());
-    for (size_t i = KZIPC_CHANNEL_SIZE; i < memory.size(); ++i) {
-        if (memory[i] != 0xA5) {
-            return broken("writes byte %zu of a channel record of %d", i, KZIPC_CHANNEL_SIZE);
-        }
+    const Call call = timed([&] { return std::min(scene.platform.ipcInit(kChannel, channel.record), 0); });
+    scene.platform.ipcSend(channel.record, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    scene.platform.ipcDestroy(channel.record);
+    const auto* const touched = std::find_if(std::begin(channel.behind), std::end(channel.behind),
+                                             [](unsigned char byte) { return byte != kUntouched; });
+    if (touched != std::end(channel.behind)) {
+        return broken("writes %td bytes behind it", touched - channel.behind + 1);
     }
-    return answered(call) ? kept("nothing behind %d bytes", KZIPC_CHANNEL_SIZE) : broken("%s", describe(call).c_str());
+    return answered(call) ? kept("nothing behind it is written") : broken("%s", describe(call).c_str());
 }
 
 constexpr const char* kFunctions = "kzIpcInit kzIpcSend kzIpcDestroy";

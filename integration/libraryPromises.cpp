@@ -41,13 +41,13 @@ Call exercise(const Platform& platform) {
     uint8_t model = 0;
     uint8_t value[4];
     uint32_t length = 0;
-    unsigned char channel[KZIPC_CHANNEL_SIZE] = {};
+    Channel channel;
     const Call calls[] = {
         timed([&] { return platform.open(); }),
         timed([&] { return platform.modelNumber(&model); }),
         timed([&] { return platform.csiGet(CSI_MODEL_NUMBER, sizeof value, &length, value); }),
-        timed([&] { return std::min(platform.ipcInit("metadata", channel), 0); }),
-        timed([&] { return std::min(platform.ipcDestroy(channel), 0); }),
+        timed([&] { return std::min(platform.ipcInit("metadata", channel.record), 0); }),
+        timed([&] { return std::min(platform.ipcDestroy(channel.record), 0); }),
     };
     for (const Call& call : calls) {
         if (!answered(call)) {

@@ -80,6 +80,12 @@ std::string describe(const Call& call);
 // A reply must come within two seconds; the rest is for a busy machine.
 constexpr double kReplyDeadlineMs = 2500;
 
+// A channel record of libkzipc.so, with room behind it for a library that takes too much.
+struct Channel {
+    unsigned char record[KZIPC_CHANNEL_SIZE] = {};
+    unsigned char behind[4096] = {};
+};
+
 // Whether the call gave 0 in time.
 bool answered(const Call& call);
 

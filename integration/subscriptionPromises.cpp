@@ -115,7 +115,9 @@ Outcome subscribe(const Scene& scene) {
 
 Outcome answersSubscription(const Scene& scene) {
     const Outcome outcome = subscribe(scene);
-    unsubscribeCSIbleSdk();
+    if (outcome.result != Result::NotTried) {
+        unsubscribeCSIbleSdk();
+    }
     return outcome;
 }
 
