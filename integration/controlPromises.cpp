@@ -9,6 +9,7 @@
 #include "kzCtrlD/kzCtrlRecords.h"
 #include "promise.h"
 #include "skylark/bleMessage.h"
+#include "utils.h"
 #include "wsdkCommands/WSDK_NotifyPresetStatus.pb.h"
 
 namespace kzcheck {
@@ -187,7 +188,9 @@ Outcome refusesUnknownOption(const Scene& scene) {
 Outcome acceptsCatalogue(const Scene& scene) {
     uint8_t model = 58;
     scene.platform.modelNumber(&model);
-    const std::string path = "/usr/local/zorvik/etc/" + std::to_string(model) + "/settings.json";
+    const char* const name = get_model_name(model);
+    const std::string path =
+        std::string("/usr/local/zorvik/etc/") + (name != nullptr ? name : "unknown") + "/settings.json";
     std::ifstream file(path);
     const auto catalogue = nlohmann::json::parse(file, nullptr, false);
     if (!catalogue.is_object() || !catalogue.contains("settings")) {
