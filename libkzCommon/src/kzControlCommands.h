@@ -1,8 +1,9 @@
 // Ids of the control daemon's commands, KZCONTROL_*, in value order. One row per command: the enumeration and the table
-// of names both come from it.
+// of names both come from it. C code may include it too.
 #pragma once
 
-#include <cstdint>
+#include <assert.h>
+#include <stdint.h>
 
 // clang-format off
 #define KZCONTROL_COMMANDS(X) \
@@ -29,12 +30,19 @@
     X(GET_DATE_TIME) X(QUICK_CAPTURE_START) X(GET_BUSY_STATUS) X(RESYNC_MESSAGE_QUEUE) X(CMD_LAST)
 // clang-format on
 
+#ifdef __cplusplus
 enum kzControlCommand : uint32_t {
+#else
+enum kzControlCommand {
+#endif
 #define KZCONTROL_ENUMERATOR(name) KZCONTROL_##name,
     KZCONTROL_COMMANDS(KZCONTROL_ENUMERATOR)
 #undef KZCONTROL_ENUMERATOR
 };
-static_assert(KZCONTROL_GET_ALL_STATUS == 33 && KZCONTROL_QUICK_CAPTURE_START == 99 && KZCONTROL_CMD_LAST == 102);
+static_assert(KZCONTROL_GET_ALL_STATUS == 33 && KZCONTROL_QUICK_CAPTURE_START == 99 && KZCONTROL_CMD_LAST == 102,
+              "fixed by the camera");
 
+#ifdef __cplusplus
 // The full name of a command, for example "KZCONTROL_MODE"; "UNKNOWN" for an id outside the table.
 const char* kzControlCommandName(uint32_t id);
+#endif

@@ -2,19 +2,13 @@
 
 #include <google/protobuf/message_lite.h>
 
+#include "kzCtrlD/kzCtrlRecords.h"
 #include "skylark/bleMessage.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "cameraCalls.cpp";
-
-// Argument of KZCONTROL_SET_SETTING_ID.
-struct SettingArgument {
-    uint32_t settingId;
-    uint32_t value;
-};
-static_assert(sizeof(SettingArgument) == 8);
 
 }  // namespace
 
@@ -32,7 +26,7 @@ std::optional<int> SendEncodedCommand(uint32_t command, const google::protobuf::
 }
 
 int SendSetting(uint32_t settingId, uint32_t value) {
-    return SendCommand(KZCONTROL_SET_SETTING_ID, SettingArgument{settingId, value});
+    return SendCommand(KZCONTROL_SET_SETTING_ID, kz_setting_t{settingId, value});
 }
 
 int SetCsiText(uint8_t key, const std::string& text) {

@@ -1,6 +1,5 @@
 #include "firmwareImages.h"
 
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -9,30 +8,27 @@
 #include <utility>
 
 #include "cameraCalls.h"
+#include "kzCtrlD/kzCtrlRecords.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
-// Layout of the reply to KZCONTROL_GET_ALL_STATUS: its size, and the offsets of the fields that decide about an update.
-constexpr size_t kStatusSize = 394;
-constexpr size_t kStatusBatteryPercent = 198;  // signed
-constexpr size_t kStatusSystemBusy = 209;
 constexpr int kLowestTooEmptyBattery = 9;  // percent of the camera's battery; with this or less nothing is updated
 
 // Whether the camera is in a state to update accessories.
 bool CameraPermitsUpdate() {
-    std::array<uint8_t, kStatusSize> status{};
-    if (CallControl(KZCONTROL_GET_ALL_STATUS, nullptr, 0, status.data(), kStatusSize) != 0) {
+    kz_all_status_t status{};
+    if (CallControl(KZCONTROL_GET_ALL_STATUS, nullptr, 0, &status, sizeof(status)) != 0) {
         LOG_ERROR("Error getting KZCONTROL_GET_ALL_STATUS");
         return false;
     }
-    if (status[kStatusSystemBusy] != 0) {
+    if (status.busy != 0) {
         LOG_ERROR("sytem busy, do not update accessory now");
         return false;
     }
-    const int battery = static_cast<int8_t>(status[kStatusBatteryPercent]);
+    const int battery = static_cast<int8_t>(status.batteryPercent);
     if (battery <= kLowestTooEmptyBattery) {
         LOG_DEBUG("zorvik batt percentage low %d, do not update accessory now", battery);
         return false;

@@ -6,24 +6,15 @@
 
 #include "cameraCalls.h"
 #include "cameraStatus.h"
+#include "kzCtrlD/kzCtrlRecords.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "kzBleServer";
 
-// The argument of KZCONTROL_EVENT_REGISTER_MQUEUE.
-struct __attribute__((packed)) Registration {
-    uint32_t operation;
-    char queueName[256];
-    uint32_t reserved;
-};
-static_assert(sizeof(Registration) == 264);
-constexpr uint32_t kUnregister = 0;
-constexpr uint32_t kRegister = 1;
-
 int SendRegistration(uint32_t operation) {
-    Registration registration{};
+    kz_push_registration_t registration{};
     registration.operation = operation;
     std::memcpy(registration.queueName, kMqEvents, std::strlen(kMqEvents));
     return CallControl(KZCONTROL_EVENT_REGISTER_MQUEUE, &registration, sizeof(registration), nullptr, 0);
@@ -50,7 +41,7 @@ int PushRegistration::RegisterForKzControlNotifications() {
 bool PushRegistration::Register() {
     // Counted before: what is lost while it is sent is sent again.
     const uint32_t losses = guards::control.Losses();
-    if (SendRegistration(kRegister) != 0) {
+    if (SendRegistration(KZ_PUSH_REGISTER) != 0) {
         return false;
     }
     m_registeredForPush = true;
@@ -73,7 +64,7 @@ int PushRegistration::UnregisterForKzControlNotifications() {
         return 0;
     }
     m_registeredForPush = false;
-    if (SendRegistration(kUnregister) != 0) {
+    if (SendRegistration(KZ_PUSH_UNREGISTER) != 0) {
         LOG_ERROR("Unable to unregister with kzControl for push notifications");
         return -1;
     }

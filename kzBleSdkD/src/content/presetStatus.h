@@ -4,11 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "kzCtrlD/kzCtrlRecords.h"
+
 namespace wsdk_commands {
 class WSDK_NotifyPresetStatus;
 }
 
-constexpr uint32_t kPresetReplySize = 2400;  // room for the control daemon's answer to KZCONTROL_PRESET_GET_PRESETS
+constexpr uint32_t kPresetReplySize =
+    KZ_PRESETS_REPLY_SIZE;  // room for the control daemon's answer to KZCONTROL_PRESET_GET_PRESETS
 
 // Which presets a notification carries in full. Of the others it carries only the id.
 struct PresetDetail {

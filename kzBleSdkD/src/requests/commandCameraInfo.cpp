@@ -8,6 +8,7 @@
 #include "cameraStatus.h"
 #include "commandAnswers.h"
 #include "commandTable.h"
+#include "kzCtrlD/kzCtrlRecords.h"
 #include "peer.h"
 #include "skylark/bleMessage.h"
 #include "utils.h"
@@ -16,23 +17,7 @@ namespace {
 
 constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
-// What kzcontrol_get_camera_info fills. Texts end with a NUL inside their field; one that does not ends with the field.
-struct __attribute__((packed)) CameraInfoRecord {
-    uint32_t modelNumber;
-    char modelName[65];
-    char boardType[65];
-    char firmwareVersion[65];
-    char serialNumber[65];
-    char apSsid[33];
-    char apMac[65];
-    uint8_t extraByte1;
-    uint8_t unused[5];
-    char extraText[65];
-    uint8_t extraByte2;
-};
-static_assert(sizeof(CameraInfoRecord) == 434);
-static_assert(offsetof(CameraInfoRecord, apMac) == 297 && offsetof(CameraInfoRecord, extraText) == 368);
-
+// A text of the record ends with a zero byte; one that does not ends with its field.
 template <size_t Size>
 std::string_view FieldText(const char (&field)[Size]) {
     return {field, strnlen(field, Size)};
@@ -58,7 +43,7 @@ int GetCameraInfo(CommandCall& call) {
     if (call.client.m_identity.m_deviceType == KZ_CALLER_UNKNOWN) {
         call.client.m_identity.m_deviceType = KZ_CALLER_BLE_RC;
     }
-    CameraInfoRecord info = {};
+    kz_camera_info_t info = {};
     const int code = ReadCameraInfo(&info);
     if (code != KZ_OK) {
         return code;

@@ -2,26 +2,13 @@
 #include "cameraCalls.h"
 #include "commandMessage.h"
 #include "commandTable.h"
+#include "kzCtrlD/kzCtrlRecords.h"
 #include "utils.h"
 
 namespace {
 
 constexpr const char* kLogTag = "bleCommandMessage.cpp";
 
-// Exchanged with the control daemon, in host order.
-struct __attribute__((packed)) DateTimeRecord {
-    uint16_t year;
-    uint8_t month;
-    uint8_t day;
-    uint8_t hour;
-    uint8_t minute;
-    uint8_t second;
-    int16_t zoneOffset;  // minutes; kNoZoneOffset when none is given
-    uint8_t daylightSaving;
-};
-static_assert(sizeof(DateTimeRecord) == 10);
-
-constexpr int16_t kNoZoneOffset = 0x7FFF;
 constexpr int16_t kMinZoneOffset = -720;
 constexpr int16_t kMaxZoneOffset = 840;
 
@@ -41,11 +28,11 @@ void WriteBigEndian16(uint8_t* bytes, uint16_t value) {
 }
 
 // The first kDateTimeSize bytes of a parameter, without a zone.
-DateTimeRecord ReadDateTime(const uint8_t* bytes) {
-    return {BigEndian16(bytes), bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], kNoZoneOffset, 0};
+kz_date_time_t ReadDateTime(const uint8_t* bytes) {
+    return {BigEndian16(bytes), bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], KZ_NO_ZONE_OFFSET, 0};
 }
 
-void WriteDateTime(const DateTimeRecord& record, uint8_t* bytes) {
+void WriteDateTime(const kz_date_time_t& record, uint8_t* bytes) {
     WriteBigEndian16(bytes, record.year);
     bytes[2] = record.month;
     bytes[3] = record.day;
@@ -54,7 +41,7 @@ void WriteDateTime(const DateTimeRecord& record, uint8_t* bytes) {
     bytes[6] = record.second;
 }
 
-int FetchDateTime(DateTimeRecord* record) {
+int FetchDateTime(kz_date_time_t* record) {
     return CallControl(KZCONTROL_GET_DATE_TIME, nullptr, 0, record, sizeof(*record));
 }
 
@@ -69,7 +56,7 @@ int SetDateAndTime(CommandCall& call) {
     if (param.GetDataLength() != kDateTimeSize) {
         return KZ_ERR_INVALID_PARAM;
     }
-    const DateTimeRecord record = ReadDateTime(param.GetDataPointer());
+    const kz_date_time_t record = ReadDateTime(param.GetDataPointer());
     LOG_DEBUG("Sending date  command with value: year:%d mo:%d date:%d hr:%d min:%d sec:%d", record.year, record.month,
               record.day, record.hour, record.minute, record.second);
     return SendCommand(KZCONTROL_SET_DATE_TIME, record);
@@ -82,7 +69,7 @@ int SetDateAndTimeDST(CommandCall& call) {
         return KZ_ERR_INVALID_PARAM;
     }
     const uint8_t* bytes = param.GetDataPointer();
-    DateTimeRecord record = ReadDateTime(bytes);
+    kz_date_time_t record = ReadDateTime(bytes);
     record.zoneOffset = static_cast<int16_t>(BigEndian16(bytes + kDateTimeSize));
     record.daylightSaving = bytes[kDateTimeSize + 2];
     LOG_DEBUG("Sending date  command with value: year:%d mo:%d date:%d hr:%d min:%d sec:%d tz_off %d, dst %d",
@@ -96,7 +83,7 @@ int SetDateAndTimeDST(CommandCall& call) {
 }
 
 int GetDateAndTime(CommandCall& call) {
-    DateTimeRecord record = {};
+    kz_date_time_t record = {};
     const int code = FetchDateTime(&record);
     LOG_DEBUG("y=%d m=%d d=%d h=%d m=%d s=%d day=na", record.year, record.month, record.day, record.hour, record.minute,
               record.second);
@@ -107,7 +94,7 @@ int GetDateAndTime(CommandCall& call) {
 }
 
 int GetDateAndTimeDST(CommandCall& call) {
-    DateTimeRecord record = {};
+    kz_date_time_t record = {};
     const int code = FetchDateTime(&record);
     LOG_DEBUG("y=%d m=%d d=%d h=%d m=%d s=%d dstm=%d dst_on=%d", record.year, record.month, record.day, record.hour,
               record.minute, record.second, record.zoneOffset, record.daylightSaving);

@@ -8,6 +8,7 @@
 #include "commandTable.h"
 #include "dispatchTable.h"
 #include "kzControlCommands/kzControl_presets.pb.h"
+#include "kzCtrlD/kzCtrlRecords.h"
 #include "liveStream.h"
 #include "protobufAnswer.h"
 #include "utils.h"
@@ -231,7 +232,7 @@ int CreatePreset(const Payload& payload, CameraStatus&, const ProtobufAnswer& an
         LOG_ERROR("Unable to serialize request KZC_Preset_Custom_Create_Req");
         return RefusePresetCreation(answer);
     }
-    uint8_t reply[1500];
+    uint8_t reply[KZ_PRESET_CREATE_REPLY_SIZE];
     uint32_t replyLength = 0;
     const int error = CallControlEx(KZCONTROL_PRESET_CUSTOM_CREATE, bytes.data(), static_cast<uint32_t>(bytes.size()),
                                     reply, sizeof(reply), &replyLength);

@@ -13,7 +13,7 @@
 namespace e2e {
 
 void DaemonProcess::start() {
-    setenv("LD_LIBRARY_PATH", KZ_FAKES_DIRECTORY, 1);
+    setenv("LD_LIBRARY_PATH", m_libraries.c_str(), 1);
     m_pid = fork();
     if (m_pid == 0) {
         const int output = open(m_logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0666);

@@ -14,12 +14,13 @@ namespace e2e {
 
 class DaemonProcess {
   public:
-    explicit DaemonProcess(std::string logPath = "/tmp/daemon.log") : m_logPath(std::move(logPath)) {}
+    explicit DaemonProcess(std::string logPath = "/tmp/daemon.log", std::string libraries = KZ_FAKES_DIRECTORY)
+        : m_logPath(std::move(logPath)), m_libraries(std::move(libraries)) {}
     ~DaemonProcess() { kill(); }
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
 
-    // In the environment of the test, with the stand-ins before the camera's libraries.
+    // In the environment of the test, with the folder `libraries` before the camera's libraries.
     void start();
     bool running() const;
     // The exit status, 128 + signal when a signal ended it; nothing when it did not end in time.
@@ -42,6 +43,7 @@ class DaemonProcess {
   private:
     pid_t m_pid = -1;
     std::string m_logPath;
+    std::string m_libraries;
     size_t m_readTo = 0;
 };
 

@@ -51,7 +51,8 @@ Bytes csiRecord(uint8_t key, uint32_t value) {
     return csiRecord(key, little32(value));
 }
 
-Rig::Rig(const Options& options) : m_replies(Queue::create(kReplyQueue, 1, kMessageSize)) {
+Rig::Rig(const Options& options)
+    : daemon("/tmp/daemon.log", options.libraries), m_replies(Queue::create(kReplyQueue, 1, kMessageSize)) {
     // The world may have served another test of this process before.
     for (const char* directory : {"/usr/local/zorvik/etc", "/usr/local/zorvik/tftp", "/tmp/fuse_d"}) {
         std::filesystem::remove_all(directory);

@@ -30,6 +30,7 @@ class Rig {
         bool radioStack = true;     // whether the radio queues exist from the start
         bool networkDaemon = true;  // whether "/to_kznet" does
         std::string catalogue = kSmallCatalogue;
+        std::string libraries = KZ_FAKES_DIRECTORY;  // the folder of the camera's three libraries
     };
 
     // Waits for the queue room that other worlds hold.
