@@ -119,6 +119,7 @@ void RadioLink::send(uint8_t streamId, std::span<const uint8_t> packet) {
     record.streamId = streamId;
     record.length = static_cast<uint8_t>(packet.size());
     std::copy(packet.begin(), packet.end(), record.data);
+    m_recorder({LinkEvent::Kind::Packet, true, streamId, packet});
     sendRecord(m_socket, record);
 }
 
@@ -127,6 +128,7 @@ void RadioLink::writeDescriptor(uint8_t descriptorStream, uint8_t value) {
     record.kind = kzradio::Kind::Ccc;
     record.streamId = descriptorStream;
     record.length = value;
+    m_recorder({LinkEvent::Kind::Gate, true, descriptorStream, std::span(&value, 1)});
     sendRecord(m_socket, record);
 }
 
@@ -143,7 +145,9 @@ std::optional<Packet> RadioLink::receive(steady_clock::time_point deadline) {
     while (receiveRecord(m_socket, record, deadline)) {
         if (record.kind == kzradio::Kind::Packet) {
             const size_t length = std::min<size_t>(record.length, sizeof(record.data));
-            return Packet{record.streamId, {record.data, record.data + length}};
+            Packet packet{record.streamId, {record.data, record.data + length}};
+            m_recorder({LinkEvent::Kind::Packet, false, packet.streamId, packet.bytes});
+            return packet;
         }
     }
     return std::nullopt;

@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -29,8 +30,19 @@ struct Packet {
     std::vector<uint8_t> bytes;
 };
 
+// What passes over the connection, for whoever watches it.
+struct LinkEvent {
+    enum class Kind { Packet, Gate };  // a gate is a notification-enable descriptor; its byte is the value written
+    Kind kind;
+    bool outgoing;  // towards the camera
+    uint8_t streamId;
+    std::span<const uint8_t> bytes;
+};
+
 class RadioLink {
   public:
+    using Recorder = std::function<void(const LinkEvent&)>;
+
     struct Peer {
         Address address{};
         uint8_t deviceType = 0;        // KZ_CALLER_*
@@ -44,6 +56,10 @@ class RadioLink {
     RadioLink& operator=(const RadioLink&) = delete;
 
     uint32_t connectionId() const { return m_connectionId; }
+    // For poll(): readable when a packet is there, or the connection is gone.
+    int descriptor() const { return m_socket; }
+    // Called for all that passes from now on.
+    void setRecorder(Recorder recorder) { m_recorder = std::move(recorder); }
 
     // At most 20 bytes. Throws Error when the connection is gone.
     void send(uint8_t streamId, std::span<const uint8_t> packet);
@@ -57,6 +73,7 @@ class RadioLink {
   private:
     int m_socket = -1;
     uint32_t m_connectionId = 0;
+    Recorder m_recorder = [](const LinkEvent&) {};
 };
 
 }  // namespace kzclient

@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     kzble::addFileCommands(app, session);
     kzble::addSensorCommands(app, session);
     kzble::addDescribeCommands(app, session);
+    kzble::addReplayCommand(app, session);
 
     try {
         app.parse(argc, argv);

@@ -32,6 +32,8 @@ void Session::addOptions(CLI::App& app) {
     app.add_option("--catalogue", options.catalogue,
                    "settings.json(.gz) that gives names (default: $KZ_CATALOGUE, else the camera's own)");
     app.add_flag("--trace", options.trace, "Print every packet on standard error");
+    app.add_option("--record", options.recording,
+                   "Record all that we send and get in this file (pcapng; `kzble replay` plays it again)");
     app.add_flag("--json", options.json, "Print results as JSON");
 }
 
@@ -43,13 +45,14 @@ kzclient::BleClient& Session::client() {
     return *m_client;
 }
 
-std::unique_ptr<kzclient::BleClient> Session::connectAs(uint8_t deviceType, bool cameraIsCentral) const {
+std::unique_ptr<kzclient::BleClient> Session::connectAs(uint8_t deviceType, bool cameraIsCentral) {
     const kzclient::RadioLink::Peer peer{kzclient::parseAddress(options.address), deviceType, cameraIsCentral};
     auto client =
         std::make_unique<kzclient::BleClient>(options.socket, peer, std::chrono::milliseconds(options.timeoutMs));
     if (options.trace) {
         client->setTrace(traceToStderr);
     }
+    m_recording.add(client->link(), peer, options.recording);
     return client;
 }
 

@@ -10,6 +10,7 @@
 
 #include "bleClient.h"
 #include "catalogue.h"
+#include "recording.h"
 
 namespace kzble {
 
@@ -25,6 +26,7 @@ class Session {
         unsigned deviceType = 0;
         int timeoutMs = 5000;
         std::string catalogue;
+        std::string recording;
         bool trace = false;
         bool json = false;
     };
@@ -34,7 +36,7 @@ class Session {
     // Connects on first use and enables notifications.
     kzclient::BleClient& client();
     // A connection of its own for a device that is not a phone.
-    std::unique_ptr<kzclient::BleClient> connectAs(uint8_t deviceType, bool cameraIsCentral) const;
+    std::unique_ptr<kzclient::BleClient> connectAs(uint8_t deviceType, bool cameraIsCentral);
     const kzclient::Catalogue& catalogue();
 
     // Prints a result: the JSON when it was asked for, else the text.
@@ -47,6 +49,7 @@ class Session {
   private:
     std::unique_ptr<kzclient::BleClient> m_client;
     std::optional<kzclient::Catalogue> m_catalogue;
+    Recording m_recording;
 };
 
 // Registers a subcommand whose work runs after the whole command line was parsed.
@@ -65,6 +68,7 @@ void addWatchCommand(CLI::App& app, Session& session);
 void addFileCommands(CLI::App& app, Session& session);
 void addSensorCommands(CLI::App& app, Session& session);
 void addDescribeCommands(CLI::App& app, Session& session);
+void addReplayCommand(CLI::App& app, Session& session);
 
 // Big-endian, in as many bytes as asked.
 Bytes number(uint64_t value, size_t width);

@@ -1,0 +1,46 @@
+// Plays what recorded devices sent against a camera, and compares what it says with what the recorded camera said.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bleClient.h"
+#include "radioCapture.h"
+
+namespace kzble {
+
+struct ReplayOptions {
+    double speed = 1;     // 0: without the recorded pauses
+    bool pushes = false;  // compare pushes and accessory buffers too
+    bool times = false;   // compare clock readings too
+};
+
+struct Difference {
+    std::chrono::nanoseconds time{};  // since the beginning of the recording
+    uint32_t connection = 0;          // its number in the recording
+    uint8_t stream = 0;
+    std::string name;  // of what was asked or pushed; empty when it has none
+    std::optional<kzclient::Bytes> expected;
+    std::optional<kzclient::Bytes> got;
+};
+
+struct ReplayResult {
+    size_t compared = 0;
+    size_t different = 0;
+};
+
+// Makes a connection like the recorded one; a recording that began later does not say like whom.
+using Connect = std::function<std::unique_ptr<kzclient::BleClient>(const std::optional<kzcapture::Peer>&)>;
+
+// What a device sent after an answer is sent after the answer here too, whatever the speed; a recorded pause of more
+// than two seconds lasts two. An answer that does not come within the client's time-out is a difference, and so is an
+// answer that the recorded device waited for in vain. Each is passed to `report` when it is found. Throws what
+// `connect` throws.
+ReplayResult replay(const std::vector<kzcapture::Frame>& recording, const ReplayOptions& options,
+                    const Connect& connect, const std::function<void(const Difference&)>& report);
+
+}  // namespace kzble
