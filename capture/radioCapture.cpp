@@ -13,6 +13,7 @@ namespace {
 constexpr uint8_t kVersion = 1;
 constexpr size_t kHeader = 8;
 constexpr size_t kPeer = 8;
+constexpr size_t kLongestPacket = 20;
 
 Frame parseFrame(const CapturedPacket& packet, size_t number) {
     const auto bytes = packet.bytes;
@@ -37,6 +38,9 @@ Frame parseFrame(const CapturedPacket& packet, size_t number) {
     frame.bytes.assign(bytes.begin() + kHeader, bytes.end());
     if (frame.event == Event::Descriptor && frame.bytes.size() != 1) {
         fail("has no value for its descriptor");
+    }
+    if (frame.event == Event::Packet && frame.bytes.size() > kLongestPacket) {
+        fail("is longer than packets of the radio are");
     }
     return frame;
 }

@@ -5,9 +5,9 @@
 //   2  1  direction
 //   3  1  stream, or descriptor; 0 for the other events
 //   4  4  number of the connection
-//   8     packet: its bytes; descriptor: the value written; connected: address (6), device type (1), and 1 if the
-//   camera
-//         is the central and asks for all notifications itself (1)
+//   8     packet: its bytes, at most 20; descriptor: the value written (1);
+//         connected: address (6), device type (1), and whether the camera is the central and asks for all notifications
+//         itself (1)
 #pragma once
 
 #include <array>

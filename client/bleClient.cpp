@@ -19,6 +19,9 @@ using std::chrono::steady_clock;
 constexpr uint8_t kAnswerBit = 0x80;
 constexpr size_t kLongestMessage = 18 + 399 * 19;  // what the camera rebuilds at most
 
+// Their packets are no messages.
+constexpr uint8_t kRawStreams[] = {KZ_STR_ID_REBOOT_OTA, KZ_STR_ID_OTA_RESPONSE, KZ_STR_ID_OTA_DATA};
+
 struct Interface {
     uint8_t requestStream;
     uint8_t responseStream;
@@ -41,22 +44,24 @@ uint8_t responseStreamOf(uint8_t requestStream) {
     return row->responseStream;
 }
 
-// Whether `bytes` answers `message`, or is a push that came first. Only query answers share their stream with pushes:
-// they repeat the first byte, and protobuf answers the action with its answer bit.
+// Whether `bytes` answers `message`, or is a push that came first. An answer repeats the first byte, and a protobuf
+// query's the action with the answer bit, since pushes come on the same stream. A camera that cannot tell what it was
+// sent answers two bytes, of which the first is 0.
 bool answers(std::span<const uint8_t> bytes, std::span<const uint8_t> message) {
-    if (bytes.empty() || message.empty() || bytes[0] != message[0]) {
-        return message.empty() || bytes.empty();
+    if (bytes.empty() || message.empty() || (bytes.size() == 2 && bytes[0] == 0)) {
+        return true;
     }
     constexpr uint8_t kProtobufQuery = 245;
-    if (message[0] != kProtobufQuery || bytes.size() == 2 || message.size() < 2) {
-        return true;  // a plain answer, or the two bytes of a refusal
+    if (bytes[0] != message[0]) {
+        return false;
     }
-    return bytes[1] == (message[1] | kAnswerBit);
+    const bool pushOrAnswer = message[0] == kProtobufQuery && bytes.size() != 2 && message.size() >= 2;
+    return !pushOrAnswer || bytes[1] == (message[1] | kAnswerBit);
 }
 
-void expect(const std::string& what, uint8_t result) {
+void expectSuccess(uint8_t result) {
     if (result != 0) {
-        throw Refused(what + " was refused: " + describeResult(result), result);
+        throw Refused(describeResult(result), result);
     }
 }
 
@@ -86,7 +91,15 @@ std::string hex(std::span<const uint8_t> bytes) {
 }
 
 BleClient::BleClient(const std::string& socketPath, const RadioLink::Peer& peer, std::chrono::milliseconds timeout)
-    : m_link(socketPath, peer), m_timeout(timeout) {}
+    : m_link(socketPath, peer), m_timeout(timeout) {
+    m_link.daemon().expectReading(m_timeout);
+}
+
+void BleClient::expectDaemon() {
+    m_link.daemon().expectSame();
+    m_link.writeDescriptor(KZ_STR_ID_QUERY_CCC, 1);  // open it is already: the daemon reads it, nothing changes
+    m_link.daemon().expectReading(m_timeout);
+}
 
 void BleClient::enableNotifications() {
     for (const auto& row : kInterfaces) {
@@ -101,11 +114,8 @@ void BleClient::send(uint8_t requestStream, std::span<const uint8_t> message) {
     MessageCutter cutter(static_cast<unsigned>(message.size()));
     while (cutter.HasNext()) {
         std::array<uint8_t, kBlePacketSize> packet{};
-        const std::span<const uint8_t> bytes(packet.data(), cutter.WriteNext(message.data(), packet.data()));
-        if (m_trace) {
-            m_trace("->", requestStream, bytes);
-        }
-        m_link.send(requestStream, bytes);
+        const auto length = cutter.WriteNext(message.data(), packet.data());
+        m_link.send(requestStream, std::span(packet).first(length));
     }
 }
 
@@ -123,7 +133,10 @@ Bytes BleClient::request(uint8_t requestStream, std::span<const uint8_t> message
         }
         m_kept.push_back(std::move(*received));
     }
-    throw Error("no answer from the camera within " + std::to_string(m_timeout.count()) + " ms");
+    m_link.daemon().expectSame();
+    m_link.daemon().expectReading(std::chrono::milliseconds(0));
+    throw TimedOut("no answer from the camera within " + std::to_string(m_timeout.count()) +
+                   " ms; the request may still be carried out");
 }
 
 Bytes BleClient::command(uint8_t commandId, const std::vector<Bytes>& parameters) {
@@ -139,7 +152,7 @@ Bytes BleClient::command(uint8_t commandId, const std::vector<Bytes>& parameters
     if (answer.size() < 2) {
         throw Error("the camera's answer is too short");
     }
-    expect("command " + std::to_string(commandId), answer[1]);
+    expectSuccess(answer[1]);
     return {answer.begin() + 2, answer.end()};
 }
 
@@ -157,20 +170,21 @@ void BleClient::set(uint8_t settingId, std::span<const uint8_t> value) {
     if (answer.size() < 2) {
         throw Error("the camera's answer is too short");
     }
-    expect("setting " + std::to_string(settingId), answer[1]);
+    expectSuccess(answer[1]);
 }
 
-Bytes BleClient::query(uint8_t header, std::span<const uint8_t> ids) {
+QueryAnswer BleClient::query(uint8_t header, std::span<const uint8_t> ids) {
     Bytes message{header};
     message.insert(message.end(), ids.begin(), ids.end());
-    const Bytes answer = request(KZ_STR_ID_QUERY, message);
-    if (answer.size() < 2) {
+    const Bytes bytes = request(KZ_STR_ID_QUERY, message);
+    if (bytes.size() < 2) {
         throw Error("the camera's answer is too short");
     }
-    if (answer.size() == 2) {
-        expect("the query", answer[1]);  // with entries, a result other than 0 says that some ids had no value
+    constexpr uint8_t kEntriesLeftOut = 1;
+    if (bytes.size() == 2) {
+        expectSuccess(bytes[1]);  // with entries, another result says that some ids had no value
     }
-    return {answer.begin() + 2, answer.end()};
+    return {parseEntries(std::span(bytes).subspan(2)), bytes[1] == kEntriesLeftOut};
 }
 
 void BleClient::protobuf(uint8_t requestStream, uint8_t featureId, uint8_t actionId,
@@ -181,32 +195,27 @@ void BleClient::protobuf(uint8_t requestStream, uint8_t featureId, uint8_t actio
         message.insert(message.end(), body.begin(), body.end());
     }
     const Bytes bytes = request(requestStream, message);
-    const std::string what = "action " + std::to_string(actionId) + " of feature " + std::to_string(featureId);
     if (bytes.size() < 2) {
         throw Error("the camera's answer is too short");
     }
     if (bytes[1] != (actionId | kAnswerBit)) {
-        expect(what, bytes[1]);
+        expectSuccess(bytes[1]);
         throw Error("the camera's answer belongs to another action");
     }
     if (!answer.ParsePartialFromArray(bytes.data() + 2, static_cast<int>(bytes.size() - 2))) {
-        throw Error("the camera's answer to " + what + " cannot be read");
+        throw Error("the camera's answer cannot be read");
     }
 }
 
 std::optional<Packet> BleClient::receivePacket(steady_clock::time_point deadline) {
-    auto packet = m_link.receive(deadline);
-    if (packet && m_trace) {
-        m_trace("<-", packet->streamId, packet->bytes);
-    }
-    return packet;
+    return m_link.receive(deadline);
 }
 
 std::optional<Message> BleClient::assemble(const Packet& packet) {
-    auto result = m_assemblers[packet.streamId].add(packet.bytes);
-    if (result.problem != PacketAssembler::Problem::None && m_trace) {
-        std::fprintf(stderr, "stream %u: %s\n", packet.streamId, describe(result.problem));
+    if (std::find(std::begin(kRawStreams), std::end(kRawStreams), packet.streamId) != std::end(kRawStreams)) {
+        return Message{packet.streamId, packet.bytes};
     }
+    auto result = m_assemblers[packet.streamId].add(packet.bytes);
     if (!result.message) {
         return std::nullopt;
     }

@@ -1,5 +1,5 @@
 // A phone or another device that speaks the BLE SDK protocol to the camera: cuts requests into packets, rebuilds the
-// answers, and keeps the pushes that arrive in between. Throws Error with words for the user. One thread at a time.
+// answers, and keeps the pushes that arrive in between. Throws the errors of errors.h. One thread at a time.
 #pragma once
 
 #include <chrono>
@@ -23,13 +23,6 @@ namespace kzclient {
 
 using Bytes = std::vector<uint8_t>;
 
-// An answer's result byte was not 0.
-class Refused : public Error {
-  public:
-    Refused(const std::string& what, uint8_t code) : Error(what), result(code) {}
-    uint8_t result;
-};
-
 // The result byte of an answer in words, for example "invalid parameter".
 std::string describeResult(uint8_t result);
 // Two hexadecimal digits a byte, separated by blanks.
@@ -40,14 +33,21 @@ struct Message {
     Bytes bytes;
 };
 
+// One entry of a value answer or push: an id and its value.
+struct Entry {
+    uint8_t id = 0;
+    Bytes value;
+};
+
+struct QueryAnswer {
+    std::vector<Entry> entries;
+    bool partial = false;  // entries are missing that did not fit: ask for them again
+};
+
 class BleClient {
   public:
-    using Trace = std::function<void(const char* direction, uint8_t streamId, std::span<const uint8_t> bytes)>;
-
     BleClient(const std::string& socketPath, const RadioLink::Peer& peer, std::chrono::milliseconds timeout);
 
-    // Called with "->" and "<-" for every packet.
-    void setTrace(Trace trace) { m_trace = std::move(trace); }
     uint32_t connectionId() const { return m_link.connectionId(); }
     RadioLink& link() { return m_link; }
 
@@ -56,7 +56,7 @@ class BleClient {
 
     // Sends one message on a request stream, cut into packets.
     void send(uint8_t requestStream, std::span<const uint8_t> message);
-    // Sends and waits for the answer on the matching response stream; pushes that come first are kept.
+    // Sends and waits for the answer on the matching response stream; pushes that come first are kept. Throws TimedOut.
     Bytes request(uint8_t requestStream, std::span<const uint8_t> message);
 
     // A plain command: `parameters` are length-prefixed. Returns the answer behind its id and result byte; throws
@@ -66,9 +66,8 @@ class BleClient {
     void sendCommand(uint8_t commandId);
     // A setting's value; throws Refused.
     void set(uint8_t settingId, std::span<const uint8_t> value);
-    // A plain query (category | type << 4): the entries behind the header; throws Refused when nothing could be
-    // answered.
-    Bytes query(uint8_t header, std::span<const uint8_t> ids);
+    // A plain query (category | type << 4); throws Refused when nothing could be answered.
+    QueryAnswer query(uint8_t header, std::span<const uint8_t> ids);
     // A protobuf request. The answer message is parsed into `answer`; throws Refused when the camera does not know the
     // action.
     void protobuf(uint8_t requestStream, uint8_t featureId, uint8_t actionId,
@@ -84,22 +83,20 @@ class BleClient {
                                                const std::function<void(std::pair<size_t, size_t>)>& report);
 
     std::chrono::milliseconds timeout() const { return m_timeout; }
+    void setTimeout(std::chrono::milliseconds timeout) { m_timeout = timeout; }
+
+    // Throws NoCamera when the daemon is gone or takes nothing more, without asking it for anything.
+    void expectDaemon();
 
   private:
     std::optional<Message> assemble(const Packet& packet);
 
     RadioLink m_link;
     std::chrono::milliseconds m_timeout;
-    Trace m_trace;
     std::map<uint8_t, PacketAssembler> m_assemblers;
     std::deque<Message> m_kept;
 };
 
-// One entry of a value answer or push: an id and its value.
-struct Entry {
-    uint8_t id = 0;
-    Bytes value;
-};
 // Splits "id, length, value" entries; throws Error when the bytes do not come out even.
 std::vector<Entry> parseEntries(std::span<const uint8_t> bytes);
 uint64_t bigEndian(std::span<const uint8_t> bytes);

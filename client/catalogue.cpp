@@ -11,7 +11,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "radioLink.h"
+#include "errors.h"
+#include "nearest.h"
 
 namespace kzclient {
 
@@ -36,15 +37,37 @@ std::optional<int> findByName(const Map& map, const std::string& text, NameOf na
     return found == map.end() ? std::nullopt : std::optional<int>(found->first);
 }
 
-uint8_t idOf(std::optional<uint32_t> number, std::optional<int> named, const std::string& kind,
-             const std::string& text) {
+template <typename Map, typename NameOf>
+std::vector<std::string> namesOf(const Map& map, NameOf nameOf) {
+    std::vector<std::string> names;
+    for (const auto& row : map) {
+        names.push_back(nameOf(row.second));
+    }
+    return names;
+}
+
+template <typename Map, typename NameOf>
+uint8_t idOf(const Map& map, const std::string& text, const std::string& kind, NameOf nameOf) {
+    const auto number = parseNumber(text);
     if (number && *number <= UINT8_MAX) {
         return static_cast<uint8_t>(*number);
     }
-    if (named) {
+    if (number) {
+        throw WrongUse("ids go up to 255, and " + text + " is above");
+    }
+    if (const auto named = findByName(map, text, nameOf)) {
         return static_cast<uint8_t>(*named);
     }
-    throw Error("no " + kind + " is called \"" + text + "\"");
+    const std::string unread = map.empty() ? " (no catalogue was read; see --catalogue)" : "";
+    throw WrongUse("no " + kind + " is called \"" + text + "\"" + didYouMean(text, namesOf(map, nameOf)) + unread);
+}
+
+std::string itself(const std::string& name) {
+    return name;
+}
+
+std::string nameOfSetting(const Catalogue::Setting& setting) {
+    return setting.name;
 }
 
 }  // namespace
@@ -125,26 +148,30 @@ Catalogue Catalogue::parse(const std::string& text) try {
 }
 
 uint8_t Catalogue::settingId(const std::string& text) const {
-    return idOf(parseNumber(text), findByName(m_settings, text, [](const Setting& s) { return s.name; }), "setting",
-                text);
+    return idOf(m_settings, text, "setting", nameOfSetting);
 }
 
 uint8_t Catalogue::statusId(const std::string& text) const {
-    return idOf(parseNumber(text), findByName(m_statuses, text, [](const std::string& s) { return s; }), "status",
-                text);
+    return idOf(m_statuses, text, "status", itself);
+}
+
+std::optional<uint8_t> Catalogue::findSetting(const std::string& name) const {
+    const auto found = findByName(m_settings, name, nameOfSetting);
+    return found ? std::optional(static_cast<uint8_t>(*found)) : std::nullopt;
 }
 
 uint32_t Catalogue::optionId(uint8_t settingId, const std::string& text) const {
     if (const auto number = parseNumber(text)) {
         return *number;
     }
-    const auto setting = m_settings.find(settingId);
-    if (setting != m_settings.end()) {
-        if (const auto id = findByName(setting->second.options, text, [](const std::string& s) { return s; })) {
+    std::vector<std::string> names;
+    if (const auto setting = m_settings.find(settingId); setting != m_settings.end()) {
+        if (const auto id = findByName(setting->second.options, text, itself)) {
             return static_cast<uint32_t>(*id);
         }
+        names = namesOf(setting->second.options, itself);
     }
-    throw Error("setting " + settingName(settingId) + " has no option called \"" + text + "\"");
+    throw WrongUse(settingName(settingId) + " has no option called \"" + text + "\"" + didYouMean(text, names));
 }
 
 std::string Catalogue::settingName(int id) const {

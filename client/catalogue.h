@@ -1,5 +1,6 @@
 // The camera's catalogue on the client's side: names of settings, their options and status fields, read from a
-// settings.json. Without a file only ids work. Throws Error.
+// settings.json. Without a file only ids work. Unknown names throw WrongUse, files that cannot be
+// read Error.
 #pragma once
 
 #include <cstdint>
@@ -33,6 +34,8 @@ class Catalogue {
     // An id given as a number or by name; names compare without case, and '-', '_' and ' ' count as the same.
     uint8_t settingId(const std::string& text) const;
     uint8_t statusId(const std::string& text) const;
+    // The setting of that name, if there is one.
+    std::optional<uint8_t> findSetting(const std::string& name) const;
     // An option of a setting, by number or name.
     uint32_t optionId(uint8_t settingId, const std::string& text) const;
 

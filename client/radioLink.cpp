@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -20,12 +21,14 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds kWelcomeTimeout{5000};
+constexpr milliseconds kInterruptPatience{500};  // a signal just before a wait is seen this late
+constexpr timeval kSendPatience{10, 0};          // for a radio that takes nothing more
 
 int connectTo(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
-        throw Error("the radio's socket path is too long: " + path);
+        throw WrongUse("the radio's socket path is too long: " + path);
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
@@ -35,34 +38,42 @@ int connectTo(const std::string& path) {
     if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
         const std::string reason = std::strerror(errno);
         close(fd);
-        throw Error("no radio at " + path + ": " + reason + " (is the camera running?)");
+        throw NoRadio("no radio at " + path + ": " + reason + " (is the camera running?)");
     }
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendPatience, sizeof(kSendPatience));
     return fd;
 }
 
 void sendRecord(int fd, const kzradio::Record& record) {
-    if (::send(fd, &record, sizeof(record), MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof(record))) {
-        throw Error(std::string("the connection to the camera is gone: ") + std::strerror(errno));
+    if (::send(fd, &record, sizeof(record), MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof(record))) {
+        return;
     }
+    const int reason = errno;
+    checkInterrupt();
+    if (reason == EAGAIN) {
+        throw TimedOut("the camera takes no more packets");
+    }
+    throw NoCamera(std::string("the connection to the camera is gone: ") + std::strerror(reason));
 }
 
 // False when nothing came until the deadline.
 bool receiveRecord(int fd, kzradio::Record& record, steady_clock::time_point deadline) {
     while (true) {
-        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        checkInterrupt();
+        const auto left = std::max(std::chrono::ceil<milliseconds>(deadline - steady_clock::now()), milliseconds{0});
         pollfd waiting{fd, POLLIN, 0};
-        const int ready = poll(&waiting, 1, static_cast<int>(std::max(left, milliseconds{0}).count()));
-        if (ready == -1 && errno == EINTR) {
-            return false;  // an interrupt ends a wait early: the caller looks at why
-        }
-        if (ready == 0) {
-            return false;
+        const int ready = poll(&waiting, 1, static_cast<int>(std::min(left, kInterruptPatience).count()));
+        if (ready <= 0) {
+            if (left.count() == 0) {
+                return false;
+            }
+            continue;
         }
         const ssize_t got = recv(fd, &record, sizeof(record), 0);
         if (got == static_cast<ssize_t>(sizeof(record))) {
             return true;
         }
-        throw Error("the camera closed the connection");
+        throw NoCamera("the camera closed the connection");
     }
 }
 
@@ -75,7 +86,7 @@ Address parseAddress(const std::string& text) {
     const bool valid = digits.size() == 2 * address.size() &&
                        std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
     if (!valid) {
-        throw Error("not a device address: " + text);
+        throw WrongUse("not a device address: \"" + text + "\"; one looks like 02:00:00:00:00:01");
     }
     for (size_t i = 0; i < address.size(); ++i) {
         address[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
@@ -86,6 +97,7 @@ Address parseAddress(const std::string& text) {
 RadioLink::RadioLink(const std::string& socketPath, const Peer& peer)
     : m_socket(connectTo(socketPath.empty() ? kzradio::kRadioEndpoint.address() : socketPath)) {
     try {
+        m_daemon.emplace();
         kzradio::Record hello{};
         hello.kind = kzradio::Kind::Hello;
         hello.length = kzradio::kAddressSize;
@@ -97,7 +109,7 @@ RadioLink::RadioLink(const std::string& socketPath, const Peer& peer)
         kzradio::Record welcome{};
         if (!receiveRecord(m_socket, welcome, steady_clock::now() + kWelcomeTimeout) ||
             welcome.kind != kzradio::Kind::Welcome) {
-            throw Error("the radio did not take the connection");
+            throw NoCamera("the radio did not take the connection");
         }
         m_connectionId = welcome.argument0;
     } catch (...) {
@@ -119,7 +131,7 @@ void RadioLink::send(uint8_t streamId, std::span<const uint8_t> packet) {
     record.streamId = streamId;
     record.length = static_cast<uint8_t>(packet.size());
     std::copy(packet.begin(), packet.end(), record.data);
-    m_recorder({LinkEvent::Kind::Packet, true, streamId, packet});
+    passes({LinkEvent::Kind::Packet, true, streamId, packet});
     sendRecord(m_socket, record);
 }
 
@@ -128,7 +140,7 @@ void RadioLink::writeDescriptor(uint8_t descriptorStream, uint8_t value) {
     record.kind = kzradio::Kind::Ccc;
     record.streamId = descriptorStream;
     record.length = value;
-    m_recorder({LinkEvent::Kind::Gate, true, descriptorStream, std::span(&value, 1)});
+    passes({LinkEvent::Kind::Gate, true, descriptorStream, std::span(&value, 1)});
     sendRecord(m_socket, record);
 }
 
@@ -140,13 +152,25 @@ void RadioLink::sendDebug(uint32_t command, uint32_t argument) {
     sendRecord(m_socket, record);
 }
 
+void RadioLink::passes(const LinkEvent& event) const {
+    for (const Trace& watcher : {std::cref(m_trace), std::cref(m_recorder)}) {
+        if (watcher) {
+            watcher(event);
+        }
+    }
+}
+
+void RadioLink::disconnect() {
+    shutdown(m_socket, SHUT_RDWR);
+}
+
 std::optional<Packet> RadioLink::receive(steady_clock::time_point deadline) {
     kzradio::Record record{};
     while (receiveRecord(m_socket, record, deadline)) {
         if (record.kind == kzradio::Kind::Packet) {
             const size_t length = std::min<size_t>(record.length, sizeof(record.data));
             Packet packet{record.streamId, {record.data, record.data + length}};
-            m_recorder({LinkEvent::Kind::Packet, false, packet.streamId, packet.bytes});
+            passes({LinkEvent::Kind::Packet, false, packet.streamId, packet.bytes});
             return packet;
         }
     }

@@ -1,5 +1,6 @@
 // One Bluetooth connection to the camera, over the simulated radio's local socket: packets of at most 20 bytes on
-// numbered streams, both ways. Closing the link is the disconnection. One thread at a time.
+// numbered streams, both ways. Closing the link is the disconnection. One thread at a time, except that one may send
+// and another one receive, and that any may disconnect.
 #pragma once
 
 #include <array>
@@ -8,21 +9,23 @@
 #include <functional>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "daemonLook.h"
+#include "errors.h"
+
 namespace kzclient {
 
-// What went wrong in talking to the camera, in words for the user.
-class Error : public std::runtime_error {
+// Nothing listens where the radio should be.
+class NoRadio : public NoCamera {
   public:
-    using std::runtime_error::runtime_error;
+    using NoCamera::NoCamera;
 };
 
 using Address = std::array<uint8_t, 6>;
 
-// Twelve hexadecimal digits, colons allowed. Throws Error.
+// Twelve hexadecimal digits, colons allowed. Throws WrongUse.
 Address parseAddress(const std::string& text);
 
 struct Packet {
@@ -30,7 +33,7 @@ struct Packet {
     std::vector<uint8_t> bytes;
 };
 
-// What passes over the connection, for whoever watches it.
+// What passes over the connection, for whoever traces or records it.
 struct LinkEvent {
     enum class Kind { Packet, Gate };  // a gate is a notification-enable descriptor; its byte is the value written
     Kind kind;
@@ -41,7 +44,7 @@ struct LinkEvent {
 
 class RadioLink {
   public:
-    using Recorder = std::function<void(const LinkEvent&)>;
+    using Trace = std::function<void(const LinkEvent&)>;
 
     struct Peer {
         Address address{};
@@ -49,7 +52,8 @@ class RadioLink {
         bool cameraIsCentral = false;  // a sensor: the camera opens all gates itself
     };
 
-    // Connects as `peer`. Throws Error when no radio listens at `socketPath` (empty: the default) or it refuses.
+    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), NoCamera when it
+    // refuses or no daemon is behind it.
     RadioLink(const std::string& socketPath, const Peer& peer);
     ~RadioLink();
     RadioLink(const RadioLink&) = delete;
@@ -58,22 +62,31 @@ class RadioLink {
     uint32_t connectionId() const { return m_connectionId; }
     // For poll(): readable when a packet is there, or the connection is gone.
     int descriptor() const { return m_socket; }
-    // Called for all that passes from now on.
-    void setRecorder(Recorder recorder) { m_recorder = std::move(recorder); }
+    const DaemonLook& daemon() const { return *m_daemon; }
+    // Both are called for all that passes from now on; the recorder lives as long as the connection.
+    void setTrace(Trace trace) { m_trace = std::move(trace); }
+    void setRecorder(Trace recorder) { m_recorder = std::move(recorder); }
 
-    // At most 20 bytes. Throws Error when the connection is gone.
+    // At most 20 bytes. Throws NoCamera when the connection is gone.
     void send(uint8_t streamId, std::span<const uint8_t> packet);
     // Writes a notification-enable descriptor.
     void writeDescriptor(uint8_t descriptorStream, uint8_t value);
     // A record for the daemon's own debugging: log level, status dump, shutdown.
     void sendDebug(uint32_t command, uint32_t argument);
-    // The next packet, or nothing when none came until the deadline. Throws Error when the connection is gone.
+    // Ends the connection at once, also under a call of another thread, which then throws.
+    void disconnect();
+    // The next packet, or nothing when none came until the deadline. Throws NoCamera when the connection is gone, and
+    // Interrupted.
     std::optional<Packet> receive(std::chrono::steady_clock::time_point deadline);
 
   private:
+    void passes(const LinkEvent& event) const;
+
     int m_socket = -1;
     uint32_t m_connectionId = 0;
-    Recorder m_recorder = [](const LinkEvent&) {};
+    std::optional<DaemonLook> m_daemon;
+    Trace m_trace;
+    Trace m_recorder;
 };
 
 }  // namespace kzclient

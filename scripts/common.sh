@@ -31,6 +31,6 @@ forget_other_cameras() {
 
 # Puts the programs of a build into reach: use_programs BUILD_DIRECTORY.
 use_programs() {
-    export PATH=$1/client:$1/simulator:$1/kzBleSdkD/src:$PATH
+    export PATH=$1/client:$1/simulator:$1/kzBleSdkD/src:$1/desk:$PATH
     export KZ_CATALOGUE=/usr/local/zorvik/etc/58/settings.json
 }

@@ -7,16 +7,14 @@
 #include <set>
 #include <sstream>
 
+#include "commands.h"
 #include "protocolTable.h"
-#include "session.h"
 
 namespace kzble {
 
 namespace {
 
 using nlohmann::ordered_json;
-
-constexpr int kWrongUse = 64;
 
 // One line of `list`, or one thing that `describe` knows.
 struct Thing {
@@ -80,11 +78,6 @@ std::string normalised(std::string name) {
     return name;
 }
 
-[[noreturn]] void refuse(const std::string& what) {
-    std::cerr << "kzble: " << what << '\n';
-    throw CLI::RuntimeError(what, kWrongUse);
-}
-
 void list(Session& session, const std::string& kind) {
     std::set<std::string> kinds;
     bool found = false;
@@ -105,7 +98,7 @@ void list(Session& session, const std::string& kind) {
         for (const std::string& name : kinds) {
             known += " " + name;
         }
-        refuse("there is no kind \"" + kind + "\"; kinds are" + known);
+        throw WrongUse("there is no kind \"" + kind + "\"; kinds are" + known);
     }
 }
 
@@ -121,22 +114,23 @@ void describe(Session& session, const std::string& name) {
     }
     if (separator.empty()) {
         const std::string nearest = kzprotocol::nearestName(name, others);
-        refuse("the protocol has no \"" + name + "\"" +
+        throw WrongUse("the protocol has no \"" + name + "\"" +
                (nearest.empty() ? "; see kzble list" : "; did you mean \"" + nearest + "\"?"));
     }
 }
 
 }  // namespace
 
-void addDescribeCommands(CLI::App& app, Session& session) {
+void addDescribeCommands(const Place& place) {
+    auto& session = place.session;
     const auto kind = std::make_shared<std::string>();
-    CLI::App* listing =
-        addCommand(app, "list", "Print the names of the protocol", [&session, kind] { list(session, *kind); });
+    CLI::App* listing = addCommand(place, {"list", "Print the names of the protocol", "command"},
+                                   [&session, kind] { list(session, *kind); });
     listing->add_option("kind", *kind, "Only these, for example command, query, push or setting-id");
 
     const auto name = std::make_shared<std::string>();
     CLI::App* description =
-        addCommand(app, "describe", "Print what a request or push of the protocol is, with its bytes",
+        addCommand(place, {"describe", "Print what a request or push of the protocol is, with its bytes", "set-shutter"},
                    [&session, name] { describe(session, *name); });
     description->add_option("name", *name, "As `kzble list` prints it")->required();
 }

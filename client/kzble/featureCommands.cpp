@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <sstream>
 
+#include "commands.h"
 #include "generic/ResponseGeneric.pb.h"
 #include "protobufFields.h"
-#include "session.h"
 #include "skylark/bleMessage.h"
 #include "wsdkCommands/WSDK_NotifyCAHStatus.pb.h"
 #include "wsdkCommands/WSDK_NotifyLiveStreamStatus.pb.h"
@@ -69,6 +69,7 @@ struct Action {
     const Message* answer;
     std::vector<const char*> positionals;
     std::vector<Preset> fixed;  // fields the command itself settles
+    const char* example = "";   // arguments
 };
 
 template <typename T>
@@ -83,14 +84,14 @@ const Message* generic() {
 // clang-format off
 const std::vector<Action>& actions() {
     static const std::vector<Action> rows = {
-        {"live", "start", "Stream to a URL", kCommandHigh, 121, prototype<WSDK_RequestSetLiveStreamMode>(), generic(), {"url"}, {}},
+        {"live", "start", "Stream to a URL", kCommandHigh, 121, prototype<WSDK_RequestSetLiveStreamMode>(), generic(), {"url"}, {}, "rtmp://example/stream --window-size 720"},
         {"live", "stop", "End streaming", kCommandHigh, 121, prototype<WSDK_RequestSetLiveStreamMode>(), generic(), {}, {{"url", ""}}},
         {"live", "status", "Print the streaming state", kQuery, 116, nullptr, prototype<WSDK_NotifyLiveStreamStatus>(), {}, {}},
         {"cah", "start", "Start the cloud upload", kCommandHigh, 104, prototype<WSDK_RequestSetCAHStart>(), generic(), {}, {{"cah_upload_start", "on"}}},
         {"cah", "cancel", "Cancel the cloud upload", kCommandHigh, 104, prototype<WSDK_RequestSetCAHStart>(), generic(), {}, {{"cah_upload_start", "off"}}},
-        {"cah", "enable", "Switch the cloud upload feature", kSettings, 125, prototype<WSDK_RequestSetCAHEnable>(), generic(), {}, {}},
-        {"cah", "server", "Choose the cloud server", kSettings, 124, prototype<WSDK_RequestSetCAHServer>(), generic(), {}, {}},
-        {"cah", "auto-clear", "Clear media that were uploaded", kSettings, 119, prototype<WSDK_RequestSetCAHAutoClear>(), generic(), {}, {}},
+        {"cah", "enable", "Switch the cloud upload feature", kSettings, 125, prototype<WSDK_RequestSetCAHEnable>(), generic(), {}, {}, "on"},
+        {"cah", "server", "Choose the cloud server", kSettings, 124, prototype<WSDK_RequestSetCAHServer>(), generic(), {}, {}, "1"},
+        {"cah", "auto-clear", "Clear media that were uploaded", kSettings, 119, prototype<WSDK_RequestSetCAHAutoClear>(), generic(), {}, {}, "on"},
         {"cah", "status", "Print the cloud upload state", kQuery, 126, nullptr, prototype<WSDK_NotifyCAHStatus>(), {}, {}},
         {"cah", "sticky", "Print the last lasting error", kQuery, 122, nullptr, prototype<WSDK_ResponseGetCAHSticky>(), {}, {}},
         {"cah", "setup-mode", "Enter cloud set-up", kCommandHigh, 127, nullptr, generic(), {}, {}},
@@ -99,31 +100,31 @@ const std::vector<Action>& actions() {
         {"ota", "cancel", "Cancel the update", kCommandHigh, 122, prototype<WSDK_RequestSetOTAUpdate>(), generic(), {}, {{"ota_cmd", "WSDK_OTA_CANCEL"}}},
         {"ota", "status", "Print the update state", kQuery, 118, nullptr, prototype<WSDK_NotifyOTAStatus>(), {}, {}},
         {"preset", "list", "Print the presets", kQuery, 114, nullptr, prototype<WSDK_NotifyPresetStatus>(), {}, {}},
-        {"preset", "create", "Create a preset of our own", kCommandHigh, 118, prototype<WSDK_RequestCreateCustomPreset>(), prototype<WSDK_ResponseCreateCustomPreset>(), {"group_id", "mode"}, {}},
-        {"preset", "remove", "Remove a preset", kCommandHigh, 110, prototype<WSDK_RequestSetPresetRemove>(), generic(), {"preset_id"}, {}},
-        {"preset", "order", "Move a preset to a place in its group", kCommandHigh, 119, prototype<WSDK_RequestSetPresetOrder>(), generic(), {"preset_id", "preset_order"}, {}},
-        {"preset", "reset", "Bring a preset back to how it was made", kCommandHigh, 117, prototype<WSDK_RequestSetPresetFactoryReset>(), generic(), {"preset_id"}, {}},
-        {"preset", "edit-start", "Begin to edit a preset", kCommandHigh, 114, prototype<WSDK_RequestSetPresetEditStart>(), generic(), {"preset_id"}, {}},
+        {"preset", "create", "Create a preset of our own", kCommandHigh, 118, prototype<WSDK_RequestCreateCustomPreset>(), prototype<WSDK_ResponseCreateCustomPreset>(), {"group_id", "mode"}, {}, "1 12"},
+        {"preset", "remove", "Remove a preset", kCommandHigh, 110, prototype<WSDK_RequestSetPresetRemove>(), generic(), {"preset_id"}, {}, "5"},
+        {"preset", "order", "Move a preset to a place in its group", kCommandHigh, 119, prototype<WSDK_RequestSetPresetOrder>(), generic(), {"preset_id", "preset_order"}, {}, "2 1"},
+        {"preset", "reset", "Bring a preset back to how it was made", kCommandHigh, 117, prototype<WSDK_RequestSetPresetFactoryReset>(), generic(), {"preset_id"}, {}, "2"},
+        {"preset", "edit-start", "Begin to edit a preset", kCommandHigh, 114, prototype<WSDK_RequestSetPresetEditStart>(), generic(), {"preset_id"}, {}, "2"},
         {"preset", "edit-cancel", "Drop the edits", kCommandHigh, 115, nullptr, generic(), {}, {}},
         {"preset", "edit-store", "Keep the edits", kCommandHigh, 116, nullptr, generic(), {}, {}},
-        {"", "auth", "Hand over an authorisation code", kSettings, 126, prototype<WSDK_RequestSetAuthCode>(), generic(), {}, {}},
-        {"associate", "set", "Associate the camera with a user", kSettings, 127, prototype<WSDK_RequestSetAssociationState>(), generic(), {"zorvik_user_id"}, {}},
+        {"", "auth", "Hand over an authorisation code", kSettings, 126, prototype<WSDK_RequestSetAuthCode>(), generic(), {}, {}, "a-code"},
+        {"associate", "set", "Associate the camera with a user", kSettings, 127, prototype<WSDK_RequestSetAssociationState>(), generic(), {"zorvik_user_id"}, {}, "somebody"},
         {"associate", "clear", "End the association", kSettings, 127, prototype<WSDK_RequestSetAssociationState>(), generic(), {}, {{"association_state", "0"}}},
-        {"associate", "status", "Print whether a user is associated", kQuery, 124, prototype<WSDK_RequestGetAssociationState>(), prototype<WSDK_ResponseGetAssociationState>(), {"zorvik_user_id"}, {}},
+        {"associate", "status", "Print whether a user is associated", kQuery, 124, prototype<WSDK_RequestGetAssociationState>(), prototype<WSDK_ResponseGetAssociationState>(), {"zorvik_user_id"}, {}, "somebody"},
         {"", "client-id", "Print the camera's client id", kQuery, 125, nullptr, prototype<WSDK_ResponseGetClientId>(), {}, {}},
         {"", "offload", "Print the mobile offload state", kQuery, 120, nullptr, prototype<WSDK_ResponseGetMobileOffloadState>(), {}, {}},
-        {"", "notify-event", "Tell the camera what we do", kCommandHigh, 125, prototype<WSDK_RequestSetSystemNotifyEvent>(), generic(), {}, {}},
-        {"", "band", "Choose the Wi-Fi band", kCommandHigh, 123, prototype<WSDK_RequestSetBandSelect>(), generic(), {}, {}},
-        {"", "turbo", "Switch turbo transfer", kCommandHigh, 107, prototype<WSDK_RequestSetTurboActive>(), generic(), {}, {}},
-        {"", "speed-ramp", "Choose the speed ramp of a veloscan video", kCommandHigh, 109, prototype<WSDK_RequestSetVeloscanSpeedRamp>(), generic(), {}, {}},
-        {"", "speed-ramp-active", "Switch the speed ramp", kCommandHigh, 108, prototype<WSDK_RequestSetVeloscanSpeedRampActive>(), generic(), {}, {}},
-        {"", "camera-control", "Say who controls the camera", kCommandHigh, 105, prototype<WSDK_RequestSetCameraControlStatus>(), generic(), {}, {}},
-        {"", "contextual-menu", "Say that a menu is open", kCommandHigh, 106, prototype<WSDK_RequestSetInContextualMenu>(), generic(), {}, {}},
+        {"", "notify-event", "Tell the camera what we do", kCommandHigh, 125, prototype<WSDK_RequestSetSystemNotifyEvent>(), generic(), {}, {}, "app_power_up"},
+        {"", "band", "Choose the Wi-Fi band", kCommandHigh, 123, prototype<WSDK_RequestSetBandSelect>(), generic(), {}, {}, "5ghz"},
+        {"", "turbo", "Switch turbo transfer", kCommandHigh, 107, prototype<WSDK_RequestSetTurboActive>(), generic(), {}, {}, "on"},
+        {"", "speed-ramp", "Choose the speed ramp of a veloscan video", kCommandHigh, 109, prototype<WSDK_RequestSetVeloscanSpeedRamp>(), generic(), {}, {}, "1"},
+        {"", "speed-ramp-active", "Switch the speed ramp", kCommandHigh, 108, prototype<WSDK_RequestSetVeloscanSpeedRampActive>(), generic(), {}, {}, "on"},
+        {"", "camera-control", "Say who controls the camera", kCommandHigh, 105, prototype<WSDK_RequestSetCameraControlStatus>(), generic(), {}, {}, "1"},
+        {"", "contextual-menu", "Say that a menu is open", kCommandHigh, 106, prototype<WSDK_RequestSetInContextualMenu>(), generic(), {}, {}, "on"},
         {"", "shortcuts-reset", "Reset the shortcuts on the screen", kCommandHigh, 111, nullptr, generic(), {}, {}},
         {"", "release-network", "Let the camera leave its network", kCommandHigh, 120, nullptr, generic(), {}, {}},
         {"", "clear-new-media", "Clear the new-media mark", kCommandHigh, 124, prototype<WSDK_RequestClearNewMediaFlag>(), generic(), {}, {}},
         {"", "client-hello", "Say that we are a phone app", kCommandHigh, 126, nullptr, generic(), {}, {}},
-        {"", "shutter-pb", "Start or stop recording by the protobuf command", kCommandLow, 1, prototype<WSDK_RequestSetShutter>(), generic(), {}, {}},
+        {"", "shutter-pb", "Start or stop recording by the protobuf command", kCommandLow, 1, prototype<WSDK_RequestSetShutter>(), generic(), {}, {}, "on"},
     };
     return rows;
 }
@@ -141,15 +142,14 @@ uint8_t streamOf(Feature feature) {
 }
 
 // An answer's `result`, where it has one, must be success.
-void expectSuccess(const Action& row, const Message& answer) {
+void expectSuccess(const Message& answer) {
     const FieldDescriptor* field = answer.GetDescriptor()->FindFieldByName("result");
     if (field == nullptr) {
         return;
     }
     const auto* result = answer.GetReflection()->GetEnum(answer, field);
     if (result->number() != RESULT_SUCCESS) {
-        throw kzclient::Refused(std::string(row.name) + " was refused: " + result->name(),
-                                static_cast<uint8_t>(result->number()));
+        throw Refused(result->name(), result->number());
     }
 }
 
@@ -190,7 +190,7 @@ void run(Session& session, const Action& row, const Values& values) {
     }
     const std::unique_ptr<Message> answer(row.answer->New());
     session.client().protobuf(streamOf(row.feature), row.feature, row.action, request.get(), *answer);
-    expectSuccess(row, *answer);
+    expectSuccess(*answer);
     printAnswer(session, *answer);
 }
 
@@ -227,40 +227,34 @@ void addArguments(CLI::App& command, const Action& row, const std::shared_ptr<Va
     }
 }
 
-CLI::App& family(CLI::App& app, const std::string& name) {
-    if (name.empty()) {
-        return app;
-    }
-    const auto existing = app.get_subcommands([&](const CLI::App* command) { return command->get_name() == name; });
-    if (!existing.empty()) {
-        return *existing.front();
-    }
-    CLI::App* made = app.add_subcommand(name, "The commands of \"" + name + "\"");
-    made->require_subcommand(1);
-    return *made;
-}
-
 // Loading a preset is a plain command; it stands with the other preset commands.
-void addPresetLoad(CLI::App& app, Session& session) {
+void addPresetLoad(const Place& presets) {
     constexpr uint8_t kSetPreset = 64;
     auto id = std::make_shared<uint32_t>(0);
-    CLI::App* load = addCommand(family(app, "preset"), "load", "Switch to a preset", [&session, id] {
+    CLI::App* load = addCommand(presets, {"load", "Switch to a preset", "2"}, [&session = presets.session, id] {
         session.client().command(kSetPreset, {number(*id, 4)});
         session.printDone();
     });
-    load->add_option("preset_id", *id)->required();
+    addNumber(*load, "preset_id", *id, "0 to 4294967295", 0, UINT32_MAX)->required();
 }
+
+const std::map<std::string, std::string> kFamilies = {
+    {"live", "Live streaming"}, {"cah", "The upload to the cloud"},      {"ota", "The update of the camera's firmware"},
+    {"preset", "Presets"},      {"associate", "The user of the camera"},
+};
 
 }  // namespace
 
-void addFeatureCommands(CLI::App& app, Session& session) {
+void addFeatureCommands(const Place& place) {
     for (const auto& row : actions()) {
         auto values = std::make_shared<Values>();
-        CLI::App* command = addCommand(family(app, row.family), row.name, row.help,
-                                       [&session, &row, values] { run(session, row, *values); });
+        const std::string family = row.family;
+        const Place where = family.empty() ? place : place.family(family, kFamilies.at(family));
+        CLI::App* command = addCommand(where, {row.name, row.help, row.example},
+                                       [&session = place.session, &row, values] { run(session, row, *values); });
         addArguments(*command, row, values);
     }
-    addPresetLoad(app, session);
+    addPresetLoad(place.family("preset", kFamilies.at("preset")));
 }
 
 }  // namespace kzble

@@ -9,7 +9,7 @@
 #include <charconv>
 #include <optional>
 
-#include "bleClient.h"
+#include "errors.h"
 
 namespace kzble {
 
@@ -20,6 +20,7 @@ using google::protobuf::EnumValueDescriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::Message;
 using kzclient::Error;
+using kzclient::WrongUse;
 
 std::string upper(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
@@ -32,7 +33,7 @@ Number parseNumber(const std::string& field, const std::string& text) {
     Number number{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc{} || end != text.data() + text.size()) {
-        throw Error(field + " takes a number, not \"" + text + "\"");
+        throw WrongUse(field + " takes a number within its bounds, not \"" + text + "\"");
     }
     return number;
 }
@@ -44,7 +45,7 @@ bool parseSwitch(const std::string& field, const std::string& text) {
     if (text == "off" || text == "false" || text == "0") {
         return false;
     }
-    throw Error(field + " takes on or off, not \"" + text + "\"");
+    throw WrongUse(field + " takes on or off, not \"" + text + "\"");
 }
 
 const EnumValueDescriptor& findEnumerator(const EnumDescriptor& type, const std::string& text) {
@@ -59,7 +60,7 @@ const EnumValueDescriptor& findEnumerator(const EnumDescriptor& type, const std:
     for (int i = 0; i < type.value_count(); ++i) {
         names += (i == 0 ? "" : ", ") + type.value(i)->name();
     }
-    throw Error("\"" + text + "\" is none of " + names);
+    throw WrongUse("\"" + text + "\" is none of " + names);
 }
 
 void setScalar(Message& message, const FieldDescriptor& field, const std::string& text) {
@@ -81,7 +82,7 @@ void setScalar(Message& message, const FieldDescriptor& field, const std::string
             reflection.SetEnum(&message, &field, &findEnumerator(*field.enum_type(), text));
             return;
         default:
-            throw Error(field.name() + " cannot be given on the command line");
+            throw WrongUse(field.name() + " cannot be given on the command line");
     }
 }
 

@@ -8,7 +8,7 @@
 namespace kzble {
 
 // Sets the field called `name` from its text. Enumerators may be given by number, by name, or by the end of their name
-// in any case ("720" for WSDK_WINDOW_SIZE_720). Throws Error.
+// in any case ("720" for WSDK_WINDOW_SIZE_720). Throws WrongUse.
 void setField(google::protobuf::Message& message, const std::string& name, const std::string& text);
 // What a field takes, for its help.
 std::string describeField(const google::protobuf::FieldDescriptor& field);

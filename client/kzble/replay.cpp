@@ -17,14 +17,13 @@ using kzcapture::Direction;
 using kzcapture::Event;
 using kzcapture::Frame;
 using kzclient::Bytes;
-using kzclient::Conversation;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using Place = Conversation::Place;
 
-constexpr milliseconds kLongestPause{2000};
-constexpr milliseconds kInVain{1000};  // who waited so long for an answer did not get one
-constexpr milliseconds kSettle{200};   // for an answer that nobody expects
+constexpr milliseconds kInVain{1000};            // who waited so long for an answer did not get one
+constexpr milliseconds kSettle{200};             // for an answer that nobody expects
+constexpr milliseconds kInterruptPatience{500};  // a signal just before a wait is seen this late
 
 // What an answer with the clock has before and in its time.
 constexpr size_t kBeforeTime = 3;  // id, result, length
@@ -44,20 +43,21 @@ Bytes withoutTime(Bytes answer) {
     return answer;
 }
 
-// One recorded connection and its counterpart. Without a client it is not there yet, or gone.
+// One recorded connection and its counterpart, which is gone when the camera ended it.
 struct Player {
     uint32_t number = 0;
     std::unique_ptr<kzclient::BleClient> client;
-    Conversation recorded;
-    Conversation live;
-    std::vector<kzcapture::Time> requested;  // when each recorded request was complete
-    std::set<Place> expected;
-    std::map<Place, Bytes> got;
+    bool gone = false;
+    Conversation recorded{};
+    Conversation live{};
+    std::vector<kzcapture::Time> requested{};  // when each recorded request was complete
+    std::set<Place> expected{};
+    std::map<Place, Bytes> got{};
 
     // Takes what came until now.
     void listen() {
         try {
-            while (client) {
+            while (!gone) {
                 const auto packet = client->receivePacket(steady_clock::now());
                 if (!packet) {
                     return;
@@ -66,25 +66,33 @@ struct Player {
                     got.emplace(heard->place, std::move(heard->bytes));
                 }
             }
-        } catch (const kzclient::Error&) {
-            client.reset();
+        } catch (const kzclient::NoCamera&) {
+            gone = true;  // which may be right: the recorded camera may have done the same
         }
     }
 
     void send(const Frame& frame) {
-        if (!client) {
-            return;
+        expectConnection();
+        if (frame.event == Event::Descriptor) {
+            client->link().writeDescriptor(frame.stream, frame.bytes.front());
+        } else {
+            live.sent(frame.stream, frame.bytes);
+            client->link().send(frame.stream, frame.bytes);
         }
-        try {
-            if (frame.event == Event::Descriptor) {
-                client->link().writeDescriptor(frame.stream, frame.bytes.front());
-            } else {
-                live.sent(frame.stream, frame.bytes);
-                client->link().send(frame.stream, frame.bytes);
-            }
-        } catch (const kzclient::Error&) {
-            client.reset();
+    }
+
+    void expectConnection() const {
+        if (gone) {
+            throw kzclient::NoCamera("the camera closed connection " + std::to_string(number) +
+                                     " earlier than in the recording");
         }
+    }
+
+    // Throws NoCamera when there is nobody who could answer.
+    void expectDaemon() const {
+        expectConnection();
+        client->link().daemon().expectSame();
+        client->link().daemon().expectReading(milliseconds(0));
     }
 };
 
@@ -96,12 +104,8 @@ class Replay {
     ReplayResult run(const std::vector<Frame>& recording) {
         m_begin = m_frameTime = recording.front().time;
         for (const Frame& frame : recording) {
-            const auto pause = m_options.speed > 0
-                                   ? std::chrono::duration<double>(frame.time - m_frameTime) / m_options.speed
-                                   : std::chrono::duration<double>(0);
-            const auto capped =
-                std::clamp(std::chrono::duration_cast<milliseconds>(pause), milliseconds(0), kLongestPause);
-            m_due += capped;
+            const auto pause = std::max(frame.time - m_frameTime, std::chrono::nanoseconds(0));
+            m_due += m_options.fast ? milliseconds(0) : std::chrono::duration_cast<steady_clock::duration>(pause);
             m_frameTime = frame.time;
             if (frame.direction == Direction::FromCamera && frame.event == Event::Packet) {
                 hear(player(frame), frame);
@@ -118,17 +122,16 @@ class Replay {
 
   private:
     Player& player(const Frame& frame) {
-        const auto [at, isNew] = m_players.try_emplace(frame.connection);
-        if (isNew) {
-            at->second.number = frame.connection;
-            at->second.client = m_connect(frame.peer());
-        }
-        return at->second;
+        const auto known = m_players.find(frame.connection);
+        return known != m_players.end()
+                   ? known->second
+                   : m_players.emplace(frame.connection, Player{frame.connection, m_connect(frame.peer())})
+                         .first->second;
     }
 
     void act(const Frame& frame) {
-        const auto known = m_players.find(frame.connection);
         if (frame.event == Event::Connected || frame.event == Event::Disconnected) {
+            const auto known = m_players.find(frame.connection);
             if (known != m_players.end()) {
                 end(known->second);
             }
@@ -150,10 +153,14 @@ class Replay {
             return;
         }
         one.expected.insert(heard->place);
-        const auto deadline = steady_clock::now() + (one.client ? one.client->timeout() : milliseconds(0));
-        listenUntil(deadline, [&] { return one.got.count(heard->place) != 0 || !one.client; });
+        listenUntil(steady_clock::now() + one.client->timeout(),
+                    [&] { return one.got.count(heard->place) != 0 || one.gone; });
         m_due = std::max(m_due, steady_clock::now());
         const auto got = one.got.find(heard->place);
+        if (got == one.got.end()) {
+            one.expectDaemon();
+            ++m_result.missing;
+        }
         compare(one, heard->place, heard->bytes,
                 got == one.got.end() ? std::nullopt : std::optional<Bytes>(got->second));
     }
@@ -162,8 +169,8 @@ class Replay {
 
     void compare(const Player& one, const Place& place, std::optional<Bytes> expected, std::optional<Bytes> got) {
         ++m_result.compared;
-        const bool clock = place.kind == Place::Kind::Answer && !m_options.times && expected && got &&
-                           readsClock(one.recorded.requests()[place.number]);
+        const bool clock =
+            place.kind == Place::Kind::Answer && expected && got && readsClock(one.recorded.requests()[place.number]);
         if (clock ? withoutTime(*expected) == withoutTime(*got) : expected == got) {
             return;
         }
@@ -192,8 +199,7 @@ class Replay {
         }
         one.listen();
         for (const auto& [place, bytes] : one.got) {
-            const bool left = place.kind == Place::Kind::Answer && place.number < one.requested.size() &&
-                              m_frameTime - one.requested[place.number] < kInVain;
+            const bool left = place.kind == Place::Kind::Answer && m_frameTime - one.requested[place.number] < kInVain;
             if (isCompared(place) && one.expected.count(place) == 0 && !left) {
                 compare(one, place, std::nullopt, bytes);
             }
@@ -208,7 +214,7 @@ class Replay {
             std::vector<pollfd> links;
             for (auto& [number, one] : m_players) {
                 one.listen();
-                if (one.client) {
+                if (!one.gone) {
                     links.push_back({one.client->link().descriptor(), POLLIN, 0});
                 }
             }
@@ -216,7 +222,8 @@ class Replay {
             if (done() || left.count() <= 0) {
                 return;
             }
-            poll(links.data(), links.size(), static_cast<int>(left.count()));
+            kzclient::checkInterrupt();
+            poll(links.data(), links.size(), static_cast<int>(std::min(left, kInterruptPatience).count()));
         }
     }
 

@@ -14,9 +14,8 @@
 namespace kzble {
 
 struct ReplayOptions {
-    double speed = 1;     // 0: without the recorded pauses
+    bool fast = false;    // without the recorded pauses
     bool pushes = false;  // compare pushes and accessory buffers too
-    bool times = false;   // compare clock readings too
 };
 
 struct Difference {
@@ -31,15 +30,16 @@ struct Difference {
 struct ReplayResult {
     size_t compared = 0;
     size_t different = 0;
+    size_t missing = 0;  // of the different ones, those of which nothing came
 };
 
 // Makes a connection like the recorded one; a recording that began later does not say like whom.
 using Connect = std::function<std::unique_ptr<kzclient::BleClient>(const std::optional<kzcapture::Peer>&)>;
 
-// What a device sent after an answer is sent after the answer here too, whatever the speed; a recorded pause of more
-// than two seconds lasts two. An answer that does not come within the client's time-out is a difference, and so is an
-// answer that the recorded device waited for in vain. Each is passed to `report` when it is found. Throws what
-// `connect` throws.
+// What a device sent after an answer is sent after the answer here too, also without pauses. An answer that does not
+// come within the client's time-out is a difference, and so is one that the recorded device waited for in vain. Clock
+// readings are not compared. Each difference is passed to `report` when it is found. Throws what `connect` throws, and
+// NoCamera when the camera ends a connection earlier than in the recording, or its daemon is gone.
 ReplayResult replay(const std::vector<kzcapture::Frame>& recording, const ReplayOptions& options,
                     const Connect& connect, const std::function<void(const Difference&)>& report);
 

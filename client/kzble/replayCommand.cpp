@@ -1,10 +1,13 @@
 // `replay`: a recorded device against the camera of today.
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
+#include "commands.h"
 #include "protocolTable.h"
 #include "replay.h"
-#include "session.h"
+#include "skylark/bleMessage.h"
+#include "values.h"
 
 namespace kzble {
 
@@ -15,15 +18,10 @@ constexpr size_t kShownBytes = 32;
 struct Replaying {
     std::string path;
     ReplayOptions options;
-    bool noWait = false;
     uint32_t connection = 0;  // 0: all
 };
 
-std::string addressText(const kzcapture::Peer& peer) {
-    std::string text = kzclient::hex(peer.address);
-    std::replace(text.begin(), text.end(), ' ', ':');
-    return text;
-}
+// ---------------------------------------------------------------- a difference in words
 
 // The bytes, of a long message those from shortly before `at`.
 std::string excerpt(const std::optional<Bytes>& message, size_t at) {
@@ -39,7 +37,7 @@ std::string excerpt(const std::optional<Bytes>& message, size_t at) {
            std::to_string(begin) + ")";
 }
 
-std::string text(const Difference& difference) {
+std::string inBytes(const Difference& difference) {
     size_t at = 0;
     if (difference.expected && difference.got) {
         const auto& expected = *difference.expected;
@@ -47,80 +45,136 @@ std::string text(const Difference& difference) {
         at = static_cast<size_t>(std::mismatch(expected.begin(), expected.end(), got.begin(), got.end()).first -
                                  expected.begin());
     }
-    char head[64];
-    std::snprintf(head, sizeof(head), "%.3f s  connection %u  ", std::chrono::duration<double>(difference.time).count(),
-                  difference.connection);
-    const auto stream = kzprotocol::streamName(difference.stream);
-    return head + (stream.empty() ? "stream " + std::to_string(difference.stream) : std::string(stream)) +
-           (difference.name.empty() ? "" : " " + difference.name) + ": expected " + excerpt(difference.expected, at) +
-           ", got " + excerpt(difference.got, at);
+    return "expected " + excerpt(difference.expected, at) + ", got " + excerpt(difference.got, at);
 }
 
-nlohmann::ordered_json json(const Difference& difference) {
+// What answers and pushes with values have entries of; nothing for any other message.
+std::optional<ValueKind> valuesOf(const Difference& difference) {
+    const bool both = difference.expected && difference.got && difference.expected->size() > 2 &&
+                      difference.got->size() > 2 && difference.expected->front() == difference.got->front();
+    if (!both || difference.stream != KZ_STR_ID_QUERY_RESPONSE) {
+        return std::nullopt;
+    }
+    switch (difference.expected->front()) {
+        case kSettingValues:
+        case kRegisterSettings:
+        case kPushSettings:
+            return ValueKind::Setting;
+        case kStatusValues:
+        case kRegisterStatus:
+        case kPushStatus:
+            return ValueKind::Status;
+        default:
+            return std::nullopt;
+    }
+}
+
+// "Video Resolution: expected 4K, got 1080p", a value each; empty when it is not the values that differ.
+std::string inValues(const Difference& difference, ValueKind kind, const kzclient::Catalogue& catalogue) {
+    std::map<uint8_t, std::pair<std::string, std::string>> values;
+    const auto take = [&](const Bytes& message, auto side) {
+        for (const auto& entry : kzclient::parseEntries(std::span(message).subspan(2))) {
+            values.try_emplace(entry.id, "nothing", "nothing").first->second.*side = valueText(kind, entry, catalogue);
+        }
+    };
+    take(*difference.expected, &std::pair<std::string, std::string>::first);
+    take(*difference.got, &std::pair<std::string, std::string>::second);
+    std::string text;
+    for (const auto& [id, pair] : values) {
+        if (pair.first != pair.second) {
+            text += (text.empty() ? "" : "; ") + idName(kind, id, catalogue) + ": expected " + pair.first + ", got " +
+                    pair.second;
+        }
+    }
+    return text;
+}
+
+std::string inWords(const Difference& difference, Session& session) {
+    if (const auto kind = valuesOf(difference)) {
+        try {
+            if (auto text = inValues(difference, *kind, session.catalogue()); !text.empty()) {
+                return text;
+            }
+        } catch (const Error&) {  // no entries, or no names for them: the bytes have to do
+        }
+    }
+    return inBytes(difference);
+}
+
+void show(const Difference& difference, Session& session) {
+    const double seconds = std::chrono::duration<double>(difference.time).count();
+    char head[64];
+    std::snprintf(head, sizeof(head), "%.3f s  connection %u  ", seconds, difference.connection);
+    const auto known = kzprotocol::streamName(difference.stream);
+    const std::string stream = known.empty() ? "stream " + std::to_string(difference.stream) : std::string(known);
+    const std::string words = inWords(difference, session);
     const auto bytes = [](const std::optional<Bytes>& message) {
         return message ? nlohmann::ordered_json(kzclient::hex(*message)) : nlohmann::ordered_json();
     };
-    return {{"time", std::chrono::duration<double>(difference.time).count()},
-            {"connection", difference.connection},
-            {"stream", difference.stream},
-            {"name", difference.name},
-            {"expected", bytes(difference.expected)},
-            {"got", bytes(difference.got)}};
+    session.print({{"seconds", seconds},
+                   {"connection", difference.connection},
+                   {"stream", stream},
+                   {"name", difference.name},
+                   {"expected", bytes(difference.expected)},
+                   {"got", bytes(difference.got)},
+                   {"difference", words}},
+                  head + stream + (difference.name.empty() ? "" : " " + difference.name) + ": " + words);
 }
 
-std::vector<kzcapture::Frame> read(const Replaying& replaying) {
+// ---------------------------------------------------------------- the command
+
+std::vector<kzcapture::Frame> read(const Replaying& replaying) try {
     auto frames = kzcapture::readRadioCapture(replaying.path);
     if (replaying.connection != 0) {
         std::erase_if(frames, [&](const auto& frame) { return frame.connection != replaying.connection; });
     }
     if (frames.empty()) {
-        throw Error("connection " + std::to_string(replaying.connection) + " is not in " + replaying.path);
+        throw WrongUse("connection " + std::to_string(replaying.connection) + " is not in " + replaying.path);
     }
     return frames;
+} catch (const kzcapture::CaptureError& error) {
+    throw WrongUse(error.what());
 }
 
-void run(Session& session, Replaying replaying) {
-    if (replaying.noWait) {
-        replaying.options.speed = 0;
+// The address and type of a recorded device, else those of the options.
+std::unique_ptr<kzclient::BleClient> connect(Session& session, const std::optional<kzcapture::Peer>& peer) {
+    return peer ? session.connectAs({peer->address, peer->deviceType, peer->cameraIsCentral})
+                : session.connectAs(static_cast<uint8_t>(session.options.deviceType), false);
+}
+
+void run(Session& session, const Replaying& replaying) {
+    std::error_code noFile;
+    if (std::filesystem::equivalent(replaying.path, session.options.recording, noFile)) {
+        throw WrongUse("--record would overwrite " + replaying.path);
     }
-    const auto recording = read(replaying);
-    const auto connect = [&session](const std::optional<kzcapture::Peer>& peer) {
-        if (peer) {
-            session.options.address = addressText(*peer);
-            session.options.deviceType = peer->deviceType;
-        }
-        return session.connectAs(static_cast<uint8_t>(session.options.deviceType), peer && peer->cameraIsCentral);
-    };
-    const auto result = replay(recording, replaying.options, connect, [&session](const Difference& difference) {
-        session.print(json(difference), text(difference));
-    });
+    const auto result = replay(
+        read(replaying), replaying.options, [&](const auto& peer) { return connect(session, peer); },
+        [&](const Difference& difference) { show(difference, session); });
     const std::string count = std::to_string(result.compared) + (result.compared == 1 ? " message" : " messages");
-    if (result.different != 0) {
-        throw Error(std::to_string(result.different) + " of " + count + " differ");
+    if (result.different == 0) {
+        session.print({{"compared", result.compared}, {"different", 0}}, count + ", no difference");
+        return;
     }
-    session.print({{"compared", result.compared}, {"different", 0}}, count + ", no difference");
+    const std::string found = std::to_string(result.different) + " of " + count;
+    if (result.missing == result.different) {
+        throw TimedOut(found + " did not come");
+    }
+    throw Error(found + (result.different == 1 ? " differs" : " differ"));
 }
 
 }  // namespace
 
-void addReplayCommand(CLI::App& app, Session& session) {
+void addReplayCommand(const Place& place) {
     auto replaying = std::make_shared<Replaying>();
-    auto* command = addCommand(app, "replay", "Play a recording against the camera and show where its answers differ",
-                               [&session, replaying] { run(session, *replaying); });
-    command->add_option("file", replaying->path, "What --record of kzble or of kzCameraSim wrote")
-        ->required()
-        ->check(CLI::ExistingFile);
-    auto* speed = command
-                      ->add_option("--speed", replaying->options.speed,
-                                   "Play so many times as fast; a pause lasts two seconds at most")
-                      ->check(CLI::Range(0.01, 1000.0))
-                      ->capture_default_str();
-    command->add_flag("--no-wait", replaying->noWait, "Wait for answers only, not as long as the recorded device did")
-        ->excludes(speed);
-    command->add_option("--connection", replaying->connection, "Play this connection only (default: all)")
-        ->check(CLI::Range(1u, UINT32_MAX));
+    auto& session = place.session;
+    CLI::App* command = addCommand(
+        place, {"replay", "Play a recording against the camera and show where its answers differ", "phone.pcapng"},
+        [&session, replaying] { run(session, *replaying); });
+    command->add_option("file", replaying->path, "What --record of kzble or of kzCameraSim wrote")->required();
+    command->add_flag("--fast", replaying->options.fast, "Without the recorded pauses; answers are waited for");
+    addNumber(*command, "--connection", replaying->connection, "Play only the connection of this number (default: all)",
+              1, UINT32_MAX);
     command->add_flag("--pushes", replaying->options.pushes, "Compare pushes too");
-    command->add_flag("--times", replaying->options.times, "Compare clock readings too");
 }
 
 }  // namespace kzble

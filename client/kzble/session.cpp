@@ -1,72 +1,68 @@
 #include "session.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <iostream>
 
-#include "skylark/bleMessage.h"
+#include "trace.h"
 
 namespace kzble {
 
 namespace {
 
 constexpr const char* kInstalledCatalogue = "/usr/local/zorvik/etc/58/settings.json";
+constexpr int kDefaultTimeoutMs = 5000;
 
-void traceToStderr(const char* direction, uint8_t streamId, std::span<const uint8_t> bytes) {
-    std::fprintf(stderr, "%s stream %2u  %s\n", direction, streamId, kzclient::hex(bytes).c_str());
+std::string addressText(const kzclient::Address& address) {
+    std::string text = kzclient::hex(address);
+    std::replace(text.begin(), text.end(), ' ', ':');
+    return text;
 }
 
 }  // namespace
-
-void Session::addOptions(CLI::App& app) {
-    app.add_option("--socket", options.socket, "The radio's socket (default: $KZ_RADIO_SOCKET, else the usual place)");
-    app.add_option("--address", options.address, "Our device address")->capture_default_str();
-    app.add_option("--device-type", options.deviceType, "Our device type, for example 10 for a voice client")
-        ->check(CLI::Range(0, 255))
-        ->capture_default_str();
-    app.add_option("--timeout", options.timeoutMs, "Milliseconds to wait for an answer")
-        ->check(CLI::Range(1, 600000))
-        ->capture_default_str();
-    app.add_option("--catalogue", options.catalogue,
-                   "settings.json(.gz) that gives names (default: $KZ_CATALOGUE, else the camera's own)");
-    app.add_flag("--trace", options.trace, "Print every packet on standard error");
-    app.add_option("--record", options.recording,
-                   "Record all that we send and get in this file (pcapng; `kzble replay` plays it again)");
-    app.add_flag("--json", options.json, "Print results as JSON");
-}
 
 kzclient::BleClient& Session::client() {
     if (!m_client) {
         m_client = connectAs(static_cast<uint8_t>(options.deviceType), false);
         m_client->enableNotifications();
     }
+    m_client->setTimeout(std::chrono::milliseconds(options.timeoutMs.value_or(kDefaultTimeoutMs)));
+    m_client->link().setTrace(tracer(options.address));
     return *m_client;
 }
 
 std::unique_ptr<kzclient::BleClient> Session::connectAs(uint8_t deviceType, bool cameraIsCentral) {
-    const kzclient::RadioLink::Peer peer{kzclient::parseAddress(options.address), deviceType, cameraIsCentral};
-    auto client =
-        std::make_unique<kzclient::BleClient>(options.socket, peer, std::chrono::milliseconds(options.timeoutMs));
-    if (options.trace) {
-        client->setTrace(traceToStderr);
-    }
+    return connectAs({kzclient::parseAddress(options.address), deviceType, cameraIsCentral});
+}
+
+std::unique_ptr<kzclient::BleClient> Session::connectAs(const kzclient::RadioLink::Peer& peer) {
+    const std::chrono::milliseconds timeout(options.timeoutMs.value_or(kDefaultTimeoutMs));
+    auto client = std::make_unique<kzclient::BleClient>(options.socket, peer, timeout);
+    client->link().setTrace(tracer(addressText(peer.address)));
     m_recording.add(client->link(), peer, options.recording);
     return client;
 }
 
+kzclient::RadioLink::Trace Session::tracer(const std::string& address) {
+    if (!options.trace) {
+        return {};
+    }
+    return Trace(address, [this](uint8_t id) { return catalogue().settingName(id); });
+}
+
 const kzclient::Catalogue& Session::catalogue() {
-    if (!m_catalogue) {
-        const char* named = std::getenv("KZ_CATALOGUE");
-        const std::string asked = !options.catalogue.empty() ? options.catalogue : named != nullptr ? named : "";
-        if (!asked.empty()) {
-            m_catalogue = kzclient::Catalogue::load(asked);
-        } else if (std::filesystem::exists(kInstalledCatalogue)) {
-            m_catalogue = kzclient::Catalogue::load(kInstalledCatalogue);
-        } else {
-            m_catalogue.emplace();
-        }
+    const char* named = std::getenv("KZ_CATALOGUE");
+    std::string asked = !options.catalogue.empty() ? options.catalogue : named != nullptr ? named : "";
+    if (asked.empty() && std::filesystem::exists(kInstalledCatalogue)) {
+        asked = kInstalledCatalogue;
+    }
+    if (!m_catalogue || asked != m_catalogueName) {
+        m_catalogue = asked.empty() ? kzclient::Catalogue() : kzclient::Catalogue::load(asked);
+        m_catalogueName = asked;
     }
     return *m_catalogue;
 }
@@ -100,7 +96,7 @@ Bytes parseHex(const std::string& text) {
             continue;
         }
         if (std::isxdigit(static_cast<unsigned char>(c)) == 0) {
-            throw Error(std::string("not a hexadecimal digit: ") + c);
+            throw WrongUse(std::string("not a hexadecimal digit: ") + c);
         }
         pair += c;
         if (pair.size() == 2) {
@@ -109,9 +105,23 @@ Bytes parseHex(const std::string& text) {
         }
     }
     if (!pair.empty()) {
-        throw Error("an odd number of hexadecimal digits");
+        throw WrongUse("an odd number of hexadecimal digits");
     }
     return bytes;
+}
+
+std::string timestamp() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::tm local{};
+    localtime_r(&now.tv_sec, &local);
+    char date[32];
+    char zone[8];
+    std::strftime(date, sizeof(date), "%Y-%m-%dT%H:%M:%S", &local);
+    std::strftime(zone, sizeof(zone), "%z", &local);
+    char text[64];
+    std::snprintf(text, sizeof(text), "%s.%03ld%.3s:%s", date, now.tv_nsec / 1000000, zone, zone + 3);
+    return text;
 }
 
 }  // namespace kzble

@@ -1,8 +1,7 @@
-// What every kzble command works with: the options of the command line, the connection (made on first use) and the
-// catalogue.
+// What every kzble command works with: the options of the command line, the connection (made on first use, kept for all
+// lines of a script) and the catalogue.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -10,36 +9,41 @@
 
 #include "bleClient.h"
 #include "catalogue.h"
+#include "errors.h"
 #include "recording.h"
 
 namespace kzble {
 
 using kzclient::Bytes;
 using kzclient::Error;
+using kzclient::Refused;
+using kzclient::TimedOut;
+using kzclient::WrongUse;
 
 class Session {
   public:
-    // The global options, filled by the command line.
+    // The global options, filled by the command line. The first three belong to the connection.
     struct Options {
         std::string socket;
         std::string address = "02:00:00:00:00:01";
         unsigned deviceType = 0;
-        int timeoutMs = 5000;
+        std::optional<int> timeoutMs;
         std::string catalogue;
-        std::string recording;
+        std::string recording;  // the file to write
         bool trace = false;
         bool json = false;
     };
-
-    void addOptions(CLI::App& app);
 
     // Connects on first use and enables notifications.
     kzclient::BleClient& client();
     // A connection of its own for a device that is not a phone.
     std::unique_ptr<kzclient::BleClient> connectAs(uint8_t deviceType, bool cameraIsCentral);
+    std::unique_ptr<kzclient::BleClient> connectAs(const kzclient::RadioLink::Peer& peer);
+    // The next command connects anew.
+    void disconnect() { m_client.reset(); }
     const kzclient::Catalogue& catalogue();
 
-    // Prints a result: the JSON when it was asked for, else the text.
+    // Prints a result: the JSON, one object on one line, when it was asked for, else the text.
     void print(const nlohmann::ordered_json& json, const std::string& text) const;
     // "ok", for commands without a result of their own.
     void printDone() const;
@@ -47,32 +51,21 @@ class Session {
     Options options;
 
   private:
+    kzclient::RadioLink::Trace tracer(const std::string& address);
+
     std::unique_ptr<kzclient::BleClient> m_client;
     std::optional<kzclient::Catalogue> m_catalogue;
+    std::string m_catalogueName;
     Recording m_recording;
 };
 
-// Registers a subcommand whose work runs after the whole command line was parsed.
-template <typename Work>
-CLI::App* addCommand(CLI::App& app, const std::string& name, const std::string& help, Work work) {
-    CLI::App* command = app.add_subcommand(name, help);
-    command->callback(std::move(work));
-    return command;
-}
-
-// Each adds one family of commands.
-void addControlCommands(CLI::App& app, Session& session);
-void addValueCommands(CLI::App& app, Session& session);
-void addFeatureCommands(CLI::App& app, Session& session);
-void addWatchCommand(CLI::App& app, Session& session);
-void addFileCommands(CLI::App& app, Session& session);
-void addSensorCommands(CLI::App& app, Session& session);
-void addDescribeCommands(CLI::App& app, Session& session);
-void addReplayCommand(CLI::App& app, Session& session);
-
 // Big-endian, in as many bytes as asked.
 Bytes number(uint64_t value, size_t width);
-// Hexadecimal digits, blanks and colons allowed. Throws Error.
+// Hexadecimal digits, blanks and colons allowed. Throws WrongUse.
 Bytes parseHex(const std::string& text);
+// The parameters of a command's answer, each behind its length. Throws Error.
+std::vector<Bytes> splitParameters(const Bytes& answer);
+// Now, as RFC 3339 has it: date, time with milliseconds, offset from UTC.
+std::string timestamp();
 
 }  // namespace kzble

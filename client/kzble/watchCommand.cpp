@@ -1,13 +1,10 @@
-// `kzble watch`: registers for changes and prints one decoded line a push until interrupted.
-#include <chrono>
-#include <csignal>
-#include <cstdio>
-#include <ctime>
+// `kzble watch`: registers for changes and prints one decoded line a push. `kzble wait`: until a value is reached.
+#include <algorithm>
 #include <iostream>
 #include <utility>
 
+#include "listening.h"
 #include "protobufFields.h"
-#include "session.h"
 #include "skylark/bleMessage.h"
 #include "values.h"
 #include "wsdkCommands/WSDK_NotifyCAHStatus.pb.h"
@@ -23,29 +20,19 @@ namespace kzble {
 
 namespace {
 
+using kzclient::Entry;
 using nlohmann::ordered_json;
-using std::chrono::steady_clock;
 using namespace wsdk_commands;
 
-enum Header : uint8_t {
-    kRegisterSettings = 0x52,
-    kRegisterStatus = 0x53,
-    kRegisterCapabilities = 0x62,
-    kPushSettings = 0x92,
-    kPushStatus = 0x93,
-    kPushCapabilities = 0xA2,
-    kProtobuf = 0xF5,
-};
-
-volatile std::sig_atomic_t interrupted = 0;
+constexpr uint8_t kProtobuf = 0xF5;
 
 struct Wanted {
     std::vector<std::string> settings;
     std::vector<std::string> statuses;
     std::vector<std::string> features;
     bool capabilities = false;
-    int count = 0;
-    double seconds = 0;
+    bool initial = false;
+    Limits limits;
 };
 
 struct Feature {
@@ -84,24 +71,10 @@ class Watch {
 
     void run() {
         registerInterest();
-        const bool forever = m_wanted.seconds <= 0;
-        const auto end = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
-                                                   std::chrono::duration<double>(m_wanted.seconds));
-        int printed = 0;
-        std::signal(SIGINT, [](int) { interrupted = 1; });
-        std::signal(SIGTERM, [](int) { interrupted = 1; });
-        while (interrupted == 0 && (m_wanted.count == 0 || printed < m_wanted.count)) {
-            auto until = steady_clock::now() + std::chrono::seconds(1);
-            if (!forever) {
-                if (steady_clock::now() >= end) {
-                    break;
-                }
-                until = std::min(until, end);
-            }
-            if (const auto message = m_session.client().receive(until)) {
-                printed += show(message->bytes) ? 1 : 0;
-            }
-        }
+        std::cerr << "watching; interrupt to stop" << std::endl;
+        listen(m_session.client(), m_wanted.limits, [this](const kzclient::Message& push) {
+            return push.streamId == KZ_STR_ID_QUERY_RESPONSE && show(push.bytes);
+        });
     }
 
   private:
@@ -110,39 +83,46 @@ class Watch {
                !m_wanted.capabilities;
     }
 
+    // A registration whose answer left values out has taken effect all the same.
     void registerInterest() {
         const auto& catalogue = m_session.catalogue();
-        auto& client = m_session.client();
         if (everything() || !m_wanted.settings.empty()) {
-            Bytes ids;
-            for (const auto& name : m_wanted.settings) {
-                ids.push_back(catalogue.settingId(name));
-            }
-            remember(ValueKind::Setting, client.query(kRegisterSettings, ids));
+            const Bytes ids = idsOf(ValueKind::Setting, m_wanted.settings, catalogue);
+            begin(ValueKind::Setting, askForAll(m_session, kRegisterSettings, kSettingValues, ids));
         }
         if (everything() || !m_wanted.statuses.empty()) {
-            Bytes ids;
-            for (const auto& name : m_wanted.statuses) {
-                ids.push_back(catalogue.statusId(name));
-            }
-            remember(ValueKind::Status, client.query(kRegisterStatus, ids));
+            const Bytes ids = idsOf(ValueKind::Status, m_wanted.statuses, catalogue);
+            begin(ValueKind::Status, askForAll(m_session, kRegisterStatus, kStatusValues, ids));
         }
         if (everything() || m_wanted.capabilities) {
-            client.query(kRegisterCapabilities, {});
+            const auto entries = askForAll(m_session, kRegisterCapabilities, kSettingCapabilities, {});
+            if (m_wanted.initial) {
+                showCapabilities(entries);
+            }
         }
         for (const auto& feature : features()) {
             if (everything() || std::find(m_wanted.features.begin(), m_wanted.features.end(), feature.name) !=
                                     m_wanted.features.end()) {
-                const std::unique_ptr<google::protobuf::Message> answer(feature.notification->New());
-                client.protobuf(KZ_STR_ID_QUERY, kProtobuf, feature.queryAction, registerAll(feature).get(), *answer);
+                begin(feature);
             }
         }
-        std::cerr << "watching; interrupt to stop" << std::endl;
     }
 
-    void remember(ValueKind kind, const Bytes& entries) {
-        for (const auto& entry : kzclient::parseEntries(entries)) {
+    void begin(ValueKind kind, const std::vector<Entry>& entries) {
+        if (m_wanted.initial) {
+            showValues(kind, entries);
+        }
+        for (const auto& entry : entries) {
             m_last[{kind, entry.id}] = valueText(kind, entry, m_session.catalogue());
+        }
+    }
+
+    void begin(const Feature& feature) {
+        const std::unique_ptr<google::protobuf::Message> answer(feature.notification->New());
+        m_session.client().protobuf(KZ_STR_ID_QUERY, kProtobuf, feature.queryAction, registerAll(feature).get(),
+                                    *answer);
+        if (m_wanted.initial) {
+            line(feature.name, ordered_json::parse(toJson(*answer)), toText(*answer, TextLines::kOne));
         }
     }
 
@@ -153,11 +133,14 @@ class Watch {
         const std::span<const uint8_t> body = std::span(push).subspan(2);
         switch (push[0]) {
             case kPushSettings:
-                return showValues(ValueKind::Setting, body);
+                showValues(ValueKind::Setting, kzclient::parseEntries(body));
+                return true;
             case kPushStatus:
-                return showValues(ValueKind::Status, body);
+                showValues(ValueKind::Status, kzclient::parseEntries(body));
+                return true;
             case kPushCapabilities:
-                return showCapabilities(body);
+                showCapabilities(kzclient::parseEntries(body));
+                return true;
             case kProtobuf:
                 return showFeature(push[1], body);
             default:
@@ -165,50 +148,36 @@ class Watch {
         }
     }
 
-    bool showValues(ValueKind kind, std::span<const uint8_t> body) {
+    void showValues(ValueKind kind, const std::vector<Entry>& entries) {
         const auto& catalogue = m_session.catalogue();
         ordered_json json = ordered_json::array();
         std::string text;
         int asBefore = 0;
-        for (const auto& entry : kzclient::parseEntries(body)) {
-            const std::string name = idName(kind, entry.id, catalogue);
-            json.push_back({{"id", entry.id}, {"name", name}, {"value", valueJson(kind, entry)}});
+        for (const auto& entry : entries) {
+            json.push_back(entryJson(kind, entry, catalogue));
             const std::string now = valueText(kind, entry, catalogue);
             const std::string last = std::exchange(m_last[{kind, entry.id}], now);
             if (last == now) {
                 ++asBefore;
             } else {
-                text += (text.empty() ? "" : ", ") + name + ": " + (last.empty() ? "" : last + " -> ") + now;
+                text += (text.empty() ? "" : ", ") + idName(kind, entry.id, catalogue) + ": " +
+                        (last.empty() ? "" : last + " -> ") + now;
             }
         }
         if (asBefore > 0) {
             text += (text.empty() ? "" : ", and ") + std::to_string(asBefore) + " as before";
         }
         line(kind == ValueKind::Setting ? "settings" : "status", json, text);
-        return true;
     }
 
-    bool showCapabilities(std::span<const uint8_t> body) {
-        const auto& catalogue = m_session.catalogue();
-        std::map<uint8_t, std::vector<uint64_t>> options;
-        for (const auto& entry : kzclient::parseEntries(body)) {
-            auto& list = options[entry.id];
-            if (!entry.value.empty()) {
-                list.push_back(kzclient::bigEndian(entry.value));
-            }
-        }
+    void showCapabilities(const std::vector<Entry>& entries) {
         ordered_json json = ordered_json::array();
         std::string text;
-        for (const auto& [id, list] : options) {
-            json.push_back({{"id", id}, {"name", catalogue.settingName(id)}, {"options", list}});
-            text += (text.empty() ? "" : "; ") + catalogue.settingName(id) + " may be";
-            for (const auto option : list) {
-                text += " " + catalogue.optionName(id, option);
-            }
-            text += list.empty() ? " nothing" : "";
+        for (const auto& [id, options] : capabilitiesOf(entries)) {
+            json.push_back(capabilityJson(id, options, m_session.catalogue()));
+            text += (text.empty() ? "" : "; ") + capabilityText(id, options, m_session.catalogue());
         }
         line("capabilities", json, text);
-        return true;
     }
 
     bool showFeature(uint8_t action, std::span<const uint8_t> body) {
@@ -227,15 +196,8 @@ class Watch {
     }
 
     void line(const std::string& what, const ordered_json& json, const std::string& text) {
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
-        std::tm local{};
-        localtime_r(&now.tv_sec, &local);
-        char clock[32];
-        std::snprintf(clock, sizeof(clock), "%02d:%02d:%02d.%03ld", local.tm_hour, local.tm_min, local.tm_sec,
-                      now.tv_nsec / 1000000);
-        m_session.print({{"time", clock}, {"what", what}, {"values", json}},
-                        std::string(clock) + "  " + what + "  " + text);
+        const std::string now = timestamp();
+        m_session.print({{"time", now}, {"what", what}, {"values", json}}, now + "  " + what + "  " + text);
     }
 
     Session& m_session;
@@ -243,19 +205,88 @@ class Watch {
     std::map<std::pair<ValueKind, uint8_t>, std::string> m_last;
 };
 
+// What `wait` waits for.
+struct Goal {
+    ValueKind kind;
+    uint8_t id;
+    std::string value;
+};
+
+Goal parseGoal(const std::string& text, const kzclient::Catalogue& catalogue) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) {
+        throw WrongUse("\"" + text + "\" is not NAME=VALUE");
+    }
+    const std::string name = text.substr(0, equals);
+    const std::string value = text.substr(equals + 1);
+    if (const auto setting = catalogue.findSetting(name)) {
+        return {ValueKind::Setting, *setting, std::to_string(catalogue.optionId(*setting, value))};
+    }
+    const uint8_t status = catalogue.statusId(name);
+    if (!kzclient::isTextStatus(status) && !kzclient::parseNumber(value)) {
+        throw WrongUse(catalogue.statusName(status) + " has numbers for values, not \"" + value + "\"");
+    }
+    return {ValueKind::Status, status, value};
+}
+
+// The entry that reaches the goal, if there is one.
+const Entry* reached(const Goal& goal, const std::vector<Entry>& entries) {
+    const auto entry = std::find_if(entries.begin(), entries.end(), [&](const Entry& one) {
+        const auto value = valueJson(goal.kind, one);
+        return one.id == goal.id && !value.is_null() &&
+               (value.is_string() ? value.get<std::string>() : value.dump()) == goal.value;
+    });
+    return entry == entries.end() ? nullptr : &*entry;
+}
+
+void wait(Session& session, const std::string& text) {
+    const auto& catalogue = session.catalogue();
+    const Goal goal = parseGoal(text, catalogue);
+    const bool setting = goal.kind == ValueKind::Setting;
+    const auto report = [&](const Entry& entry) {
+        session.print(entryJson(goal.kind, entry, catalogue),
+                      idName(goal.kind, entry.id, catalogue) + " = " + valueText(goal.kind, entry, catalogue));
+        return true;
+    };
+    auto& client = session.client();
+    const uint8_t push = setting ? kPushSettings : kPushStatus;
+    const auto now = client.query(setting ? kRegisterSettings : kRegisterStatus, Bytes{goal.id}).entries;
+    if (const Entry* entry = reached(goal, now)) {
+        report(*entry);
+        return;
+    }
+    const Limits limits{1, session.options.timeoutMs.value_or(0) / 1000.0};
+    listen(client, limits, [&](const kzclient::Message& message) {
+        if (message.streamId != KZ_STR_ID_QUERY_RESPONSE || message.bytes.size() < 2 || message.bytes[0] != push) {
+            return false;
+        }
+        const auto entries = kzclient::parseEntries(std::span(message.bytes).subspan(2));
+        const Entry* entry = reached(goal, entries);
+        return entry != nullptr && report(*entry);
+    });
+}
+
 }  // namespace
 
-void addWatchCommand(CLI::App& app, Session& session) {
+void addWatchCommands(const Place& place) {
     auto wanted = std::make_shared<Wanted>();
-    CLI::App* command = addCommand(app, "watch", "Print every change until interrupted; without options, everything",
-                                   [&session, wanted] { Watch(session, *wanted).run(); });
+    CLI::App* command = addCommand(place,
+                                   {"watch", "Print every change until interrupted; without options, everything",
+                                    "--status encoding --count 2 --for 60"},
+                                   [&session = place.session, wanted] { Watch(session, *wanted).run(); });
     command->add_option("--setting", wanted->settings, "Only these settings, by id or name");
     command->add_option("--status", wanted->statuses, "Only these status fields, by id or name");
     command->add_flag("--caps", wanted->capabilities, "Only changes of what may be chosen");
     command->add_option("--feature", wanted->features, "Only these features")
         ->check(CLI::IsMember({"cah", "ota", "live", "presets"}));
-    command->add_option("--count", wanted->count, "Stop after so many changes");
-    command->add_option("--for", wanted->seconds, "Stop after so many seconds");
+    command->add_flag("--initial", wanted->initial, "First print the values as they are");
+    wanted->limits.addTo(*command);
+
+    auto goal = std::make_shared<std::string>();
+    CLI::App* waiting =
+        addCommand(place, {"wait", "Wait until a setting or status field has a value", "encoding=0 --timeout 30s"},
+                   [&session = place.session, goal] { wait(session, *goal); });
+    waiting->add_option("goal", *goal, "NAME=VALUE; without --timeout it waits as long as it takes")->required();
 }
 
 }  // namespace kzble

@@ -114,7 +114,8 @@ TEST_F(Connection, PushRegistrationLastsFromTheFirstClientToTheLast) {
           disconnects(2), calls("csi_set 11: 00 00 00 00, " + registration(0))});
     play({replies("command 0", -1), connects(1), calls(registration(1)),
           logs("[ERROR] Unable to register with kzControl for push notifications"), replies("command 0", 0),
-          connects(2), calls(registration(1))});
+          connects(2), calls(registration(1)), replies("command 0", -1), disconnects(1), disconnects(2),
+          logs("[ERROR] Unable to unregister with kzControl for push notifications")});
 }
 
 TEST_F(Connection, WhoLeavesInConfigureModeEndsIt) {

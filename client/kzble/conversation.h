@@ -11,7 +11,7 @@
 
 #include "packetAssembler.h"
 
-namespace kzclient {
+namespace kzble {
 
 class Conversation {
   public:
@@ -49,9 +49,9 @@ class Conversation {
   private:
     Place placeOf(uint8_t streamId, std::span<const uint8_t> message);
 
-    std::map<uint8_t, PacketAssembler> m_assemblers;
+    std::map<uint8_t, kzclient::PacketAssembler> m_assemblers;
     std::vector<Request> m_requests;
     std::map<uint8_t, size_t> m_counts;  // by stream: messages that answer nothing
 };
 
-}  // namespace kzclient
+}  // namespace kzble

@@ -5,7 +5,7 @@
 
 #include "skylark/bleMessage.h"
 
-namespace kzclient {
+namespace kzble {
 
 namespace {
 
@@ -95,4 +95,4 @@ Conversation::Place Conversation::placeOf(uint8_t streamId, Bytes message) {
     return {kind, streamId, m_counts[streamId]++};
 }
 
-}  // namespace kzclient
+}  // namespace kzble

@@ -1,0 +1,184 @@
+#include "lines.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iostream>
+
+#include "commands.h"
+
+namespace kzble {
+
+namespace {
+
+using kzclient::Outcome;
+using nlohmann::ordered_json;
+
+struct Failure {
+    Outcome outcome;
+    std::string command;
+    std::string message;
+    ordered_json result;
+};
+
+Outcome report(const Session& session, const LinePlace& place, const Failure& failure) {
+    if (failure.outcome == Outcome::Interrupted) {
+        return failure.outcome;
+    }
+    const std::string command = failure.command.empty() ? "" : failure.command + ": ";
+    const std::string where = place.number == 0 ? "" : place.file + ":" + std::to_string(place.number) + ": ";
+    if (!session.options.json) {
+        std::cout.flush();
+        std::cerr << "kzble: " << where << command << failure.message << std::endl;
+        return failure.outcome;
+    }
+    ordered_json json{{"code", static_cast<int>(failure.outcome)},
+                      {"name", kzclient::nameOf(failure.outcome)},
+                      {"command", failure.command.empty() ? ordered_json() : ordered_json(failure.command)},
+                      {"result", failure.result},
+                      {"message", failure.message}};
+    if (place.number != 0) {
+        json["file"] = place.file;
+        json["line"] = place.number;
+    }
+    session.print(json, "");
+    return failure.outcome;
+}
+
+Outcome run(Session& session, const Work& work, const LinePlace& place) {
+    try {
+        work.run();
+        return Outcome::Done;
+    } catch (const Refused& refused) {
+        return report(session, place, {refused.outcome(), work.command, refused.what(), refused.result});
+    } catch (const Error& error) {
+        if (error.outcome() == Outcome::NoCamera) {
+            session.disconnect();
+        }
+        return report(session, place, {error.outcome(), work.command, error.what(), nullptr});
+    } catch (const std::exception& error) {
+        return report(session, place, {Outcome::Failed, work.command, error.what(), nullptr});
+    }
+}
+
+bool asksForJson(const Words& words) {
+    return std::find(words.begin(), words.end(), "--json") != words.end();
+}
+
+}  // namespace
+
+void addLineCommands(Parser& parser, Session& session, Outcome& played) {
+    const Place place = parser.place().under("Several commands");
+    addCommand(place, {"shell", "Play commands on one connection, with history and completion", ""},
+               [&] { played = runShell(session); });
+    auto file = std::make_shared<std::string>();
+    CLI::App* script = addCommand(
+        place,
+        {"script", "Play commands from a file on one connection, one a line; the first failure ends", "commands.txt"},
+        [&session, &played, file] { played = runScript(session, *file); });
+    script->add_option("file", *file, "The commands; - for standard input; # begins a comment")->required();
+
+    CLI::App* generate = parser.app().add_subcommand("generate", "Print the pages that are installed");
+    generate->group("")->require_subcommand(1);
+    const Place pages{*generate, session, place.chosen, "Commands"};
+    addCommand(pages, {"man", "The manual page", ""}, [] { std::cout << manPage(); });
+    addCommand(pages, {"completion", "The completion of bash", ""}, [] { std::cout << bashCompletion(); });
+    addCommand(pages, {"examples", "The example of every command", ""}, [&parser] {
+        for (const CLI::App* command : allCommands(parser.app())) {
+            const std::string footer = command->get_footer();
+            if (!footer.empty()) {
+                std::cout << footer.substr(footer.find("kzble ")) << '\n';
+            }
+        }
+    });
+}
+
+Words splitLine(const std::string& line) {
+    Words words;
+    bool inWord = false;
+    char quote = 0;
+    for (size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote == 0 && (c == ' ' || c == '\t' || c == '\r')) {
+            inWord = false;
+            continue;
+        }
+        if (quote == 0 && c == '#' && !inWord) {
+            break;
+        }
+        if (!inWord) {
+            words.emplace_back();
+            inWord = true;
+        }
+        if (quote == 0 && (c == '\'' || c == '"')) {
+            quote = c;
+        } else if (c == quote) {
+            quote = 0;
+        } else if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+            words.back() += line[++i];
+        } else {
+            words.back() += c;
+        }
+    }
+    if (quote != 0) {
+        throw WrongUse(std::string("the quotation ") + quote + " has no end");
+    }
+    return words;
+}
+
+Outcome runLine(Session& session, const std::string& line, const LinePlace& place) {
+    const Session::Options before = session.options;
+    Outcome outcome = Outcome::Done;
+    try {
+        const Words words = splitLine(line);
+        if (!words.empty()) {
+            session.options.json = before.json || asksForJson(words);
+            Parser parser(session, Scope::Line);
+            if (const auto work = parser.parse(words)) {
+                outcome = run(session, *work, place);
+            }
+        }
+    } catch (const WrongUse& error) {
+        outcome = report(session, place, {error.outcome(), "", error.what(), nullptr});
+    }
+    session.options = before;  // a line's own options end with it
+    return outcome;
+}
+
+Outcome runCommandLine(Session& session, const Words& arguments) {
+    session.options.json = asksForJson(arguments);
+    Outcome played = Outcome::Done;
+    Parser parser(session, Scope::CommandLine);
+    addLineCommands(parser, session, played);
+    try {
+        const auto work = parser.parse(arguments);
+        const Outcome outcome = work ? run(session, *work, {}) : Outcome::Done;
+        return outcome == Outcome::Done ? played : outcome;
+    } catch (const WrongUse& error) {
+        return report(session, {}, {error.outcome(), "", error.what(), nullptr});
+    }
+}
+
+Outcome runScript(Session& session, const std::string& file) {
+    std::ifstream opened;
+    if (file != "-") {
+        opened.open(file);
+        if (!opened) {
+            throw Error("cannot read " + file);
+        }
+    }
+    std::istream& lines = file == "-" ? std::cin : opened;
+    LinePlace place{file == "-" ? "standard input" : file, 0};
+    std::string line;
+    while (std::getline(lines, line)) {
+        ++place.number;
+        if (const Outcome outcome = runLine(session, line, place); outcome != Outcome::Done) {
+            return outcome;
+        }
+    }
+    if (lines.bad()) {
+        throw Error("cannot read " + place.file);
+    }
+    return Outcome::Done;
+}
+
+}  // namespace kzble

@@ -1,0 +1,166 @@
+#include "device.h"
+
+#include <cstdio>
+
+#include "apiError.h"
+#include "bleClient.h"
+#include "messageCutter.h"
+#include "skylark/bleMessage.h"
+
+namespace kzdesk {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kTurnPatience{5};
+constexpr std::chrono::seconds kReadTurn{60};  // a disconnection ends it early
+
+}  // namespace
+
+std::string addressText(const kzclient::Address& address) {
+    std::string text;
+    for (const uint8_t byte : address) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%s%02x", text.empty() ? "" : ":", byte);
+        text += digits;
+    }
+    return text;
+}
+
+Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol)
+    : m_number(number), m_peer(peer), m_protocol(protocol), m_link("", peer), m_reader([this] { read(); }) {}
+
+Device::~Device() {
+    disconnect("deleted");
+    m_reader.join();
+}
+
+void Device::disconnect(const char* reason) {
+    m_ended = true;
+    m_events.end(reason);
+    m_link.disconnect();
+}
+
+// ---------------------------------------------------------------- writing
+
+// The radio stops reading a device whose packets the daemon does not take. Then one writer waits for it, and the others
+// must not all wait behind that one.
+Device::Turn::Turn(Device& device) : m_device(device) {
+    std::unique_lock lock(device.m_turnMutex);
+    if (!device.m_turnEnded.wait_for(lock, kTurnPatience, [&] { return !device.m_writing; })) {
+        throw ApiError(503, "busy", "the camera does not take what was written before");
+    }
+    device.m_writing = true;
+}
+
+Device::Turn::~Turn() {
+    {
+        const std::lock_guard lock(m_device.m_turnMutex);
+        m_device.m_writing = false;
+    }
+    m_device.m_turnEnded.notify_one();
+}
+
+// The log comes first: an answer must not stand before its request.
+void Device::send(uint8_t stream, std::span<const uint8_t> packet) {
+    if (m_ended) {
+        throw ApiError(404, "no-such-device", "device " + std::to_string(m_number) + " is disconnected");
+    }
+    notePacket(Direction::kWrite, stream, packet);
+    try {
+        m_link.send(stream, packet);
+    } catch (const kzclient::Error& error) {
+        throw ApiError(404, "no-such-device", error.what());
+    }
+    ++m_packetsOut;
+}
+
+void Device::writePacket(uint8_t stream, std::span<const uint8_t> packet) {
+    const Turn turn(*this);
+    send(stream, packet);
+}
+
+unsigned Device::writeMessage(uint8_t stream, std::span<const uint8_t> message) {
+    const Turn turn(*this);
+    unsigned packets = 0;
+    for (MessageCutter cutter(static_cast<unsigned>(message.size())); cutter.HasNext(); ++packets) {
+        std::array<uint8_t, kBlePacketSize> packet{};
+        const unsigned size = cutter.WriteNext(message.data(), packet.data());
+        send(stream, {packet.data(), size});
+    }
+    return packets;
+}
+
+void Device::writeGate(uint8_t descriptor, uint8_t value) {
+    const Turn turn(*this);
+    {
+        const std::lock_guard lock(m_gatesMutex);
+        m_gates[descriptor] = value;
+    }
+    m_events.add("gate", {{"descriptor", descriptor}, {"value", value}});
+    try {
+        m_link.writeDescriptor(descriptor, value);
+    } catch (const kzclient::Error& error) {
+        throw ApiError(404, "no-such-device", error.what());
+    }
+}
+
+// ---------------------------------------------------------------- reading
+
+void Device::read() {
+    try {
+        while (!m_ended) {
+            if (const auto packet = m_link.receive(steady_clock::now() + kReadTurn)) {
+                ++m_packetsIn;
+                notePacket(Direction::kNotify, packet->streamId, packet->bytes);
+            }
+        }
+    } catch (const kzclient::Error&) {
+        disconnect("disconnected");
+    }
+}
+
+void Device::notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet) {
+    m_events.add("packet", {{"direction", direction == Direction::kWrite ? "write" : "notify"},
+                            {"stream", stream},
+                            {"bytes", kzclient::hex(packet)}});
+    const Interface* const interface = m_protocol.interfaceOf(stream);
+    if (interface == nullptr) {
+        return;
+    }
+    const auto result = m_assemblers[direction == Direction::kWrite ? 0 : 1][stream].add(packet);
+    if (result.message) {
+        noteMessage(direction, *interface, stream, *result.message);
+    }
+}
+
+void Device::noteMessage(Direction direction, const Interface& interface, uint8_t stream, const Bytes& message) {
+    const bool isWrite = direction == Direction::kWrite;
+    m_events.add("message", {{"direction", isWrite ? "write" : "notify"},
+                             {"stream", stream},
+                             {"interface", interface.name},
+                             {"bytes", kzclient::hex(message)},
+                             {"meaning", isWrite ? m_meaning.ofRequest(interface, message)
+                                                 : m_meaning.ofNotification(interface, message)}});
+}
+
+Json Device::state() const {
+    Json gates = Json::object();
+    {
+        const std::lock_guard lock(m_gatesMutex);
+        for (const auto& [descriptor, value] : m_gates) {
+            gates[std::to_string(descriptor)] = value;
+        }
+    }
+    return {{"device", m_number},
+            {"connection", connection()},
+            {"address", addressText(address())},
+            {"type", type()},
+            {"typeName", m_protocol.deviceTypeName(type())},
+            {"gates", gates},
+            {"packetsIn", m_packetsIn.load()},
+            {"packetsOut", m_packetsOut.load()}};
+}
+
+}  // namespace kzdesk

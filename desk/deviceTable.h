@@ -1,0 +1,52 @@
+// The devices that the desk has connected, by number. Numbers count from 1 and are not used again. A device whose
+// connection the camera ended is gone from the table at once. Any thread may call.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "device.h"
+
+namespace kzdesk {
+
+class DeviceTable {
+  public:
+    static constexpr size_t kMostDevices = 20;
+
+    struct Wish {
+        std::optional<kzclient::Address> address;  // nothing: 02:00:00:00:01 and the device's number
+        uint8_t type = 0;
+        bool cameraIsCentral = false;
+    };
+
+    // `protocol` has to outlive the table.
+    explicit DeviceTable(const ProtocolFile& protocol) : m_protocol(protocol) {}
+
+    // Throws ApiError: 429 too many devices, 409 the address is in use or the radio refuses, 503 no radio.
+    std::shared_ptr<Device> connect(const Wish& wish);
+    // Throws ApiError 404.
+    std::shared_ptr<Device> find(unsigned number);
+    void remove(unsigned number);
+    std::vector<std::shared_ptr<Device>> all();
+    // Ends every device, and accepts no more.
+    void endAll(const char* reason);
+
+  private:
+    using Devices = std::map<unsigned, std::shared_ptr<Device>>;
+
+    Devices takeEnded();
+    kzclient::Address reserve(const Wish& wish, unsigned number);
+
+    const ProtocolFile& m_protocol;
+    std::mutex m_mutex;
+    Devices m_devices;
+    std::set<kzclient::Address> m_connecting;  // reserved by who connects now
+    unsigned m_lastNumber = 0;
+    bool m_closed = false;
+};
+
+}  // namespace kzdesk

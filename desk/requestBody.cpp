@@ -1,0 +1,76 @@
+#include "requestBody.h"
+
+#include <algorithm>
+
+#include "apiError.h"
+
+namespace kzdesk {
+namespace {
+
+std::string quoted(const char* member) {
+    return std::string("\"") + member + "\"";
+}
+
+}  // namespace
+
+RequestBody::RequestBody(const std::string& text) : m_object(nlohmann::json::parse(text, nullptr, false)) {
+    if (!m_object.is_object()) {
+        throw badRequest("the body has to be a JSON object");
+    }
+}
+
+const nlohmann::json& RequestBody::at(const char* member) const {
+    if (!has(member)) {
+        throw badRequest(quoted(member) + " is missing");
+    }
+    return m_object[member];
+}
+
+unsigned RequestBody::number(const char* member, unsigned lowest, unsigned highest) const {
+    const nlohmann::json& value = at(member);
+    if (!value.is_number_unsigned() || value.get<uint64_t>() < lowest || value.get<uint64_t>() > highest) {
+        throw badRequest(quoted(member) + " has to be a whole number from " + std::to_string(lowest) + " to " +
+                         std::to_string(highest));
+    }
+    return value.get<unsigned>();
+}
+
+bool RequestBody::flag(const char* member) const {
+    if (!has(member)) {
+        return false;
+    }
+    if (!at(member).is_boolean()) {
+        throw badRequest(quoted(member) + " has to be true or false");
+    }
+    return at(member).get<bool>();
+}
+
+std::string RequestBody::text(const char* member) const {
+    if (!at(member).is_string()) {
+        throw badRequest(quoted(member) + " has to be a text");
+    }
+    return at(member).get<std::string>();
+}
+
+std::vector<std::string> RequestBody::words(const char* member) const {
+    const nlohmann::json& list = at(member);
+    const bool isFine =
+        list.is_array() && !list.empty() && std::all_of(list.begin(), list.end(), [](const auto& word) {
+            return word.is_string() && word.template get_ref<const std::string&>().find('\0') == std::string::npos;
+        });
+    if (!isFine) {
+        throw badRequest(quoted(member) + " has to be a list of words");
+    }
+    return list.get<std::vector<std::string>>();
+}
+
+Bytes RequestBody::bytes(const char* member, size_t most) const {
+    const auto bytes = bytesOfHex(text(member));
+    if (!bytes || bytes->empty() || bytes->size() > most) {
+        throw badRequest(quoted(member) + " has to be 1 to " + std::to_string(most) +
+                         " bytes in hexadecimal digits, for example \"01 01 01\"");
+    }
+    return *bytes;
+}
+
+}  // namespace kzdesk
