@@ -23,6 +23,7 @@ constexpr uint32_t kClassicMagics[] = {0xa1b2c3d4, 0xd4c3b2a1, 0xa1b23c4d, 0x4d3
 
 constexpr uint16_t kEndOfOptions = 0;
 constexpr uint16_t kSectionApplication = 4;
+constexpr uint16_t kInterfaceName = 2;
 constexpr uint16_t kTimeResolution = 9;  // the n of 10^-n seconds, or with the highest bit of 2^-n
 constexpr uint16_t kTimeOffset = 14;     // seconds to add
 
@@ -54,6 +55,10 @@ void putOption(Bytes& out, uint16_t code, std::span<const uint8_t> value) {
     putPadded(out, value);
 }
 
+void putOption(Bytes& out, uint16_t code, const std::string& value) {
+    putOption(out, code, std::span(reinterpret_cast<const uint8_t*>(value.data()), value.size()));
+}
+
 Bytes block(uint32_t type, const Bytes& body) {
     Bytes out;
     const auto length = static_cast<uint32_t>(body.size() + kBlockFrame);
@@ -70,8 +75,8 @@ Bytes sectionHeader(const std::string& application) {
     put(body, uint16_t{1});  // version 1.0
     put(body, uint16_t{0});
     put(body, int64_t{-1});  // how long the section becomes is not known
-    putOption(body, kSectionApplication, {reinterpret_cast<const uint8_t*>(application.data()), application.size()});
-    putOption(body, kEndOfOptions, {});
+    putOption(body, kSectionApplication, application);
+    putOption(body, kEndOfOptions, std::span<const uint8_t>());
     return block(kSectionHeader, body);
 }
 
@@ -80,8 +85,9 @@ Bytes interfaceDescription(uint16_t linkType) {
     put(body, linkType);
     put(body, uint16_t{0});
     put(body, uint32_t{0});  // packets of any length
+    putOption(body, kInterfaceName, "radio");
     putOption(body, kTimeResolution, {&kNanoseconds, 1});
-    putOption(body, kEndOfOptions, {});
+    putOption(body, kEndOfOptions, std::span<const uint8_t>());
     return block(kInterfaceDescription, body);
 }
 

@@ -53,6 +53,7 @@ struct Player {
     std::vector<kzcapture::Time> requested{};  // when each recorded request was complete
     std::set<Place> expected{};
     std::map<Place, Bytes> got{};
+    steady_clock::time_point lastPart{};  // when a packet came that was not the last of its message
 
     // Takes what came until now.
     void listen() {
@@ -64,6 +65,8 @@ struct Player {
                 }
                 if (auto heard = live.received(packet->streamId, packet->bytes)) {
                     got.emplace(heard->place, std::move(heard->bytes));
+                } else {
+                    lastPart = steady_clock::now();
                 }
             }
         } catch (const kzclient::NoCamera&) {
@@ -153,8 +156,12 @@ class Replay {
             return;
         }
         one.expected.insert(heard->place);
-        listenUntil(steady_clock::now() + one.client->timeout(),
-                    [&] { return one.got.count(heard->place) != 0 || one.gone; });
+        const auto came = [&] { return one.got.count(heard->place) != 0 || one.gone; };
+        auto deadline = steady_clock::now() + one.client->timeout();
+        while (!came() && steady_clock::now() < deadline) {
+            listenUntil(deadline, came);
+            deadline = one.lastPart + one.client->timeout();
+        }
         m_due = std::max(m_due, steady_clock::now());
         const auto got = one.got.find(heard->place);
         if (got == one.got.end()) {

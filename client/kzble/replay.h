@@ -37,9 +37,10 @@ struct ReplayResult {
 using Connect = std::function<std::unique_ptr<kzclient::BleClient>(const std::optional<kzcapture::Peer>&)>;
 
 // What a device sent after an answer is sent after the answer here too, also without pauses. An answer that does not
-// come within the client's time-out is a difference, and so is one that the recorded device waited for in vain. Clock
-// readings are not compared. Each difference is passed to `report` when it is found. Throws what `connect` throws, and
-// NoCamera when the camera ends a connection earlier than in the recording, or its daemon is gone.
+// come within the client's time-out, or stops for so long, is a difference, and so is one that the recorded device
+// waited for in vain. Clock readings are not compared. Each difference is passed to `report` when it is found. Throws
+// what `connect` throws, and NoCamera when the camera ends a connection earlier than in the recording, or its daemon is
+// gone.
 ReplayResult replay(const std::vector<kzcapture::Frame>& recording, const ReplayOptions& options,
                     const Connect& connect, const std::function<void(const Difference&)>& report);
 
