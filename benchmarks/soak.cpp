@@ -76,7 +76,7 @@ void awaitValues() {
     kzclient::BleClient first("", {{}, KZ_CALLER_BLE_RC, false}, kTimeout);
     first.enableNotifications();
     constexpr uint8_t kSettings = 0x12;
-    for (int i = 0; i < 20 && first.query(kSettings, {}).size() < 40 * 3; ++i) {
+    for (int i = 0; i < 20 && first.query(kSettings, {}).entries.size() < 40; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
 }

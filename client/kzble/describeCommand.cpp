@@ -115,7 +115,7 @@ void describe(Session& session, const std::string& name) {
     if (separator.empty()) {
         const std::string nearest = kzprotocol::nearestName(name, others);
         throw WrongUse("the protocol has no \"" + name + "\"" +
-               (nearest.empty() ? "; see kzble list" : "; did you mean \"" + nearest + "\"?"));
+                       (nearest.empty() ? "; see kzble list" : "; did you mean \"" + nearest + "\"?"));
     }
 }
 
@@ -129,9 +129,9 @@ void addDescribeCommands(const Place& place) {
     listing->add_option("kind", *kind, "Only these, for example command, query, push or setting-id");
 
     const auto name = std::make_shared<std::string>();
-    CLI::App* description =
-        addCommand(place, {"describe", "Print what a request or push of the protocol is, with its bytes", "set-shutter"},
-                   [&session, name] { describe(session, *name); });
+    CLI::App* description = addCommand(
+        place, {"describe", "Print what a request or push of the protocol is, with its bytes", "set-shutter"},
+        [&session, name] { describe(session, *name); });
     description->add_option("name", *name, "As `kzble list` prints it")->required();
 }
 

@@ -60,8 +60,15 @@ Outcome run(Session& session, const Work& work, const LinePlace& place) {
     }
 }
 
-bool asksForJson(const Words& words) {
-    return std::find(words.begin(), words.end(), "--json") != words.end();
+// A line that cannot be parsed is reported as JSON too if it asks for that.
+Outcome parseAndRun(Session& session, Parser& parser, const Words& words, const LinePlace& place) {
+    session.options.json = session.options.json || std::find(words.begin(), words.end(), "--json") != words.end();
+    try {
+        const auto work = parser.parse(words);
+        return work ? run(session, *work, place) : Outcome::Done;
+    } catch (const WrongUse& error) {
+        return report(session, place, {error.outcome(), parser.commandSoFar(), error.what(), nullptr});
+    }
 }
 
 }  // namespace
@@ -131,11 +138,8 @@ Outcome runLine(Session& session, const std::string& line, const LinePlace& plac
     try {
         const Words words = splitLine(line);
         if (!words.empty()) {
-            session.options.json = before.json || asksForJson(words);
             Parser parser(session, Scope::Line);
-            if (const auto work = parser.parse(words)) {
-                outcome = run(session, *work, place);
-            }
+            outcome = parseAndRun(session, parser, words, place);
         }
     } catch (const WrongUse& error) {
         outcome = report(session, place, {error.outcome(), "", error.what(), nullptr});
@@ -145,17 +149,11 @@ Outcome runLine(Session& session, const std::string& line, const LinePlace& plac
 }
 
 Outcome runCommandLine(Session& session, const Words& arguments) {
-    session.options.json = asksForJson(arguments);
     Outcome played = Outcome::Done;
     Parser parser(session, Scope::CommandLine);
     addLineCommands(parser, session, played);
-    try {
-        const auto work = parser.parse(arguments);
-        const Outcome outcome = work ? run(session, *work, {}) : Outcome::Done;
-        return outcome == Outcome::Done ? played : outcome;
-    } catch (const WrongUse& error) {
-        return report(session, {}, {error.outcome(), "", error.what(), nullptr});
-    }
+    const Outcome outcome = parseAndRun(session, parser, arguments, {});
+    return outcome == Outcome::Done ? played : outcome;
 }
 
 Outcome runScript(Session& session, const std::string& file) {

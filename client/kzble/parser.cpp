@@ -145,30 +145,31 @@ std::optional<Work> Parser::parse(std::vector<std::string> arguments) {
     return m_chosen;
 }
 
+std::string Parser::commandSoFar() const {
+    return pathOf(deepest(m_app));
+}
+
 // The library's words, or the nearest word where one is not known.
 std::string Parser::explain(const CLI::ParseError& error) const {
     const CLI::App& at = deepest(m_app);
-    const std::string path = pathOf(at);
+    const std::string path = commandSoFar();
     const std::string hint = " (see kzble " + path + (path.empty() ? "" : " ") + "--help)";
     const auto rest = m_app.remaining(true);
     const auto wrong = std::find_if(rest.begin(), rest.end(), [](const std::string& word) { return word != "--"; });
     if (wrong == rest.end()) {
-        std::string text = error.what();
-        return (path.empty() ? "" : path + ": ") + text + hint;
+        return error.what() + hint;
     }
     if (wrong->starts_with("-")) {
         auto names = optionNames(at);
         const auto global = optionNames(m_app);
         names.insert(names.end(), global.begin(), global.end());
-        return (path.empty() ? "" : path + ": ") + "no option is called " + *wrong +
-               kzclient::didYouMean(*wrong, names) + hint;
+        return "no option is called " + *wrong + kzclient::didYouMean(*wrong, names) + hint;
     }
     const auto commands = subcommandNames(at);
     if (commands.empty()) {
-        return path + ": \"" + *wrong + "\" is one argument too many" + hint;
+        return "\"" + *wrong + "\" is one argument too many" + hint;
     }
-    return "no command is called \"" + (path.empty() ? "" : path + " ") + *wrong + "\"" +
-           kzclient::didYouMean(*wrong, commands) + hint;
+    return "no command is called \"" + *wrong + "\"" + kzclient::didYouMean(*wrong, commands) + hint;
 }
 
 }  // namespace kzble

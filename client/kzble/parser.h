@@ -21,6 +21,8 @@ class Parser {
     // Sets the session's options and returns what to do. Nothing when the line asked for help or the version, which is
     // then printed. Throws WrongUse.
     std::optional<Work> parse(std::vector<std::string> arguments);
+    // The command that the line names, as far as it was understood.
+    std::string commandSoFar() const;
 
     const CLI::App& app() const { return m_app; }
     CLI::App& app() { return m_app; }

@@ -7,7 +7,6 @@
 #include <set>
 
 #include "conversation.h"
-#include "protocolTable.h"
 
 namespace kzble {
 
@@ -182,19 +181,16 @@ class Replay {
             return;
         }
         ++m_result.different;
-        m_report({m_frameTime - m_begin, one.number, place.streamId, nameOf(one, place, expected ? *expected : *got),
-                  std::move(expected), std::move(got)});
+        m_report({m_frameTime - m_begin, one.number, place.streamId, place.kind == Place::Kind::Answer,
+                  rowOf(one, place, expected ? *expected : *got), std::move(expected), std::move(got)});
     }
 
-    static std::string nameOf(const Player& one, const Place& place, const Bytes& message) {
-        const kzprotocol::Row* row = nullptr;
-        if (place.kind == Place::Kind::Answer) {
-            const auto& request = one.recorded.requests()[place.number];
-            row = kzprotocol::requestOf(request.streamId, request.bytes);
-        } else {
-            row = kzprotocol::pushOf(place.streamId, message);
+    static const kzprotocol::Row* rowOf(const Player& one, const Place& place, const Bytes& message) {
+        if (place.kind != Place::Kind::Answer) {
+            return kzprotocol::pushOf(place.streamId, message);
         }
-        return row == nullptr ? "" : row->name;
+        const auto& request = one.recorded.requests()[place.number];
+        return kzprotocol::requestOf(request.streamId, request.bytes);
     }
 
     // The recorded connection ends. What came besides is a difference; an answer only when the recorded device would

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bleClient.h"
+#include "protocolTable.h"
 #include "radioCapture.h"
 
 namespace kzble {
@@ -22,7 +23,8 @@ struct Difference {
     std::chrono::nanoseconds time{};  // since the beginning of the recording
     uint32_t connection = 0;          // its number in the recording
     uint8_t stream = 0;
-    std::string name;  // of what was asked or pushed; empty when it has none
+    bool isAnswer = false;
+    const kzprotocol::Row* row = nullptr;  // what was asked or pushed; null when the protocol does not know it
     std::optional<kzclient::Bytes> expected;
     std::optional<kzclient::Bytes> got;
 };

@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "commands.h"
-#include "protocolTable.h"
+#include "messageText.h"
 #include "replay.h"
 #include "skylark/bleMessage.h"
 #include "values.h"
@@ -14,6 +14,7 @@ namespace kzble {
 namespace {
 
 constexpr size_t kShownBytes = 32;
+constexpr int kAnySecondByte = -1;  // what a row has whose messages are told apart by their first byte
 
 struct Replaying {
     std::string path;
@@ -89,6 +90,18 @@ std::string inValues(const Difference& difference, ValueKind kind, const kzclien
     return text;
 }
 
+// "expected success, got invalid parameter"; empty when the result is the same, or there is none.
+std::string inResults(const Difference& difference) {
+    const bool results = difference.isAnswer && difference.row != nullptr && difference.row->second == kAnySecondByte &&
+                         difference.expected && difference.got && difference.expected->size() > 1 &&
+                         difference.got->size() > 1;
+    if (!results || (*difference.expected)[1] == (*difference.got)[1]) {
+        return "";
+    }
+    return "expected " + resultText(difference.stream, (*difference.expected)[1]) + ", got " +
+           resultText(difference.stream, (*difference.got)[1]);
+}
+
 std::string inWords(const Difference& difference, Session& session) {
     if (const auto kind = valuesOf(difference)) {
         try {
@@ -98,7 +111,8 @@ std::string inWords(const Difference& difference, Session& session) {
         } catch (const Error&) {  // no entries, or no names for them: the bytes have to do
         }
     }
-    return inBytes(difference);
+    const std::string results = inResults(difference);
+    return results.empty() ? inBytes(difference) : results;
 }
 
 void show(const Difference& difference, Session& session) {
@@ -107,6 +121,7 @@ void show(const Difference& difference, Session& session) {
     std::snprintf(head, sizeof(head), "%.3f s  connection %u  ", seconds, difference.connection);
     const auto known = kzprotocol::streamName(difference.stream);
     const std::string stream = known.empty() ? "stream " + std::to_string(difference.stream) : std::string(known);
+    const std::string name = difference.row == nullptr ? "" : difference.row->name;
     const std::string words = inWords(difference, session);
     const auto bytes = [](const std::optional<Bytes>& message) {
         return message ? nlohmann::ordered_json(kzclient::hex(*message)) : nlohmann::ordered_json();
@@ -114,11 +129,11 @@ void show(const Difference& difference, Session& session) {
     session.print({{"seconds", seconds},
                    {"connection", difference.connection},
                    {"stream", stream},
-                   {"name", difference.name},
+                   {"name", name},
                    {"expected", bytes(difference.expected)},
                    {"got", bytes(difference.got)},
                    {"difference", words}},
-                  head + stream + (difference.name.empty() ? "" : " " + difference.name) + ": " + words);
+                  head + stream + (name.empty() ? "" : " " + name) + ": " + words);
 }
 
 // ---------------------------------------------------------------- the command

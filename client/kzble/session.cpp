@@ -7,6 +7,7 @@
 #include <ctime>
 #include <filesystem>
 #include <iostream>
+#include <utility>
 
 #include "trace.h"
 
@@ -29,9 +30,12 @@ kzclient::BleClient& Session::client() {
     if (!m_client) {
         m_client = connectAs(static_cast<uint8_t>(options.deviceType), false);
         m_client->enableNotifications();
+        m_traced = options.trace;
     }
     m_client->setTimeout(std::chrono::milliseconds(options.timeoutMs.value_or(kDefaultTimeoutMs)));
-    m_client->link().setTrace(tracer(options.address));
+    if (std::exchange(m_traced, options.trace) != options.trace) {  // a trace goes on: it knows which requests are open
+        m_client->link().setTrace(tracer(options.address));
+    }
     return *m_client;
 }
 
@@ -51,7 +55,7 @@ kzclient::RadioLink::Trace Session::tracer(const std::string& address) {
     if (!options.trace) {
         return {};
     }
-    return Trace(address, [this](uint8_t id) { return catalogue().settingName(id); });
+    return Trace(address, [this]() -> const kzclient::Catalogue& { return catalogue(); });
 }
 
 const kzclient::Catalogue& Session::catalogue() {

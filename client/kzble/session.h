@@ -54,6 +54,7 @@ class Session {
     kzclient::RadioLink::Trace tracer(const std::string& address);
 
     std::unique_ptr<kzclient::BleClient> m_client;
+    bool m_traced = false;  // m_client is
     std::optional<kzclient::Catalogue> m_catalogue;
     std::string m_catalogueName;
     Recording m_recording;
