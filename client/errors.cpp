@@ -19,11 +19,11 @@ const char* nameOf(Outcome outcome) {
         case Outcome::Refused:
             return "refused";
         case Outcome::TimedOut:
-            return "timed-out";
+            return "timed out";
         case Outcome::NoCamera:
-            return "no-camera";
+            return "no camera";
         case Outcome::WrongUse:
-            return "wrong-use";
+            return "wrong use";
         case Outcome::Interrupted:
             return "interrupted";
     }

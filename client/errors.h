@@ -15,7 +15,7 @@ enum class Outcome : int {
     WrongUse = 64,
     Interrupted = 130,
 };
-// One word for programs, for example "timed-out".
+// For programs, for example "timed out"; kzcamctl uses the same.
 const char* nameOf(Outcome outcome);
 
 class Error : public std::runtime_error {

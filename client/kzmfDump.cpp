@@ -6,8 +6,11 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 namespace {
@@ -141,27 +144,67 @@ ordered_json SampleJson(const std::vector<KzmfValue>& sample) {
     return values;
 }
 
-ordered_json RecordsJson(const std::vector<KzmfRecord>& records, const std::string& typeText) {
-    ordered_json array = ordered_json::array();
-    for (const KzmfRecord& record : records) {
-        ordered_json json{{"key", record.key}};
-        if (record.IsContainer()) {
-            json["records"] = RecordsJson(record.children, KzmfTypeText(record));
-        } else {
-            json["type"] = Escaped(std::string(1, record.type));
-            json["structureSize"] = record.structureSize;
-            json["repeat"] = record.repeat;
-            if (const std::string unit = KzmfUnit(record.key); !unit.empty()) {
-                json["unit"] = unit;
-            }
-            json["samples"] = ordered_json::array();
-            for (const auto& sample : DecodeKzmfSamples(record, typeText)) {
-                json["samples"].push_back(SampleJson(sample));
-            }
-        }
-        array.push_back(std::move(json));
+// ---------------------------------------------------------------- streams
+
+std::string DeviceName(const KzmfRecord& device) {
+    const KzmfRecord* name = device.Child("DVNM");
+    if (name == nullptr || name->data.empty()) {
+        return {};
     }
-    return array;
+    return ValueText(DecodeKzmfSamples(*name, "").front().front());
+}
+
+// What a stream says about the samples of this record.
+std::string UnitInStream(const KzmfRecord& stream, const KzmfRecord& record) {
+    const bool aboutOthers = record.key == "UNIT" || record.key == "SCAL" || record.key == "EMPT";
+    const std::string known = KzmfUnit(record.key);
+    const KzmfRecord* unit = stream.Child("UNIT");
+    if (!known.empty() || aboutOthers || unit == nullptr || unit->data.empty()) {
+        return known;
+    }
+    return ValueText(DecodeKzmfSamples(*unit, "").front().front());
+}
+
+// A record of a stream, with its place in the whole recording.
+struct StreamRecord {
+    uint64_t device;
+    std::string name;
+    size_t stream;  // number in its device
+    const KzmfRecord& record;
+    std::string unit;
+    size_t index;    // of the first sample among all of this key in this stream
+    size_t payload;  // how many payloads of this stream came before
+    Samples samples;
+
+    // Seconds since the stream's first payload: one payload is handed over a second, with the samples of that second.
+    double TimeOf(size_t sample) const {
+        return static_cast<double>(payload) + static_cast<double>(sample) / static_cast<double>(samples.size());
+    }
+};
+
+template <typename Action>
+void ForEachStreamRecord(const KzmfDocument& document, Action action) {
+    std::map<std::pair<uint64_t, size_t>, size_t> payloads;                    // by device and stream
+    std::map<std::tuple<uint64_t, size_t, std::string>, size_t> samplesSoFar;  // and key
+    for (const KzmfRecord& device : document.devices) {
+        const uint64_t id = KzmfNumber(device, "DVID", 0);
+        size_t number = 0;
+        for (const KzmfRecord& stream : device.children) {
+            if (stream.key != "STRM" || !stream.IsContainer()) {
+                continue;
+            }
+            const size_t payload = payloads[{id, number}]++;
+            const std::string typeText = KzmfTypeText(stream);
+            for (const KzmfRecord& record : stream.children) {
+                size_t& soFar = samplesSoFar[{id, number, record.key}];
+                Samples samples = DecodeKzmfSamples(record, typeText);
+                const size_t index = std::exchange(soFar, soFar + samples.size());
+                action(StreamRecord{id, DeviceName(device), number, record, UnitInStream(stream, record), index,
+                                    payload, std::move(samples)});
+            }
+            ++number;
+        }
+    }
 }
 
 // ---------------------------------------------------------------- CSV
@@ -175,32 +218,6 @@ std::string CsvField(const std::string& text) {
         quoted += c == '"' ? "\"\"" : std::string(1, c);
     }
     return quoted + "\"";
-}
-
-std::string DeviceName(const KzmfRecord& device) {
-    const KzmfRecord* name = device.Child("DVNM");
-    if (name == nullptr || name->data.empty()) {
-        return {};
-    }
-    return ValueText(DecodeKzmfSamples(*name, "").front().front());
-}
-
-// Calls `action(device, number of the stream, record, samples)` for every record of a stream.
-template <typename Action>
-void ForEachStreamRecord(const KzmfDocument& document, Action action) {
-    for (const KzmfRecord& device : document.devices) {
-        size_t number = 0;
-        for (const KzmfRecord& stream : device.children) {
-            if (stream.key != "STRM" || !stream.IsContainer()) {
-                continue;
-            }
-            const std::string typeText = KzmfTypeText(stream);
-            for (const KzmfRecord& record : stream.children) {
-                action(device, number, record, DecodeKzmfSamples(record, typeText));
-            }
-            ++number;
-        }
-    }
 }
 
 }  // namespace
@@ -218,35 +235,43 @@ void PrintKzmfTree(const KzmfDocument& document, std::ostream& out, size_t sampl
     PrintRecords(document.devices, "", 0, samplesShown, out);
 }
 
-ordered_json KzmfAsJson(const KzmfDocument& document) {
-    ordered_json json{{"records", RecordsJson(document.devices, "")}};
-    if (!document.error.empty()) {
-        json["error"] = document.error;
-        json["errorOffset"] = document.errorOffset;
-    }
-    return json;
+void PrintKzmfJson(const KzmfDocument& document, std::ostream& out) {
+    ForEachStreamRecord(document, [&](const StreamRecord& row) {
+        ordered_json json{{"device", row.device},
+                          {"name", row.name},
+                          {"stream", row.stream},
+                          {"key", row.record.key},
+                          {"type", Escaped(std::string(1, row.record.type))},
+                          {"unit", row.unit},
+                          {"index", row.index},
+                          {"time", row.payload},
+                          {"samples", ordered_json::array()}};
+        for (const auto& sample : row.samples) {
+            json["samples"].push_back(SampleJson(sample));
+        }
+        out << json.dump() << '\n';
+    });
 }
 
 void PrintKzmfCsv(const KzmfDocument& document, std::ostream& out) {
     size_t columns = 1;
-    ForEachStreamRecord(document, [&](const auto&, size_t, const auto&, const Samples& samples) {
-        for (const auto& sample : samples) {
+    ForEachStreamRecord(document, [&](const StreamRecord& row) {
+        for (const auto& sample : row.samples) {
             columns = std::max(columns, sample.size());
         }
     });
-    out << "device,name,stream,key,unit,sample";
+    out << "device,name,stream,key,unit,index,time";
     for (size_t i = 1; i <= columns; ++i) {
         out << ",value" << i;
     }
     out << '\n';
-    ForEachStreamRecord(document, [&](const KzmfRecord& device, size_t stream, const KzmfRecord& record,
-                                      const Samples& samples) {
-        const std::string front = std::to_string(KzmfNumber(device, "DVID", 0)) + ',' + CsvField(DeviceName(device)) +
-                                  ',' + std::to_string(stream) + ',' + record.key + ',' + KzmfUnit(record.key) + ',';
-        for (size_t i = 0; i < samples.size(); ++i) {
-            out << front << i;
+    ForEachStreamRecord(document, [&](const StreamRecord& row) {
+        const std::string front = std::to_string(row.device) + ',' + CsvField(row.name) + ',' +
+                                  std::to_string(row.stream) + ',' + row.record.key + ',' + CsvField(row.unit) + ',';
+        for (size_t i = 0; i < row.samples.size(); ++i) {
+            out << front << row.index + i << ',' << NumberText(row.TimeOf(i));
             for (size_t column = 0; column < columns; ++column) {
-                out << ',' << (column < samples[i].size() ? CsvField(ValueText(samples[i][column])) : "");
+                out << ',' << (column < row.samples[i].size() ? CsvField(ValueText(row.samples[i][column])) : "");
             }
             out << '\n';
         }
@@ -269,7 +294,7 @@ int DumpKzmfFile(const std::string& path, KzmfForm form, std::ostream& out, std:
             PrintKzmfTree(document, out);
             break;
         case KzmfForm::kJson:
-            out << KzmfAsJson(document).dump(2) << '\n';
+            PrintKzmfJson(document, out);
             break;
         case KzmfForm::kCsv:
             PrintKzmfCsv(document, out);

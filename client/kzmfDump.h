@@ -1,11 +1,11 @@
-// Recorded KZMF metadata in readable forms: a tree for people, JSON, and CSV with one row a sample.
+// Recorded KZMF metadata in readable forms: a tree for people, JSON with one line a record, and CSV with one row a
+// sample.
 //
 // What comes from a file is not trusted: characters that a terminal might obey are shown as escapes. A buffer that is
 // not sound is shown as far as it could be read. The functions do not throw, except for what the stream throws.
 #pragma once
 
 #include <iosfwd>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "kzmfReader.h"
@@ -16,13 +16,15 @@ enum class KzmfForm { kTree, kJson, kCsv };
 // samples.
 void PrintKzmfTree(const KzmfDocument& document, std::ostream& out, size_t samplesShown = 8);
 
-// {"records": [...]}, with "error" and "errorOffset" for a buffer that is not sound. A container is {"key", "records"};
-// any other record {"key", "type", "structureSize", "repeat", "samples"} and "unit" where it is known. A sample of one
-// value is that value, any other an array; raw bytes are hexadecimal text.
-nlohmann::ordered_json KzmfAsJson(const KzmfDocument& document);
+// One line a record of a stream, as one object: "device", "name", "stream", "key", "type", "unit", "index", "time" (of
+// the first sample, see below), "samples". A sample of one value is that value, any other an array; raw bytes are
+// hexadecimal text.
+void PrintKzmfJson(const KzmfDocument& document, std::ostream& out);
 
 // A header row, then one row a sample of every stream record: device id, device name, number of the stream in its
-// device, key, unit, number of the sample in its record, values. Rows have as many columns as the widest sample needs.
+// device, key, unit, number of the sample among all of its stream and key, seconds since the stream's first payload,
+// values. Recorded payloads bear no time: one is taken to hold a second, which its samples share evenly. Rows have as
+// many columns as the widest sample needs.
 void PrintKzmfCsv(const KzmfDocument& document, std::ostream& out);
 
 // The unit of a known key's values; empty for any other.

@@ -41,7 +41,7 @@ CLI::App* addCommand(const Place& place, const CommandText& text, std::function<
 template <typename Number>
 CLI::Option* addNumber(CLI::App& command, const std::string& name, Number& value, const std::string& help,
                        int64_t least, int64_t most) {
-    return command.add_option(name, value, help)->check(CLI::Range(least, most));
+    return command.add_option(name, value, help)->check(CLI::Range(least, most).description(""));
 }
 
 // Each adds one family of commands.

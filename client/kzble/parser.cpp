@@ -122,7 +122,8 @@ void Parser::addOptions(Scope scope) {
         .add_option("--timeout", options.timeoutMs,
                     "How long to wait for an answer, and for what `wait` waits for: 500, 500ms, 20s, 2min")
         ->transform(CLI::AsNumberWithUnit(units, CLI::AsNumberWithUnit::CASE_SENSITIVE, "TIME"))
-        ->check(CLI::Range(1, kLongestTimeoutMs))
+        ->check(CLI::Range(1, kLongestTimeoutMs).description(""))
+        ->type_name("TIME")
         ->group(kConnection);
     m_app
         .add_option("--catalogue", options.catalogue,

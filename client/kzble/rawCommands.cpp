@@ -71,7 +71,7 @@ void addRaw(const Place& place) {
     command
         ->add_option("--listen", raw->listen,
                      "Keep the connection for so many seconds and print the stream and bytes of all that comes")
-        ->check(CLI::Range(0.001, 1e6));
+        ->check(CLI::Range(0.001, 1e6).description(""));
 }
 
 void addDebug(const Place& place) {

@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "kzmfDump.h"
+#include "messageText.h"
 #include "nearest.h"
 #include "skylark/bleMessage.h"
 
@@ -78,7 +79,7 @@ struct Key {
 void expectSuccess(const std::string& what, const Bytes& answer) {
     const uint8_t result = answer.size() < 2 ? 1 : answer[1];
     if (result != 0) {
-        throw Refused(what + ": " + kzclient::describeResult(result), result);
+        throw Refused(what + ": " + resultText(KZ_STR_ID_SENSOR_RESPONSE, result), result);
     }
 }
 
@@ -304,10 +305,10 @@ void addSensorCommands(const Place& place) {
                      "bits (capitals without a sign), f, d floating")
         ->capture_default_str();
     command->add_option("--scale", sensor->scales, "Samples are stored multiplied by it, as the record SCAL says")
-        ->check(CLI::Range(int64_t{1}, int64_t{UINT32_MAX}));
+        ->check(CLI::Range(int64_t{1}, int64_t{UINT32_MAX}).description(""));
     command->add_option("--unit", sensor->units, "Unit of the samples, as the record UNIT says");
     command->add_option("--rate", sensor->rate, "Samples a second and key")
-        ->check(CLI::Range(0.001, 10000.0))
+        ->check(CLI::Range(0.001, 10000.0).description(""))
         ->capture_default_str();
     addNumber(*command, "--samples", sensor->samples, "Samples a key", 1, 10000000)->capture_default_str();
     command->add_flag("--fast", sensor->fast, "Do not wait between samples: simulated time");
