@@ -131,9 +131,7 @@ void RadioLink::send(uint8_t streamId, std::span<const uint8_t> packet) {
     record.streamId = streamId;
     record.length = static_cast<uint8_t>(packet.size());
     std::copy(packet.begin(), packet.end(), record.data);
-    if (m_trace) {
-        m_trace({LinkEvent::Kind::Packet, true, streamId, packet});
-    }
+    passes({LinkEvent::Kind::Packet, true, streamId, packet});
     sendRecord(m_socket, record);
 }
 
@@ -142,9 +140,7 @@ void RadioLink::writeDescriptor(uint8_t descriptorStream, uint8_t value) {
     record.kind = kzradio::Kind::Ccc;
     record.streamId = descriptorStream;
     record.length = value;
-    if (m_trace) {
-        m_trace({LinkEvent::Kind::Gate, true, descriptorStream, std::span(&value, 1)});
-    }
+    passes({LinkEvent::Kind::Gate, true, descriptorStream, std::span(&value, 1)});
     sendRecord(m_socket, record);
 }
 
@@ -154,6 +150,14 @@ void RadioLink::sendDebug(uint32_t command, uint32_t argument) {
     record.argument0 = command;
     record.argument1 = argument;
     sendRecord(m_socket, record);
+}
+
+void RadioLink::passes(const LinkEvent& event) const {
+    for (const Trace& watcher : {std::cref(m_trace), std::cref(m_recorder)}) {
+        if (watcher) {
+            watcher(event);
+        }
+    }
 }
 
 void RadioLink::disconnect() {
@@ -166,9 +170,7 @@ std::optional<Packet> RadioLink::receive(steady_clock::time_point deadline) {
         if (record.kind == kzradio::Kind::Packet) {
             const size_t length = std::min<size_t>(record.length, sizeof(record.data));
             Packet packet{record.streamId, {record.data, record.data + length}};
-            if (m_trace) {
-                m_trace({LinkEvent::Kind::Packet, false, packet.streamId, packet.bytes});
-            }
+            passes({LinkEvent::Kind::Packet, false, packet.streamId, packet.bytes});
             return packet;
         }
     }

@@ -33,7 +33,7 @@ struct Packet {
     std::vector<uint8_t> bytes;
 };
 
-// What passes over the connection, for whoever traces it.
+// What passes over the connection, for whoever traces or records it.
 struct LinkEvent {
     enum class Kind { Packet, Gate };  // a gate is a notification-enable descriptor; its byte is the value written
     Kind kind;
@@ -52,17 +52,20 @@ class RadioLink {
         bool cameraIsCentral = false;  // a sensor: the camera opens all gates itself
     };
 
-    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), NoCamera when it refuses or no
-    // daemon is behind it.
+    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), NoCamera when it
+    // refuses or no daemon is behind it.
     RadioLink(const std::string& socketPath, const Peer& peer);
     ~RadioLink();
     RadioLink(const RadioLink&) = delete;
     RadioLink& operator=(const RadioLink&) = delete;
 
     uint32_t connectionId() const { return m_connectionId; }
+    // For poll(): readable when a packet is there, or the connection is gone.
+    int descriptor() const { return m_socket; }
     const DaemonLook& daemon() const { return *m_daemon; }
-    // Called for all that passes from now on.
+    // Both are called for all that passes from now on; the recorder lives as long as the connection.
     void setTrace(Trace trace) { m_trace = std::move(trace); }
+    void setRecorder(Trace recorder) { m_recorder = std::move(recorder); }
 
     // At most 20 bytes. Throws NoCamera when the connection is gone.
     void send(uint8_t streamId, std::span<const uint8_t> packet);
@@ -77,10 +80,13 @@ class RadioLink {
     std::optional<Packet> receive(std::chrono::steady_clock::time_point deadline);
 
   private:
+    void passes(const LinkEvent& event) const;
+
     int m_socket = -1;
     uint32_t m_connectionId = 0;
     std::optional<DaemonLook> m_daemon;
     Trace m_trace;
+    Trace m_recorder;
 };
 
 }  // namespace kzclient

@@ -32,6 +32,7 @@ struct Options {
     RadioStack::Options radio;
     long networkDepth = 40;
     std::string metadataFile;
+    std::string recording;
     bool life = false;
     unsigned secondMs = 1000;
     bool verbose = false;
@@ -59,6 +60,8 @@ void describe(CLI::App& app, Options& options) {
     app.add_option("--blesdk-depth", options.radio.inboundDepth, "depth of /Mq_to_BleSdk")->capture_default_str();
     app.add_option("--kznet-depth", options.networkDepth, "depth of /to_kznet")->capture_default_str();
     app.add_option("--metadata-file", options.metadataFile, "append received metadata payloads to this file");
+    app.add_option("--record", options.recording,
+                   "record all that devices send and get in this file (pcapng; packaging/wireshark decodes it)");
     app.add_flag("--life", options.life, "let the camera live: battery, recordings, card, sleep, once a minute");
     app.add_option("--second", options.secondMs, "milliseconds of a camera second")
         ->check(CLI::Range(1u, 60000u))
@@ -123,8 +126,9 @@ Descriptor watchSignals(EventLoop& loop) {
     return signals;
 }
 
-std::unique_ptr<RadioStack> startRadio(EventLoop& loop, CameraModel& camera, const RadioStack::Options& options) {
-    auto radio = std::make_unique<RadioStack>(loop, options);
+std::unique_ptr<RadioStack> startRadio(EventLoop& loop, CameraModel& camera, const RadioStack::Options& options,
+                                       RadioTap& tap) {
+    auto radio = std::make_unique<RadioStack>(loop, options, tap);
     radio->onConnections = [&camera](size_t connections, uint8_t deviceType, bool opened) {
         camera.connectionsChanged(connections, deviceType, opened);
     };
@@ -147,7 +151,8 @@ void run(const Options& options) {
     const Descriptor signals = watchSignals(loop);
     CameraModel camera = makeCamera(options);
     NetworkFeatures features(loop, camera);
-    Part<RadioStack> radio("radio", [&] { return startRadio(loop, camera, options.radio); });
+    RadioTap tap(options.recording);
+    Part<RadioStack> radio("radio", [&] { return startRadio(loop, camera, options.radio, tap); });
     Part<ControlDaemon> control("control", [&] { return std::make_unique<ControlDaemon>(loop, camera); });
     Part<NetworkDaemon> network("network", [&] { return startNetwork(loop, camera, features, options.networkDepth); });
     Part<MetadataService> metadata("metadata",

@@ -34,8 +34,9 @@ ByteView asBytes(const Record& record) {
 
 }  // namespace
 
-RadioStack::RadioStack(EventLoop& loop, const Options& options)
+RadioStack::RadioStack(EventLoop& loop, const Options& options, RadioTap& tap)
     : m_loop(loop),
+      m_tap(tap),
       m_toDaemon(MessageQueue::create(kMqToBleSdk, options.inboundDepth, kBleRecordSize, O_WRONLY)),
       m_fromDaemon(MessageQueue::create(kMqToSkylark, options.outboundDepth, kBleRecordSize, O_RDONLY)),
       m_listener(loop, kzradio::kRadioEndpoint.address(), [this](Descriptor socket) { accepted(std::move(socket)); }) {
@@ -46,6 +47,9 @@ RadioStack::RadioStack(EventLoop& loop, const Options& options)
 RadioStack::~RadioStack() {
     for (const auto& [fd, device] : m_devices) {
         m_loop.forget(fd);
+        if (device.connectionId != 0) {
+            m_tap.ended(device.connectionId);
+        }
     }
     m_loop.cancel(m_takeTimer);
     m_loop.forget(m_toDaemon.fd());
@@ -95,6 +99,7 @@ bool RadioStack::handleRecord(Device& device, const Record& record) {
     if (device.connectionId == 0) {
         return false;
     }
+    m_tap.fromDevice(device.connectionId, record);
     ble_message_t message{};
     message.connectionId = device.connectionId;
     message.streamId = record.streamId;
@@ -128,6 +133,7 @@ bool RadioStack::welcome(Device& device, const Record& hello) {
     device.connectionId = ++m_lastConnectionId;
     device.type = static_cast<uint8_t>(hello.argument0);
     device.cameraIsCentral = hello.argument1 != 0;
+    m_tap.fromDevice(device.connectionId, hello);
     report("radio", "connection %u opens: type %u, address %s", device.connectionId, device.type,
            toHex({hello.data, kzradio::kAddressSize}).c_str());
 
@@ -159,6 +165,7 @@ void RadioStack::disconnect(int fd) {
     if (device.connectionId == 0) {
         return;
     }
+    m_tap.ended(device.connectionId);
     report("radio", "connection %u ends, %llu packets were lost", device.connectionId,
            static_cast<unsigned long long>(device.lost));
     queueInbound(connectionRecord(KZBLE_SDK_EVENT_Disconn, device.connectionId), nullptr);
@@ -313,6 +320,7 @@ void RadioStack::flushOutbound(Device& device) {
             }
             break;
         }
+        m_tap.toDevice(device.connectionId, device.outbound.front());
         device.outbound.pop_front();
         ++device.received;
         device.dropAfter -= device.dropAfter > 0 ? 1 : 0;

@@ -12,6 +12,7 @@
 #include "eventLoop.h"
 #include "localSocket.h"
 #include "messageQueue.h"
+#include "radioTap.h"
 #include "skylark/bleMessage.h"
 #include "skylark/radioWire.h"
 
@@ -24,7 +25,7 @@ class RadioStack {
         long outboundDepth = 100;  // of "/Mq_to_Skylark"
     };
 
-    RadioStack(EventLoop& loop, const Options& options);
+    RadioStack(EventLoop& loop, const Options& options, RadioTap& tap);
     RadioStack(const RadioStack&) = delete;
     RadioStack& operator=(const RadioStack&) = delete;
     ~RadioStack();
@@ -85,6 +86,7 @@ class RadioStack {
     Device* findConnection(uint32_t connectionId);
 
     EventLoop& m_loop;
+    RadioTap& m_tap;
     MessageQueue m_toDaemon;
     MessageQueue m_fromDaemon;
     std::map<int, Device> m_devices;  // by descriptor

@@ -48,6 +48,7 @@ CLI::Option* addNumber(CLI::App& command, const std::string& name, Number& value
 void addControlCommands(const Place& place);
 void addTimeCommands(const Place& place);
 void addRawCommands(const Place& place);
+void addReplayCommand(const Place& place);
 void addDescribeCommands(const Place& place);
 void addValueCommands(const Place& place);
 void addFeatureCommands(const Place& place);

@@ -33,7 +33,7 @@ constexpr const char* kManTail = R"(.SH EXIT STATUS
 done
 .TP
 .B 1
-any other failure
+any other failure; answers that differ from a recording
 .TP
 .B 2
 the camera refused

@@ -96,6 +96,7 @@ Parser::Parser(Session& session, Scope scope)
     addSensorCommands(place().under("Accessories and sensors"));
     addDescribeCommands(place().under("Protocol and daemon"));
     addRawCommands(place().under("Protocol and daemon"));
+    addReplayCommand(place().under("Protocol and daemon"));
 }
 
 void Parser::addOptions(Scope scope) {
@@ -110,6 +111,10 @@ void Parser::addOptions(Scope scope) {
         addNumber(m_app, "--device-type", options.deviceType, "Our device type, for example 10 for a voice client", 0,
                   255)
             ->capture_default_str()
+            ->group(kConnection);
+        m_app
+            .add_option("--record", options.recording,
+                        "Record all that we send and get in this file (pcapng; `kzble replay` plays it again)")
             ->group(kConnection);
     }
     const std::map<std::string, int> units{{"ms", 1}, {"s", 1000}, {"min", 60000}};

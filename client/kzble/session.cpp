@@ -1,5 +1,6 @@
 #include "session.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +18,12 @@ namespace {
 constexpr const char* kInstalledCatalogue = "/usr/local/zorvik/etc/58/settings.json";
 constexpr int kDefaultTimeoutMs = 5000;
 
+std::string addressText(const kzclient::Address& address) {
+    std::string text = kzclient::hex(address);
+    std::replace(text.begin(), text.end(), ' ', ':');
+    return text;
+}
+
 }  // namespace
 
 kzclient::BleClient& Session::client() {
@@ -27,24 +34,28 @@ kzclient::BleClient& Session::client() {
     }
     m_client->setTimeout(std::chrono::milliseconds(options.timeoutMs.value_or(kDefaultTimeoutMs)));
     if (std::exchange(m_traced, options.trace) != options.trace) {  // a trace goes on: it knows which requests are open
-        m_client->link().setTrace(tracer());
+        m_client->link().setTrace(tracer(options.address));
     }
     return *m_client;
 }
 
 std::unique_ptr<kzclient::BleClient> Session::connectAs(uint8_t deviceType, bool cameraIsCentral) {
-    const kzclient::RadioLink::Peer peer{kzclient::parseAddress(options.address), deviceType, cameraIsCentral};
+    return connectAs({kzclient::parseAddress(options.address), deviceType, cameraIsCentral});
+}
+
+std::unique_ptr<kzclient::BleClient> Session::connectAs(const kzclient::RadioLink::Peer& peer) {
     const std::chrono::milliseconds timeout(options.timeoutMs.value_or(kDefaultTimeoutMs));
     auto client = std::make_unique<kzclient::BleClient>(options.socket, peer, timeout);
-    client->link().setTrace(tracer());
+    client->link().setTrace(tracer(addressText(peer.address)));
+    m_recording.add(client->link(), peer, options.recording);
     return client;
 }
 
-kzclient::RadioLink::Trace Session::tracer() {
+kzclient::RadioLink::Trace Session::tracer(const std::string& address) {
     if (!options.trace) {
         return {};
     }
-    return Trace(options.address, [this]() -> const kzclient::Catalogue& { return catalogue(); });
+    return Trace(address, [this]() -> const kzclient::Catalogue& { return catalogue(); });
 }
 
 const kzclient::Catalogue& Session::catalogue() {

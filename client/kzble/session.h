@@ -10,6 +10,7 @@
 #include "bleClient.h"
 #include "catalogue.h"
 #include "errors.h"
+#include "recording.h"
 
 namespace kzble {
 
@@ -28,6 +29,7 @@ class Session {
         unsigned deviceType = 0;
         std::optional<int> timeoutMs;
         std::string catalogue;
+        std::string recording;  // the file to write
         bool trace = false;
         bool json = false;
     };
@@ -36,6 +38,7 @@ class Session {
     kzclient::BleClient& client();
     // A connection of its own for a device that is not a phone.
     std::unique_ptr<kzclient::BleClient> connectAs(uint8_t deviceType, bool cameraIsCentral);
+    std::unique_ptr<kzclient::BleClient> connectAs(const kzclient::RadioLink::Peer& peer);
     // The next command connects anew.
     void disconnect() { m_client.reset(); }
     const kzclient::Catalogue& catalogue();
@@ -48,12 +51,13 @@ class Session {
     Options options;
 
   private:
-    kzclient::RadioLink::Trace tracer();
+    kzclient::RadioLink::Trace tracer(const std::string& address);
 
     std::unique_ptr<kzclient::BleClient> m_client;
     bool m_traced = false;  // m_client is
     std::optional<kzclient::Catalogue> m_catalogue;
     std::string m_catalogueName;
+    Recording m_recording;
 };
 
 // Big-endian, in as many bytes as asked.

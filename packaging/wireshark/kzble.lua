@@ -7,13 +7,13 @@
 --   2  1  direction: 0 to the camera, 1 from the camera
 --   3  1  stream
 --   4  4  connection, big-endian
---   8     the packet, or the value of the descriptor
+--   8     the packet, or the value of the descriptor; connected: address (6), device type (1), 1 if the camera is the central
 local here = debug.getinfo(1, "S").source:match("^@(.*[/\\])") or ""
 local t = dofile(here .. "kzbleTable.lua")
 
 local kzble = Proto("kzble", "BLE SDK protocol")
 local HEADER, ANY, ANSWER_BIT = 8, -1, 0x80
-local PACKET, GATE = 2, 3
+local CONNECTED, PACKET, GATE = 0, 2, 3
 
 local stream_names = {}
 for id, stream in pairs(t.streams) do
@@ -26,6 +26,7 @@ local f = {
     direction = ProtoField.uint8("kzble.direction", "Direction", base.DEC, {[0] = "to the camera", "from the camera"}),
     stream = ProtoField.uint8("kzble.stream", "Stream", base.DEC, stream_names),
     connection = ProtoField.uint32("kzble.connection", "Connection"),
+    device = ProtoField.string("kzble.device", "Device"),
     form = ProtoField.string("kzble.form", "Packet"),
     packet = ProtoField.bytes("kzble.packet", "Bytes"),
     problem = ProtoField.string("kzble.problem", "Problem"),
@@ -328,6 +329,11 @@ function kzble.dissector(tvb, pinfo, root)
         tree:add(f.packet, tvb(HEADER))
     end
     local words = ({[0] = "connected", "disconnected"})[event] or ""
+    if event == CONNECTED and tvb:len() >= HEADER + 8 then
+        local device = tostring(tvb(HEADER, 6):ether()) .. ", type " .. tvb(HEADER + 6, 1):uint()
+        tree:add(f.device, tvb(HEADER, 8), device)
+        words = words .. ": " .. device
+    end
     if event == GATE and tvb:len() > HEADER then
         words = (stream_names[stream] or "descriptor " .. stream) .. " = " .. tvb(HEADER, 1):uint()
     elseif event == PACKET and tvb:len() > HEADER then

@@ -4,13 +4,13 @@ of a frame."""
 import struct
 
 LINK_TYPE = 147  # USER0
-PACKET = 2
+CONNECTED, DISCONNECTED, PACKET, DESCRIPTOR = range(4)  # events
 LONGEST_PACKET = 20
 TO_CAMERA, FROM_CAMERA = 0, 1
 
 
-def frame(direction, stream, connection, data):
-    return struct.pack(">BBBBI", 1, PACKET, direction, stream, connection) + bytes(data)
+def frame(direction, stream, connection, data, event=PACKET):
+    return struct.pack(">BBBBI", 1, event, direction, stream, connection) + bytes(data)
 
 
 def cut(message):

@@ -1,0 +1,1 @@
+kz_add_fuzzer(captureFuzz SOURCES captureFuzz.cpp LIBS kzCapture)
