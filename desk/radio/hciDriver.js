@@ -43,7 +43,7 @@ export function driveChannel(channel, flow) {
   }
   const name = `channel ${ours.size}`;
   ours.set(name, Driver);
-  // The user channel: the library sets the controller up itself. One of the libraries takes it from the environment only.
+  // The library sets the controller up itself. One of the libraries takes this from the environment only.
   process.env.HCI_CHANNEL_USER = '1';
   return { hciDriver: name, userChannel: true };
 }

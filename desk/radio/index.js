@@ -26,8 +26,8 @@ const USAGE = `usage: node desk/radio --hci PLACE [--desk URL] [--name NAME] [--
   --name NAME   what it is called, 1 to 29 characters of ASCII; default: camera
   --type TYPE   what a central is to the camera: a name of deviceTypes in protocol.json; default: phone
 
-Ends with 0 on SIGINT or SIGTERM, with 4 when desk or controller cannot be reached, with 64 when it is called wrongly and
-with 1 otherwise.`;
+Ends with 0 on SIGINT or SIGTERM, with 4 when desk or controller cannot be reached, with 64 when it is called wrongly
+and with 1 otherwise.`;
 
 class Failure extends Error {
   constructor(status, message) {

@@ -11,7 +11,8 @@ const hex = (text) => Buffer.from(text.replaceAll(' ', ''), 'hex');
 test('data packets wait for buffers, which completed packets and disconnections give back', async () => {
   const sent = [];
   const flow = new HciFlow((packet) => sent.push(packet.readUInt16LE(1)));
-  const wish = (handle, signal = new AbortController().signal) => flow.whenRoom(() => flow.write(hex(`02 0${handle}20 0000`)), signal);
+  const staying = new AbortController();
+  const wish = (handle, { signal } = staying) => flow.whenRoom(() => flow.write(hex(`02 0${handle}20 0000`)), signal);
   const rows = [
     ['04 0e 07 01 0220 00 1b00 02', 2], // LE buffers: two
     ['04 13 05 01 0100 0100', 3],
@@ -21,7 +22,7 @@ test('data packets wait for buffers, which completed packets and disconnections 
   ];
   [1, 1, 1, 2, 3, 4, 4, 4].forEach((handle) => wish(handle));
   const leaving = new AbortController();
-  const left = wish(5, leaving.signal);
+  const left = wish(5, leaving);
   leaving.abort();
   await assert.rejects(left);
   for (const [event, count] of rows) {

@@ -1,5 +1,5 @@
-// linkTest.mjs BUILD - a phone on a Bluetooth link reaches the real daemon by way of radio and desk. To be run in a world
-// of its own.
+// linkTest.mjs BUILD - a phone on a Bluetooth link reaches the real daemon by way of radio and desk. To be run in a
+// world of its own.
 
 import assert from 'node:assert';
 import { readFileSync } from 'node:fs';
@@ -53,7 +53,7 @@ test('a phone captures, fetches the catalogue, is pushed to, and may leave in th
   await phone.write('query', '02 53 46', true);
   await phone.message('query');
   await world.run('kzcamctl', 'battery', '41').ended;
-  assert.equal((await phone.message('query')).toString('hex'), '9300460129');
+  await until('the push', async () => (await phone.message('query')).toString('hex') === '9300460129');
 
   const { packetsOut } = await device();
   const tooLong = phone.write('command', '00'.repeat(21)); // the library does not hear of the refusal

@@ -15,15 +15,16 @@ import { HciFlow } from '../../../desk/radio/hciFlow.js';
 const PROJECT = fileURLToPath(new URL('../../..', import.meta.url));
 const [BUILD] = process.argv.slice(2);
 const PATIENCE = 20_000;
-const { noble, uuids } = ((require) => ({
-  noble: require('@stoprocent/noble/lib/resolve-bindings.js'),
-  uuids: require('./uuids.json'),
-}))(createRequire(PROJECT + 'desk/'));
+const require = createRequire(PROJECT + 'desk/');
+const noble = require('@stoprocent/noble/lib/resolve-bindings.js');
+const uuids = require('./uuids.json');
 
 export const CONTROLLER = '/tmp/bt-server-le';
 export const CATALOGUE = '/usr/local/zorvik/etc/58/settings.json';
 process.env.KZ_CATALOGUE = CATALOGUE;
-process.env.PATH = ['client', 'simulator', 'kzBleSdkD/src', 'desk'].map((one) => `${BUILD}/${one}:`).join('') + process.env.PATH;
+for (const room of ['client', 'simulator', 'kzBleSdkD/src', 'desk']) {
+  process.env.PATH = `${BUILD}/${room}:${process.env.PATH}`;
+}
 
 export async function until(what, condition) {
   const deadline = Date.now() + PATIENCE;
@@ -70,7 +71,8 @@ export class World {
     await until('the camera', () => existsSync('/tmp/kzcamera/radio'));
     this.run('kzBleSdkD');
     await until('the daemon', () => this.run('kzble', '--timeout', '500', 'info').ended.then((code) => code === 0));
-    this.controllers = new Program('stdbuf', ['-oL', 'btvirt', '-s', '-S'], { LD_PRELOAD: `${BUILD}/tests/desk/radio/libcryptoStandIn.so` });
+    const standIn = { LD_PRELOAD: `${BUILD}/tests/desk/radio/libcryptoStandIn.so` };
+    this.controllers = new Program('stdbuf', ['-oL', 'btvirt', '-s', '-S'], standIn);
     this.#programs.push(this.controllers);
     await until('the controllers', () => existsSync(CONTROLLER));
     [, this.terminal] = await this.controllers.says(/Pseudo terminal at (\S+)/);
@@ -137,7 +139,10 @@ export class Phone {
       const find = (what) => characteristics.find(({ uuid }) => uuid === uuids[name][what].replaceAll('-', ''));
       const packets = [];
       this.interfaces[name] = { write: find('write'), notify: find('notify'), packets };
-      find('notify').on('data', (packet) => (this.arrived += packets.push(packet) > 0));
+      find('notify').on('data', (packet) => {
+        ++this.arrived;
+        packets.push(packet);
+      });
       await find('notify').subscribeAsync();
     }
   }
@@ -156,11 +161,13 @@ export class Phone {
   // The message that begins with the next packet; throws when one of its packets is missing.
   async message(name) {
     let packet = await this.packet(name);
-    const [size, header] = packet[0] < 0x20 ? [packet[0], 1] : packet[0] < 0x40 ? [packet.readUInt16BE(0) & 0x1fff, 2] : [packet.readUInt16BE(1), 3];
+    const form = packet[0] >> 5;
+    const size = [() => packet[0], () => packet.readUInt16BE(0) & 0x1fff, () => packet.readUInt16BE(1)][form]();
+    const header = form + 1;
     let message = packet.subarray(header);
     for (let count = 0; message.length < size; ++count) {
       packet = await this.packet(name);
-      if (packet[0] !== (0x80 | (count & 0x0f))) throw new Error(`packet ${count} of ${size} bytes begins with ${packet[0]}`);
+      if (packet[0] !== (0x80 | (count & 0x0f))) throw new Error(`packet ${count} begins with ${packet[0]}`);
       message = Buffer.concat([message, packet.subarray(1)]);
     }
     return message;
