@@ -3,11 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "kzVersion.h"
 #include "session.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"Talk to the camera as a phone, a remote or a sensor would"};
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("kzble ") + kzVersion);
     app.set_help_all_flag("--help-all", "Print the help of every command");
 
     kzble::Session session;
