@@ -12,6 +12,19 @@ set(released $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
 add_compile_options("$<${released}:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 add_link_options("$<${released}:-Wl,-z,relro,-z,now>")
 
+# The same bytes in whatever folder. A path in a message or in the symbols starts at the project, where a debugger that is
+# started there finds it. What a compiler would draw by lot, to tell objects apart, is the object's name. The assembler
+# writes paths of its own.
+if(KZ_REPRODUCIBLE)
+  foreach(folder ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+    add_compile_options(-ffile-prefix-map=${folder}=. -Wa,--debug-prefix-map=${folder}=.)
+  endforeach()
+  foreach(language C CXX)
+    string(REPLACE " -o <OBJECT>" " -frandom-seed=<OBJECT> -o <OBJECT>" CMAKE_${language}_COMPILE_OBJECT
+                   "${CMAKE_${language}_COMPILE_OBJECT}")
+  endforeach()
+endif()
+
 # The daemon is optimised as a whole when it is linked, because what it does for a packet is spread over many small
 # functions of several rooms. The libraries that it is made of link kzWholeProgram: their objects hold machine code too,
 # which every other program links as usual. Only g++ makes such objects.

@@ -7,21 +7,20 @@
 namespace kzdesk {
 namespace {
 
-std::string shared(const char* belowShare, const char* whereBuilt) {
+std::string shared(const char* name) {
     std::error_code problem;
     const auto program = std::filesystem::read_symlink("/proc/self/exe", problem);
-    const auto installed = program.parent_path().parent_path() / "share" / belowShare;
-    return !problem && std::filesystem::exists(installed, problem) ? installed.string() : whereBuilt;
+    return program.parent_path().parent_path() / "share/kzdesk" / name;
 }
 
 }  // namespace
 
 std::string protocolPlace() {
-    return shared("kzble/protocol/protocol.json", KZ_DESK_PROTOCOL);
+    return shared("protocol.json");
 }
 
 std::string webPlace() {
-    return shared("kzdesk/web", KZ_DESK_WEB);
+    return shared("web");
 }
 
 std::string cataloguePlace() {

@@ -1,5 +1,5 @@
-// Where the desk finds the files that it hands out, when the command line does not say: beside the installed program,
-// or else where the program was built.
+// Where the desk finds the files that it hands out, when the command line does not say: in share/kzdesk beside the
+// program's own folder. A build has such a folder too.
 #pragma once
 
 #include <string>
