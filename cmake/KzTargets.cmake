@@ -23,6 +23,7 @@ if(KZ_REPRODUCIBLE)
     string(REPLACE " -o <OBJECT>" " -frandom-seed=<OBJECT> -o <OBJECT>" CMAKE_${language}_COMPILE_OBJECT
                    "${CMAKE_${language}_COMPILE_OBJECT}")
   endforeach()
+  set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)  # an installation blanks the build's path, whose length would stay
 endif()
 
 # The daemon is optimised as a whole when it is linked, because what it does for a packet is spread over many small
