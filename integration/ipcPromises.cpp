@@ -11,7 +11,6 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr const char* kChannel = "metadata";
 constexpr uint8_t kSequenceNumber = 49;  // the daemon's first
-constexpr size_t kSequenceSize = 4;
 constexpr size_t kLongestPayload = 1400;
 constexpr size_t kItemHead = 8;
 constexpr int kTimes = 20;

@@ -92,14 +92,16 @@ void printList(const std::vector<Promise>& promises) {
     }
 }
 
-// The files to load. A path is made absolute, because the checks run elsewhere.
+// The files to load: paths for those that the user named, names for the dynamic loader to find.
 std::array<std::string, 3> filesOf(const std::string& folder, const std::array<std::string, 3>& named) {
     std::array<std::string, 3> files;
     for (size_t i = 0; i < files.size(); ++i) {
-        const std::string inFolder = folder.empty() ? kLibraryFiles[i] : folder + '/' + kLibraryFiles[i];
-        const std::string& file = named[i].empty() ? inFolder : named[i];
-        const bool isPath = folder.empty() == false || !named[i].empty();
-        files[i] = isPath ? std::filesystem::absolute(file).string() : file;
+        if (!named[i].empty()) {
+            files[i] = std::filesystem::absolute(named[i]).string();
+        } else {
+            files[i] =
+                folder.empty() ? kLibraryFiles[i] : (std::filesystem::absolute(folder) / kLibraryFiles[i]).string();
+        }
     }
     return files;
 }

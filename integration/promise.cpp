@@ -7,7 +7,7 @@
 namespace kzcheck {
 namespace {
 
-std::string formatted(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, va_list arguments) {
     char text[400];
     std::vsnprintf(text, sizeof text, format, arguments);
     return text;

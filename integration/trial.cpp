@@ -50,12 +50,15 @@ void endOnInterrupt(int) {
 }
 
 Outcome check(const Promise& promise, const TrialOptions& options, const OwnQueue& queue) {
-    const Platform platform = load(options.files);
+    const Platform platform = load(options.files);  // in this folder, to which a search path may be relative
+    if (chdir("/") != 0) {
+        throw std::system_error(errno, std::generic_category(), "/");
+    }
     const std::string missing = platform.firstMissing(promise.functions);
     return missing.empty() ? promise.check({platform, queue}) : notTried("needs %s, which is missing", missing.c_str());
 }
 
-// As the daemon is when it calls the libraries, but for its signal handlers.
+// As the daemon is when it calls the libraries, but for its signal handlers and its working directory.
 void becomeDaemon() {
     setpgid(0, 0);
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
@@ -65,9 +68,6 @@ void becomeDaemon() {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     umask(0);
-    if (chdir("/") != 0) {
-        throw std::system_error(errno, std::generic_category(), "/");
-    }
     dup2(STDERR_FILENO, STDOUT_FILENO);  // what a library prints is no part of the report
 }
 

@@ -94,20 +94,25 @@ takes a longer channel|ipc.channel
 opens one channel|process.thread ipc.again
 ROWS
 
-echo "- a library that lacks a function, one that is not there, and a queue that is"
+echo "- a library that lacks a function or is not there, and queues that are"
 ends 1 kzPlatformCheck --library-path "$stubs" --csi "$stubs/libkzipc.so" load csi
 answers '^load.csi +broken .* lacks csi_get and 1 more$'
 answers '^csi.byte +not tried .* needs csi_get, which is missing$'
 ends 1 kzPlatformCheck --library-path /tmp load.csi
+cd "$stubs"
+LD_LIBRARY_PATH=. ends 0 kzPlatformCheck load process
 python3 - <<'PYTHON'
 import ctypes, os
 libc = ctypes.CDLL(None, use_errno=True)
-assert libc.mq_open(b"/to_kzBleD", os.O_CREAT | os.O_RDWR, 0o600, None) >= 0
+for name, depth, size in (b"/to_kzBleD", 10, 1500), (b"/to_kznet", 10, 1500), (b"/Mq_to_BleSdk", 100, 89):
+    assert libc.mq_open(name, os.O_CREAT | os.O_RDWR, 0o600, (ctypes.c_long * 8)(0, depth, size)) >= 0
 PYTHON
 ends 0 kzPlatformCheck --library-path "$stubs" push.end
 answers '^push.end +not tried .* /to_kzBleD exists: stop kzBleSdkD first$'
 [[ -e /dev/mqueue/to_kzBleD ]] || fail "somebody else's queue is removed"
-rm /dev/mqueue/to_kzBleD
+ends 1 kzPlatformCheck --json --library-path "$stubs" radio.in notice.subscribe
+[[ $(broken_ones) == "radio.in notice.subscribe" ]] || fail "\"$(broken_ones)\" with queues that nobody serves"
+rm /dev/mqueue/*
 
 echo "- wrong use"
 while read -r words; do
