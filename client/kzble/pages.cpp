@@ -144,7 +144,8 @@ std::string manPage() {
     kzclient::Outcome ignored{};
     addLineCommands(parser, session, ignored);
     std::ostringstream out;
-    out << kManHead << ".SH OPTIONS\n";
+    out << kManHead
+        << ".SH OPTIONS\n.TP\n.B \\-\\-help, \\-\\-help\\-all\nSay what there is, for a command or for all\n";
     writeOptions(parser.app(), "", out);
     out << ".SH COMMANDS\n";
     for (const auto& group : groupsOf(parser.app())) {

@@ -41,11 +41,12 @@ for program in "${programs[@]}"; do
     "$program" --version </dev/null | grep -q "^$name [0-9.]* (commit ." || fail "the version of $name"
     [[ $program == */bin/* ]] || continue # a user's program, which knows --help
     "$program" --help >/tmp/help
+    text=$(sed 's/\\-/-/g' "$page")
     while read -r option; do
-        grep -qwe "$option" "$page" || fail "the page of $name lacks $option"
-    done < <(sed -nE 's/^ +(-.,)?(--[a-z-]+).*/\2/p' /tmp/help | grep .)
+        grep -qwe "$option" <<<"$text" || fail "the page of $name lacks $option"
+    done < <(sed -nE 's/^ +(-.,)?(--[A-Za-z-]+).*/\2/p' /tmp/help | grep .)
 done
-((${#programs[@]} == 6)) || fail "there are ${#programs[@]} programs"
+((${#programs[@]} == 7)) || fail "there are ${#programs[@]} programs"
 
 echo "- the unit starts the daemon of this prefix"
 sed -i 's/^\(Wants\|After\)=.*//' "$prefix/lib/systemd/system/kzBleSdkD.service" # of a camera
