@@ -256,14 +256,19 @@ void wait(Session& session, const std::string& text) {
         return;
     }
     const Limits limits{1, session.options.timeoutMs.value_or(0) / 1000.0};
-    listen(client, limits, [&](const kzclient::Message& message) {
+    const auto isReached = [&](const kzclient::Message& message) {
         if (message.streamId != KZ_STR_ID_QUERY_RESPONSE || message.bytes.size() < 2 || message.bytes[0] != push) {
             return false;
         }
         const auto entries = kzclient::parseEntries(std::span(message.bytes).subspan(2));
         const Entry* entry = reached(goal, entries);
         return entry != nullptr && report(*entry);
-    });
+    };
+    try {
+        listen(client, limits, isReached);
+    } catch (const TimedOut&) {
+        throw TimedOut(text + " was not reached within the time");
+    }
 }
 
 }  // namespace
