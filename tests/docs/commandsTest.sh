@@ -21,6 +21,7 @@ for entry in "$project"/*; do
 done
 ln -s "$KZ_BUILD" "$folder/view/build/release"
 keepers=()
+requests=()
 clean_up() {
     kill "${keepers[@]}" 2>/dev/null || true
     wait
@@ -50,6 +51,7 @@ keep() {
     eval "exec $1" </dev/null >"$folder/answer" 2>&1 &
     keepers+=($!)
     for ((tries = 0; tries < 900; ++tries)); do
+        desk=$(sed -n 's|.*http://||p' "$folder/answer")
         ! grep -q 'camera .* is up' "$folder/answer" || return 0
         kill -0 "${keepers[-1]}" 2>/dev/null || return 1
         sleep 0.1
@@ -75,6 +77,7 @@ treat() {
         "beside left") run "scripts/enter left $1" || failed "$1" ;;
         exists) exists "$1" || failed "$1" ;;
         test) runs_tests "$1" || failed "$1" ;;
+        desk) requests+=("${1/127.0.0.1:8080/$desk}") ;;
         "") failed "tests/docs/commands.table does not know: $1" ;;
     esac
 }
@@ -89,5 +92,9 @@ for command in "${shown[@]}"; do
     treat "$command"
     printf '%3d s  %-9.9s %s\n' "$SECONDS" "$(how_to_treat "$command")" "$command"
 done
+# Requests of the desk share their variables: they run as one script.
+echo "${#requests[@]} requests to $desk"
+run "$(printf '%s\n' "${requests[@]}" wait)" || failed "the requests of the desk's guide"
+! grep '"error"' "$folder/answer" && grep -q '"name":"success"' "$folder/answer" || failed "the requests of the desk's guide"
 ((${#shown[@]} > 30)) || failed "the documents show only ${#shown[@]} commands"
 ((failures == 0))
