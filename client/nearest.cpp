@@ -7,8 +7,18 @@ namespace kzclient {
 
 namespace {
 
+// A hyphen, an underscore and a blank are the same.
+char plain(char c) {
+    return c == '_' || c == ' ' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+}
+
 bool sameLetter(char a, char b) {
-    return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    return plain(a) == plain(b);
+}
+
+bool beginsWith(const std::string& word, const std::string& start) {
+    return !start.empty() && word.size() >= start.size() &&
+           std::equal(start.begin(), start.end(), word.begin(), sameLetter);
 }
 
 // Edits from one word to the other, where swapping two neighbours is one edit.
@@ -36,7 +46,7 @@ std::string nearestWord(const std::string& wrong, const std::vector<std::string>
     std::string best;
     size_t fewest = wrong.size() / 3 + 2;
     for (const auto& word : words) {
-        const size_t edits = distance(wrong, word);
+        const size_t edits = beginsWith(word, wrong) ? 0 : distance(wrong, word);
         if (edits < fewest && edits < word.size()) {
             fewest = edits;
             best = word;

@@ -6,7 +6,8 @@
 
 namespace kzclient {
 
-// The word with the fewest letters to change, add, drop or swap; empty when none is near. Case does not count.
+// The first word that begins with the wrong one, else that with the fewest letters to change, add, drop or swap; empty
+// when none is near. Case does not count; a hyphen, an underscore and a blank are the same.
 std::string nearestWord(const std::string& wrong, const std::vector<std::string>& words);
 // "; did you mean "photo"?", or nothing.
 std::string didYouMean(const std::string& wrong, const std::vector<std::string>& words);

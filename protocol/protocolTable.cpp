@@ -1,44 +1,12 @@
 #include "protocolTable.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace kzprotocol {
 namespace {
 
 constexpr uint8_t kSensorAnswer = 19;
 constexpr uint8_t kAnswerBit = 0x80;  // of the action in the answer to a protobuf request
-
-std::string normalised(std::string_view name) {
-    std::string text;
-    for (const char c : name) {
-        text += c == '_' || c == ' ' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return text;
-}
-
-// The number of characters to change, insert or leave out.
-size_t distance(const std::string& a, const std::string& b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j < row.size(); ++j) {
-        row[j] = j;
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < b.size(); ++j) {
-            const size_t changed = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
-// How unlike a name is to what was typed: a name that begins so is the likeliest.
-size_t unlikeness(const std::string& typed, const std::string& name) {
-    return name.starts_with(typed) ? 0 : distance(typed, name);
-}
 
 template <typename Fits>
 const Row* find(Fits fits) {
@@ -73,29 +41,6 @@ std::string_view nameOf(std::span<const generated::Name> names, uint8_t number) 
 
 std::span<const Row> rows() {
     return {generated::kRows, generated::kRowCount};
-}
-
-std::vector<const Row*> named(std::string_view name) {
-    std::vector<const Row*> found;
-    for (const Row& row : rows()) {
-        if (normalised(row.name) == normalised(name)) {
-            found.push_back(&row);
-        }
-    }
-    return found;
-}
-
-std::string nearestName(std::string_view name, const std::vector<std::string>& others) {
-    std::vector<std::string> names = others;
-    for (const Row& row : rows()) {
-        names.emplace_back(row.name);
-    }
-    const std::string typed = normalised(name);
-    const auto nearest = std::min_element(names.begin(), names.end(), [&](const auto& a, const auto& b) {
-        return unlikeness(typed, normalised(a)) < unlikeness(typed, normalised(b));
-    });
-    // More than half of the characters wrong is another word.
-    return typed.empty() || unlikeness(typed, normalised(*nearest)) * 2 > typed.size() ? std::string() : *nearest;
 }
 
 const Row* requestOf(uint8_t stream, Message message) {

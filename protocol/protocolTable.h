@@ -27,10 +27,6 @@ struct Row {
 };
 
 std::span<const Row> rows();
-// The rows of this name. Names compare without case, and '-', '_' and ' ' count as the same.
-std::vector<const Row*> named(std::string_view name);
-// The name that is most like this one, among all rows and `others`; empty when none is like it.
-std::string nearestName(std::string_view name, const std::vector<std::string>& others = {});
 
 // What a whole message on a stream is: a request by its own bytes, an answer by the request that it repeats. Null when
 // the protocol does not know it.

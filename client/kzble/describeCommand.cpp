@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "commands.h"
+#include "nearest.h"
 #include "protocolTable.h"
 
 namespace kzble {
@@ -103,19 +104,18 @@ void list(Session& session, const std::string& kind) {
 }
 
 void describe(Session& session, const std::string& name) {
-    std::vector<std::string> others;
+    std::vector<std::string> known;
     std::string separator;
     for (const Thing& thing : everything(session)) {
-        others.push_back(thing.name);
+        known.push_back(thing.name);
         if (normalised(thing.name) == normalised(name)) {
             session.print(thing.json, separator + thing.details);
             separator = "\n";
         }
     }
     if (separator.empty()) {
-        const std::string nearest = kzprotocol::nearestName(name, others);
-        throw WrongUse("the protocol has no \"" + name + "\"" +
-                       (nearest.empty() ? "; see kzble list" : "; did you mean \"" + nearest + "\"?"));
+        const std::string hint = kzclient::didYouMean(name, known);
+        throw WrongUse("the protocol has no \"" + name + "\"" + (hint.empty() ? "; see kzble list" : hint));
     }
 }
 
