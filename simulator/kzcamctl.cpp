@@ -68,8 +68,9 @@ void printJson(const std::string& command, const Result& result) {
     if (result.outcome != Outcome::Done) {
         object = {{"code", static_cast<int>(result.outcome)},
                   {"name", nameOf(result.outcome)},
-                  {"command", command},
-                  {"result", result.value}};
+                  {"command", command.empty() ? Json() : Json(command)},
+                  {"result", nullptr},
+                  {"message", result.value}};
     } else if (object.is_null()) {
         object = {{"result", "success"}};
     } else if (!object.is_object()) {

@@ -89,7 +89,10 @@ echo "- kzcamctl's exit status"
 while read -r status words; do
     eval "ends $status left kzcamctl $words"
     eval "ends $status left kzcamctl --json $words"
-    python3 -m json.tool "$folder/answer" >/dev/null || fail "no JSON: $words"
+    python3 -c 'import json, sys
+answer, status = json.load(sys.stdin), int(sys.argv[1])
+assert answer.get("code", 0) == status and (status == 0 or answer["message"]), answer' "$status" <"$folder/answer" ||
+        fail "no JSON of status $status: $words"
 done <<'ROWS'
 0 setting "Video Resolution" 1080p
 0 setting video-resolution 9
