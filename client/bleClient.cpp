@@ -17,7 +17,8 @@ namespace {
 using std::chrono::steady_clock;
 
 constexpr uint8_t kAnswerBit = 0x80;
-constexpr size_t kLongestMessage = 18 + 399 * 19;  // what the camera rebuilds at most
+constexpr std::chrono::milliseconds kReadingPatience{100};  // a daemon that is busy reads within it
+constexpr size_t kLongestMessage = 18 + 399 * 19;           // what the camera rebuilds at most
 
 // Their packets are no messages.
 constexpr uint8_t kRawStreams[] = {KZ_STR_ID_REBOOT_OTA, KZ_STR_ID_OTA_RESPONSE, KZ_STR_ID_OTA_DATA};
@@ -92,13 +93,13 @@ std::string hex(std::span<const uint8_t> bytes) {
 
 BleClient::BleClient(const std::string& socketPath, const RadioLink::Peer& peer, std::chrono::milliseconds timeout)
     : m_link(socketPath, peer), m_timeout(timeout) {
-    m_link.daemon().expectReading(m_timeout);
+    m_link.daemon().expectReading(std::max(m_timeout, kReadingPatience));
 }
 
 void BleClient::expectDaemon() {
     m_link.daemon().expectSame();
     m_link.writeDescriptor(KZ_STR_ID_QUERY_CCC, 1);  // open it is already: the daemon reads it, nothing changes
-    m_link.daemon().expectReading(m_timeout);
+    m_link.daemon().expectReading(std::max(m_timeout, kReadingPatience));
 }
 
 void BleClient::enableNotifications() {
@@ -109,7 +110,7 @@ void BleClient::enableNotifications() {
 
 void BleClient::send(uint8_t requestStream, std::span<const uint8_t> message) {
     if (message.size() > kLongestMessage) {
-        throw Error("a request holds at most " + std::to_string(kLongestMessage) + " bytes");
+        throw WrongUse("a request holds at most " + std::to_string(kLongestMessage) + " bytes");
     }
     MessageCutter cutter(static_cast<unsigned>(message.size()));
     while (cutter.HasNext()) {
@@ -133,10 +134,14 @@ Bytes BleClient::request(uint8_t requestStream, std::span<const uint8_t> message
         }
         m_kept.push_back(std::move(*received));
     }
+    failSilent("no answer from the camera within " + std::to_string(m_timeout.count()) +
+               " ms; the request may still be carried out");
+}
+
+void BleClient::failSilent(const std::string& what) {
     m_link.daemon().expectSame();
-    m_link.daemon().expectReading(std::chrono::milliseconds(0));
-    throw TimedOut("no answer from the camera within " + std::to_string(m_timeout.count()) +
-                   " ms; the request may still be carried out");
+    m_link.daemon().expectReading(kReadingPatience);
+    throw TimedOut(what);
 }
 
 Bytes BleClient::command(uint8_t commandId, const std::vector<Bytes>& parameters) {
@@ -220,6 +225,10 @@ std::optional<Message> BleClient::assemble(const Packet& packet) {
         return std::nullopt;
     }
     return Message{packet.streamId, std::move(*result.message)};
+}
+
+void BleClient::forgetPushes() {
+    m_kept.clear();
 }
 
 std::optional<Message> BleClient::receive(steady_clock::time_point deadline) {

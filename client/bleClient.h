@@ -77,6 +77,8 @@ class BleClient {
     std::optional<Packet> receivePacket(std::chrono::steady_clock::time_point deadline);
     // The next whole message of any stream, the kept pushes first.
     std::optional<Message> receive(std::chrono::steady_clock::time_point deadline);
+    // Drops the pushes that were kept: they are older than the last answer.
+    void forgetPushes();
     // The next whole message; nothing when no packet came for `patience`. `report` is called after each packet with the
     // bytes of the message in progress on that stream: received and announced.
     std::optional<Message> receiveWithProgress(std::chrono::milliseconds patience,
@@ -87,6 +89,8 @@ class BleClient {
 
     // Throws NoCamera when the daemon is gone or takes nothing more, without asking it for anything.
     void expectDaemon();
+    // For who waited in vain: throws NoCamera when the daemon is gone or reads nothing, else TimedOut with this text.
+    [[noreturn]] void failSilent(const std::string& what);
 
   private:
     std::optional<Message> assemble(const Packet& packet);

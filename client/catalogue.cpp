@@ -161,15 +161,18 @@ std::optional<uint8_t> Catalogue::findSetting(const std::string& name) const {
 }
 
 uint32_t Catalogue::optionId(uint8_t settingId, const std::string& text) const {
-    if (const auto number = parseNumber(text)) {
-        return *number;
-    }
+    const auto number = parseNumber(text);
     std::vector<std::string> names;
     if (const auto setting = m_settings.find(settingId); setting != m_settings.end()) {
-        if (const auto id = findByName(setting->second.options, text, itself)) {
+        const auto& options = setting->second.options;
+        const bool isId = number && *number <= INT32_MAX && options.contains(static_cast<int>(*number));
+        if (const auto id = findByName(options, text, itself); id && !isId) {
             return static_cast<uint32_t>(*id);
         }
-        names = namesOf(setting->second.options, itself);
+        names = namesOf(options, itself);
+    }
+    if (number) {
+        return *number;
     }
     throw WrongUse(settingName(settingId) + " has no option called \"" + text + "\"" + didYouMean(text, names));
 }

@@ -36,7 +36,7 @@ class Catalogue {
     uint8_t statusId(const std::string& text) const;
     // The setting of that name, if there is one.
     std::optional<uint8_t> findSetting(const std::string& name) const;
-    // An option of a setting, by number or name.
+    // An option of a setting: the id of one that it has, else a name, else any number.
     uint32_t optionId(uint8_t settingId, const std::string& text) const;
 
     std::string settingName(int id) const;

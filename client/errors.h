@@ -51,9 +51,10 @@ class WrongUse : public Error {
     explicit WrongUse(const std::string& what) : Error(what, Outcome::WrongUse) {}
 };
 
+// `outcome` is Done for what only an interrupt ends.
 class Interrupted : public Error {
   public:
-    Interrupted() : Error("interrupted", Outcome::Interrupted) {}
+    explicit Interrupted(Outcome outcome = Outcome::Interrupted) : Error("interrupted", outcome) {}
 };
 
 // From now on SIGINT and SIGTERM end a wait with Interrupted instead of ending the process.

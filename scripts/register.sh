@@ -79,14 +79,14 @@ cameras_up() {
     done
 }
 
-# Sets `camera` to the one that is up. With none or several the user has to act.
+# Sets `camera` to the one that is up. With none or several the user has to act: choose_only_camera [TYPED_WORD].
 choose_only_camera() {
     local up
     mapfile -t up < <(cameras_up)
     case ${#up[@]} in
         0) complain $exit_no_camera "no camera is up; start one with scripts/run --keep" ;;
         1) camera=${up[0]} ;;
-        *) complain $exit_wrong_use "several cameras are up, name one of them: ${up[*]}" ;;
+        *) complain $exit_wrong_use "${1:+no camera is called $1; }several cameras are up, name one of them: ${up[*]}" ;;
     esac
 }
 

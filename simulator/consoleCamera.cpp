@@ -3,6 +3,7 @@
 
 #include "consoleCommand.h"
 #include "csi/csiKeys.h"
+#include "protocolTable.h"
 
 namespace kzsim {
 namespace {
@@ -17,6 +18,12 @@ std::optional<size_t> chosen(const std::string& word, std::initializer_list<cons
 // With `force` the number in `word`, in the catalogue or not; else, or when it is no number, nothing.
 std::optional<uint32_t> forced(const Words& words, size_t word, uint32_t highest) {
     return words.size() == 4 && words[3] == kForce ? numberUpTo(words[word], highest) : std::nullopt;
+}
+
+// Whether `value` fits the bytes in which clients see it.
+bool fits(kzprotocol::ValueKind kind, uint32_t id, uint64_t value) {
+    const auto width = kzprotocol::valueWidth(kind, id);
+    return !width || *width < 1 || *width >= 8 || value >> (8 * *width) == 0;
 }
 
 // The answer to a text that names nothing of the catalogue: an id is refused, anything else is a mistake of the user.
@@ -86,6 +93,9 @@ ConsoleAnswer changeSetting(const Roles& roles, const Words& words) {
         return notInCatalogue("setting " + words[1] + " has no option", words[2], UINT32_MAX,
                               known == catalogue.settings().end() ? "" : "; it has " + optionNames(known->second));
     }
+    if (!fits(kzprotocol::ValueKind::kSetting, *setting, *option)) {
+        return wrongUse("the option " + words[2] + " is too large for setting " + words[1]);
+    }
     roles.camera.forceSetting(*setting, *option);
     return done();
 }
@@ -102,6 +112,9 @@ ConsoleAnswer changeStatus(const Roles& roles, const Words& words) {
     const auto value = number(words[2]);
     if (!isText && (!value.has_value() || *value < 0)) {
         return wrongUse("the value of status " + words[1] + " is a number");
+    }
+    if (!isText && !fits(kzprotocol::ValueKind::kStatus, *id, static_cast<uint64_t>(*value))) {
+        return wrongUse("the value " + words[2] + " is too large for status " + words[1]);
     }
     roles.camera.setStatus(*id, isText ? StatusValue(words[2]) : StatusValue(static_cast<uint64_t>(*value)));
     return done();

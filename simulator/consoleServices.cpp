@@ -1,4 +1,6 @@
 // Refusals of the control daemon, the BLE daemon and the radio.
+#include <mqueue.h>
+
 #include <algorithm>
 
 #include "consoleCommand.h"
@@ -8,7 +10,8 @@
 namespace kzsim {
 namespace {
 
-constexpr size_t kLongestLedBuffer = 18;  // what the BLE daemon's LED buffer takes
+constexpr const char* kDaemonQueue = "/to_kzBleD";  // there while the BLE daemon runs
+constexpr size_t kLongestLedBuffer = 18;            // what the BLE daemon's LED buffer takes
 
 // ---------------------------------------------------------------- control daemon
 
@@ -51,9 +54,19 @@ ConsoleAnswer buffer(const Roles& roles, const Words& words) {
                : failed("the BLE daemon's queue does not take it");
 }
 
-ConsoleAnswer shutdownDaemon(const Roles& roles, const Words&) {
-    roles.radio->sendDebug(KZBLE_DEBUG_SHUTDOWN, 0);
+// A record for a daemon that does not run would stay in the queue and meet the next one.
+ConsoleAnswer tellDaemon(const Roles& roles, uint32_t command, uint32_t argument) {
+    const mqd_t queue = mq_open(kDaemonQueue, O_WRONLY | O_CLOEXEC);
+    if (queue == -1) {
+        return {Outcome::NoCamera, "the BLE daemon does not run"};
+    }
+    mq_close(queue);
+    roles.radio->sendDebug(command, argument);
     return done();
+}
+
+ConsoleAnswer shutdownDaemon(const Roles& roles, const Words&) {
+    return tellDaemon(roles, KZBLE_DEBUG_SHUTDOWN, 0);
 }
 
 ConsoleAnswer logLevel(const Roles& roles, const Words& words) {
@@ -61,13 +74,11 @@ ConsoleAnswer logLevel(const Roles& roles, const Words& words) {
     if (!level.has_value()) {
         return wrongUse("the level is a number from 0 to 6");
     }
-    roles.radio->sendDebug(KZBLE_SET_LOG_LEVEL, *level);
-    return done();
+    return tellDaemon(roles, KZBLE_SET_LOG_LEVEL, *level);
 }
 
 ConsoleAnswer dump(const Roles& roles, const Words&) {
-    roles.radio->sendDebug(KZBLE_DEBUG_DUMP_STATUS, 0);
-    return done();
+    return tellDaemon(roles, KZBLE_DEBUG_DUMP_STATUS, 0);
 }
 
 ConsoleAnswer radioSlow(const Roles& roles, const Words& words) {

@@ -179,7 +179,11 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string("kzCameraSim ") + kzVersion);
     Options options;
     describe(app, options);
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : static_cast<int>(Outcome::WrongUse);
+    }
     setVerbose(options.verbose);
     g_debug_level = 0;  // the common library's dumps are the daemon's, not ours
     try {

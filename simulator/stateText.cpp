@@ -32,6 +32,19 @@ std::string fields(const Json& object) {
     return line;
 }
 
+// A line for each element of a list; those that are alike and follow each other share one.
+std::string elements(const std::string& key, const Json& list) {
+    std::string lines;
+    for (size_t i = 0, next = 0; i < list.size(); i = next) {
+        for (next = i + 1; next < list.size() && list[next] == list[i];) {
+            ++next;
+        }
+        const std::string times = next - i == 1 ? "" : ", " + std::to_string(next - i) + " times";
+        lines += "    " + key + ": " + fields(list[i]) + times + '\n';
+    }
+    return lines;
+}
+
 // A heading, then the object's single values on one line and each element of its lists on a line of its own.
 std::string section(const std::string& title, const Json& object) {
     Json singles = Json::object();
@@ -41,9 +54,7 @@ std::string section(const std::string& title, const Json& object) {
             singles[key] = value;
             continue;
         }
-        for (const Json& item : value) {
-            lists += "    " + key + ": " + fields(item) + '\n';
-        }
+        lists += elements(key, value);
     }
     const std::string line = fields(singles);
     return line.empty() && lists.empty() ? "" : title + ": " + line + '\n' + lists;

@@ -109,7 +109,7 @@ class AccessoryUpdate {
                 return;
             }
         }
-        throw TimedOut("the camera has no update for us");
+        client->failSilent("the camera has no update for us");
     }
 
     std::string receiveImage(size_t size) {
@@ -145,7 +145,7 @@ class AccessoryUpdate {
                 client->link().send(KZ_STR_ID_START_OTA, Bytes{2, 0});
             }
         }
-        throw TimedOut("the camera stopped sending the image");
+        client->failSilent("the camera stopped sending the image");
     }
 
     void say(const std::string& text) const {

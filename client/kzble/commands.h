@@ -37,11 +37,14 @@ struct CommandText {
 
 CLI::App* addCommand(const Place& place, const CommandText& text, std::function<void()> work);
 
+// Takes digits as decimal ones, also behind a leading zero, and no other notation.
+CLI::Validator decimal();
+
 // A whole number within bounds; anything else is wrong use, and nothing is cut.
 template <typename Number>
 CLI::Option* addNumber(CLI::App& command, const std::string& name, Number& value, const std::string& help,
                        int64_t least, int64_t most) {
-    return command.add_option(name, value, help)->check(CLI::Range(least, most).description(""));
+    return command.add_option(name, value, help)->check(CLI::Range(least, most).description(""))->transform(decimal());
 }
 
 // Each adds one family of commands.

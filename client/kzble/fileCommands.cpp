@@ -36,7 +36,7 @@ void fetchSettings(Session& session, const std::string& path) {
         const auto received = client.receiveWithProgress(
             client.timeout(), [&](const auto& state) { progress.show(state.first, state.second); });
         if (!received) {
-            throw TimedOut("the transfer stopped");
+            client.failSilent("the transfer stopped");
         }
         if (received->streamId == KZ_STR_ID_COMMAND_RESPONSE && !received->bytes.empty() &&
             received->bytes[0] == kFetchSettings) {

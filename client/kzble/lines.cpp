@@ -22,13 +22,13 @@ struct Failure {
 };
 
 Outcome report(const Session& session, const LinePlace& place, const Failure& failure) {
-    if (failure.outcome == Outcome::Interrupted) {
-        return failure.outcome;
-    }
     const std::string command = failure.command.empty() ? "" : failure.command + ": ";
     const std::string where = place.number == 0 ? "" : place.file + ":" + std::to_string(place.number) + ": ";
     if (!session.options.json) {
         std::cout.flush();
+        if (failure.outcome == Outcome::Interrupted) {  // who interrupted knows
+            return failure.outcome;
+        }
         std::cerr << "kzble: " << where << command << failure.message << std::endl;
         return failure.outcome;
     }
@@ -49,13 +49,19 @@ Outcome run(Session& session, const Work& work, const LinePlace& place) {
     try {
         work.run();
         return Outcome::Done;
+    } catch (const kzclient::Interrupted& interrupted) {
+        session.interrupted = true;
+        const bool isItsEnd = interrupted.outcome() == Outcome::Done;
+        return isItsEnd ? Outcome::Done
+                        : report(session, place, {interrupted.outcome(), work.command, interrupted.what(), nullptr});
     } catch (const Refused& refused) {
         return report(session, place, {refused.outcome(), work.command, refused.what(), refused.result});
     } catch (const Error& error) {
         std::string message = error.what();
         if (error.outcome() == Outcome::NoCamera) {
+            const bool neverThere = !session.isConnected();
             session.disconnect();
-            message += kzsim::roomForCamera() ? "" : "; " + kzsim::queueMemoryIsUsedUp();
+            message += neverThere && !kzsim::roomForCamera() ? "; " + kzsim::queueMemoryIsUsedUp() : "";
         }
         return report(session, place, {error.outcome(), work.command, message, nullptr});
     } catch (const std::exception& error) {
@@ -164,7 +170,7 @@ Outcome runScript(Session& session, const std::string& file) {
     if (file != "-") {
         opened.open(file);
         if (!opened) {
-            throw Error("cannot read " + file);
+            throw WrongUse("cannot read " + file);
         }
     }
     std::istream& lines = file == "-" ? std::cin : opened;
@@ -172,10 +178,12 @@ Outcome runScript(Session& session, const std::string& file) {
     std::string line;
     while (std::getline(lines, line)) {
         ++place.number;
-        if (const Outcome outcome = runLine(session, line, place); outcome != Outcome::Done) {
+        const Outcome outcome = runLine(session, line, place);
+        if (outcome != Outcome::Done || session.interrupted) {
             return outcome;
         }
     }
+    kzclient::checkInterrupt();
     if (lines.bad()) {
         throw Error("cannot read " + place.file);
     }

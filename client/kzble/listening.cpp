@@ -49,9 +49,8 @@ void listen(kzclient::BleClient& client, const Limits& limits,
         }
     }
 } catch (const kzclient::Interrupted&) {
-    if (limits.count != 0) {
-        throw;
-    }
+    throw kzclient::Interrupted(limits.count == 0 && limits.seconds == 0 ? kzclient::Outcome::Done
+                                                                         : kzclient::Outcome::Interrupted);
 }
 
 }  // namespace kzble

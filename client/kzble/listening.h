@@ -19,7 +19,7 @@ struct Limits {
 };
 
 // Hands every message to `take`, which returns whether it counts. Throws NoCamera when the daemon goes, and TimedOut
-// when the time is over before `count`, at least one, were counted.
+// when the time is over before `count`, at least one, were counted, and Interrupted.
 void listen(kzclient::BleClient& client, const Limits& limits,
             const std::function<bool(const kzclient::Message&)>& take);
 

@@ -1,6 +1,7 @@
 // kzble: a phone on the command line. It connects to the camera over the simulated radio, does one thing, or the lines
 // of a script or shell, says what came of it and exits with a code that says how it ended (errors.h).
 #include <csignal>
+#include <iostream>
 
 #include "lines.h"
 
@@ -10,6 +11,10 @@ int main(int argc, char** argv) {
     {
         kzble::Session session;
         outcome = kzble::runCommandLine(session, {argv + 1, argv + argc});
+    }
+    if (!std::cout.flush() && outcome == kzclient::Outcome::Done) {
+        std::cerr << "kzble: cannot write to standard output\n";
+        outcome = kzclient::Outcome::Failed;
     }
     if (outcome == kzclient::Outcome::Interrupted) {
         std::signal(SIGINT, SIG_DFL);  // whoever started us sees that we were interrupted

@@ -46,6 +46,10 @@ no camera or no daemon, or it went away
 .TP
 .B 64
 wrong use: words, numbers or dates that make no sense
+.TP
+.B 130
+interrupted, except for what has no other end, such as
+.B watch
 .PP
 With
 .B --json

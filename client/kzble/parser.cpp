@@ -72,6 +72,19 @@ Place Place::family(const std::string& name, const std::string& help) const {
     return {*made, session, chosen, "Commands"};
 }
 
+CLI::Validator decimal() {
+    const auto strip = [](std::string& text) {
+        const size_t sign = text.starts_with('-') || text.starts_with('+') ? 1 : 0;
+        if (text.size() == sign || text.find_first_not_of("0123456789", sign) != std::string::npos) {
+            return "\"" + text + "\" is not a whole number";
+        }
+        const size_t digits = text.find_first_not_of('0', sign);
+        text.erase(sign, std::min(digits, text.size() - 1) - sign);
+        return std::string();
+    };
+    return {strip, "", "decimal"};
+}
+
 CLI::App* addCommand(const Place& place, const CommandText& text, std::function<void()> work) {
     CLI::App* command = place.app.add_subcommand(text.name, text.help);
     command->group(place.group);
@@ -167,6 +180,12 @@ std::string Parser::explain(const CLI::ParseError& error) const {
         return "no option is called " + *wrong + kzclient::didYouMean(*wrong, names) + hint;
     }
     const auto commands = subcommandNames(at);
+    const auto all = allCommands(m_app);
+    const auto elsewhere =
+        std::find_if(all.begin(), all.end(), [&](const CLI::App* command) { return command->get_name() == *wrong; });
+    if (elsewhere != all.end() && (&at == &m_app || !commands.empty())) {
+        return "the command is called \"" + pathOf(**elsewhere) + "\"" + hint;
+    }
     if (commands.empty()) {
         return "\"" + *wrong + "\" is one argument too many" + hint;
     }

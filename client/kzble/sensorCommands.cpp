@@ -164,6 +164,7 @@ class Strap {
         for (size_t i = 0; i < m_keys.size(); ++i) {
             write(static_cast<uint8_t>(i), sampleOf(m_keys[i], values[i]));
         }
+        m_client->link().daemon().expectSame();
         m_sent += m_keys.size();
         m_next = std::max(m_next, steady_clock::now()) + pause;
         while (const auto message = m_client->receive(m_next)) {
@@ -172,6 +173,8 @@ class Strap {
             }
         }
     }
+    // Throws NoCamera when the daemon has not read all that was sent.
+    void finish() { m_client->expectDaemon(); }
     size_t sent() const { return m_sent; }
 
   private:
@@ -264,6 +267,7 @@ void stream(Session& session, const Sensor& sensor) {
             strap.send(heartRate(i, keys.size()), pause);
         }
     }
+    strap.finish();
     session.print({{"device", sensor.name}, {"streams", keys.size()}, {"samples", strap.sent()}},
                   sensor.name + ": " + std::to_string(strap.sent()) + " samples on " + std::to_string(keys.size()) +
                       " stream(s)");

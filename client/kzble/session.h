@@ -41,6 +41,7 @@ class Session {
     std::unique_ptr<kzclient::BleClient> connectAs(const kzclient::RadioLink::Peer& peer);
     // The next command connects anew.
     void disconnect() { m_client.reset(); }
+    bool isConnected() const { return m_client != nullptr; }
     const kzclient::Catalogue& catalogue();
 
     // Prints a result: the JSON, one object on one line, when it was asked for, else the text.
@@ -49,6 +50,7 @@ class Session {
     void printDone() const;
 
     Options options;
+    bool interrupted = false;  // a signal ended the last command: the lines behind it are not for this session
 
   private:
     kzclient::RadioLink::Trace tracer(const std::string& address);

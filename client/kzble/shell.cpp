@@ -124,6 +124,7 @@ void readTerminal(Session& session) {
         ++place.number;
         forgetInterrupt();
         runLine(session, line, place);
+        session.interrupted = false;  // that was for the line alone
     }
     std::cout << std::endl;
 }
@@ -138,10 +139,11 @@ Outcome runShell(Session& session) {
     }
     LinePlace place{"standard input", 0};
     std::string line;
-    while (std::getline(std::cin, line) && line != "exit" && line != "quit") {
+    while (!session.interrupted && std::getline(std::cin, line) && line != "exit" && line != "quit") {
         ++place.number;
         runLine(session, line, place);
     }
+    kzclient::checkInterrupt();
     return Outcome::Done;
 }
 

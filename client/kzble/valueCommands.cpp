@@ -12,11 +12,14 @@ using Names = std::vector<std::string>;
 void readValues(Session& session, ValueKind kind, const Names& names) {
     const auto& catalogue = session.catalogue();
     const QueryHeader header = kind == ValueKind::Setting ? kSettingValues : kStatusValues;
-    for (const auto& entry : askForAll(session, header, header, idsOf(kind, names, catalogue))) {
+    const Bytes ids = idsOf(kind, names, catalogue);
+    const auto entries = askForAll(session, header, header, ids);
+    for (const auto& entry : entries) {
         session.print(entryJson(kind, entry, catalogue), std::to_string(entry.id) + "  " +
                                                              idName(kind, entry.id, catalogue) + " = " +
                                                              valueText(kind, entry, catalogue));
     }
+    expectNamed(kind, ids, entries);
 }
 
 void capabilities(Session& session, const Names& names) {
@@ -27,18 +30,21 @@ void capabilities(Session& session, const Names& names) {
         session.print(capabilityJson(id, options, catalogue),
                       std::to_string(id) + "  " + capabilityText(id, options, catalogue));
     }
+    expectNamed(ValueKind::Setting, ids, entries);
 }
 
 void names(Session& session, const Names& names) {
     const auto& catalogue = session.catalogue();
     const Bytes ids =
         names.empty() ? allIds(ValueKind::Setting, catalogue) : idsOf(ValueKind::Setting, names, catalogue);
-    for (const auto& entry : askForAll(session, kSettingNames, kSettingNames, ids)) {
+    const auto entries = askForAll(session, kSettingNames, kSettingNames, ids);
+    for (const auto& entry : entries) {
         const std::string fromCamera(entry.value.begin(), entry.value.end());
         const std::string name = catalogue.settingName(entry.id);
         session.print({{"id", entry.id}, {"name", name}, {"camera", fromCamera}},
                       std::to_string(entry.id) + "  " + name + "  (camera: " + fromCamera + ")");
     }
+    expectNamed(ValueKind::Setting, names.empty() ? Bytes() : ids, entries);
 }
 
 void set(Session& session, const std::string& setting, const std::string& option) {

@@ -74,6 +74,16 @@ std::vector<kzclient::Entry> askForAll(Session& session, QueryHeader header, Que
     return entries;
 }
 
+void expectNamed(ValueKind kind, const Bytes& ids, const std::vector<kzclient::Entry>& entries) {
+    for (const uint8_t id : ids) {
+        if (std::none_of(entries.begin(), entries.end(), [id](const auto& entry) { return entry.id == id; })) {
+            throw Error(std::string("the camera has no ") + (kind == ValueKind::Setting ? "setting " : "status ") +
+                            std::to_string(id),
+                        kzclient::Outcome::Refused);
+        }
+    }
+}
+
 ordered_json valueJson(ValueKind kind, const kzclient::Entry& entry) {
     if (entry.value.empty()) {
         return nullptr;
@@ -135,7 +145,9 @@ ordered_json capabilityJson(uint8_t id, const std::vector<uint64_t>& options, co
 std::string capabilityText(uint8_t id, const std::vector<uint64_t>& options, const kzclient::Catalogue& catalogue) {
     std::string text;
     for (const auto option : options) {
-        text += (text.empty() ? " " : ", ") + catalogue.optionName(id, option);
+        const std::string number = std::to_string(option);
+        const std::string name = catalogue.optionName(id, option);
+        text += (text.empty() ? " " : ", ") + (name == number ? name : name + " (" + number + ")");
     }
     return catalogue.settingName(id) + ":" + (text.empty() ? " nothing may be chosen" : text);
 }

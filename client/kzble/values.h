@@ -29,6 +29,9 @@ enum QueryHeader : uint8_t {
 // Asks `header` for `ids`, none meaning all, and then `again` for what the answer left out, until nothing is missing.
 // Entries stand in ascending order of their ids.
 std::vector<kzclient::Entry> askForAll(Session& session, QueryHeader header, QueryHeader again, const Bytes& ids);
+// Throws Error with the outcome Refused when one of the ids, which were asked for by themselves, has no entry: the
+// camera does not have it.
+void expectNamed(ValueKind kind, const Bytes& ids, const std::vector<kzclient::Entry>& entries);
 // Every id of the catalogue; without one, every id there can be.
 Bytes allIds(ValueKind kind, const kzclient::Catalogue& catalogue);
 Bytes idsOf(ValueKind kind, const std::vector<std::string>& names, const kzclient::Catalogue& catalogue);

@@ -85,14 +85,15 @@ class Watch {
 
     // A registration whose answer left values out has taken effect all the same.
     void registerInterest() {
+        m_session.client().forgetPushes();
         const auto& catalogue = m_session.catalogue();
         if (everything() || !m_wanted.settings.empty()) {
             const Bytes ids = idsOf(ValueKind::Setting, m_wanted.settings, catalogue);
-            begin(ValueKind::Setting, askForAll(m_session, kRegisterSettings, kSettingValues, ids));
+            begin(ValueKind::Setting, ids, askForAll(m_session, kRegisterSettings, kSettingValues, ids));
         }
         if (everything() || !m_wanted.statuses.empty()) {
             const Bytes ids = idsOf(ValueKind::Status, m_wanted.statuses, catalogue);
-            begin(ValueKind::Status, askForAll(m_session, kRegisterStatus, kStatusValues, ids));
+            begin(ValueKind::Status, ids, askForAll(m_session, kRegisterStatus, kStatusValues, ids));
         }
         if (everything() || m_wanted.capabilities) {
             const auto entries = askForAll(m_session, kRegisterCapabilities, kSettingCapabilities, {});
@@ -108,7 +109,8 @@ class Watch {
         }
     }
 
-    void begin(ValueKind kind, const std::vector<Entry>& entries) {
+    void begin(ValueKind kind, const Bytes& ids, const std::vector<Entry>& entries) {
+        expectNamed(kind, ids, entries);
         if (m_wanted.initial) {
             showValues(kind, entries);
         }
@@ -218,15 +220,22 @@ Goal parseGoal(const std::string& text, const kzclient::Catalogue& catalogue) {
         throw WrongUse("\"" + text + "\" is not NAME=VALUE");
     }
     const std::string name = text.substr(0, equals);
+    if (kzclient::parseNumber(name)) {
+        throw WrongUse("\"" + name + "\" may be a setting or a status field: give its name");
+    }
     const std::string value = text.substr(equals + 1);
     if (const auto setting = catalogue.findSetting(name)) {
         return {ValueKind::Setting, *setting, std::to_string(catalogue.optionId(*setting, value))};
     }
     const uint8_t status = catalogue.statusId(name);
-    if (!kzclient::isTextStatus(status) && !kzclient::parseNumber(value)) {
+    if (kzclient::isTextStatus(status)) {
+        return {ValueKind::Status, status, value};
+    }
+    const auto number = kzclient::parseNumber(value);
+    if (!number) {
         throw WrongUse(catalogue.statusName(status) + " has numbers for values, not \"" + value + "\"");
     }
-    return {ValueKind::Status, status, value};
+    return {ValueKind::Status, status, std::to_string(*number)};
 }
 
 // The entry that reaches the goal, if there is one.
@@ -251,6 +260,7 @@ void wait(Session& session, const std::string& text) {
     auto& client = session.client();
     const uint8_t push = setting ? kPushSettings : kPushStatus;
     const auto now = client.query(setting ? kRegisterSettings : kRegisterStatus, Bytes{goal.id}).entries;
+    client.forgetPushes();
     if (const Entry* entry = reached(goal, now)) {
         report(*entry);
         return;
