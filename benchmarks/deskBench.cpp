@@ -218,6 +218,9 @@ void ManyAtOnce(int port) {
     }
     std::printf("%d phones, %d messages each in %.1f s: %d of %d answers came\n", kPhones, kMessages, asking.count(),
                 answers, kPhones * kMessages);
+    if (answers != kPhones * kMessages) {
+        throw std::runtime_error("answers were lost");
+    }
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kWelcomeTimeout{5000};
 constexpr milliseconds kInterruptPatience{500};  // a signal just before a wait is seen this late
-constexpr timeval kSendPatience{10, 0};          // for a radio that takes nothing more
+constexpr std::chrono::seconds kSendPatience{10};
 
 int connectTo(const std::string& path) {
     sockaddr_un address{};
@@ -40,7 +40,6 @@ int connectTo(const std::string& path) {
         close(fd);
         throw NoRadio("no radio at " + path + ": " + reason + " (is the camera running?)");
     }
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendPatience, sizeof(kSendPatience));
     return fd;
 }
 
@@ -97,6 +96,7 @@ Address parseAddress(const std::string& text) {
 RadioLink::RadioLink(const std::string& socketPath, const Peer& peer)
     : m_socket(connectTo(socketPath.empty() ? kzradio::kRadioEndpoint.address() : socketPath)) {
     try {
+        setSendPatience(kSendPatience);
         m_daemon.emplace();
         kzradio::Record hello{};
         hello.kind = kzradio::Kind::Hello;
@@ -158,6 +158,11 @@ void RadioLink::passes(const LinkEvent& event) const {
             watcher(event);
         }
     }
+}
+
+void RadioLink::setSendPatience(std::chrono::seconds patience) {
+    const timeval time{patience.count(), 0};
+    setsockopt(m_socket, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time));
 }
 
 void RadioLink::disconnect() {

@@ -75,6 +75,8 @@ class RadioLink {
     void sendDebug(uint32_t command, uint32_t argument);
     // Ends the connection at once, also under a call of another thread, which then throws.
     void disconnect();
+    // How long a write waits for a radio that takes nothing, 10 s at first; then it throws TimedOut.
+    void setSendPatience(std::chrono::seconds patience);
     // The next packet, or nothing when none came until the deadline. Throws NoCamera when the connection is gone, and
     // Interrupted.
     std::optional<Packet> receive(std::chrono::steady_clock::time_point deadline);

@@ -33,6 +33,14 @@ std::string_view takePart(std::string_view& path) {
     return part;
 }
 
+kzclient::Catalogue namesIn(const std::string& path) {
+    try {
+        return kzclient::Catalogue::load(path);
+    } catch (const kzclient::Error&) {
+        return {};
+    }
+}
+
 // Whether `path` is one of `pattern`'s; then `device` is the number in it.
 bool fits(std::string_view pattern, std::string_view path, unsigned& device) {
     while (!pattern.empty() && !path.empty()) {
@@ -76,7 +84,7 @@ const Api::Route Api::kRoutes[] = {
 };
 
 Api::Api(const std::string& protocolPath, std::string cataloguePath)
-    : m_protocol(protocolPath), m_cataloguePath(std::move(cataloguePath)) {}
+    : m_protocol(protocolPath), m_cataloguePath(std::move(cataloguePath)), m_names(namesIn(m_cataloguePath)) {}
 
 const Api::Route& Api::find(Call& call) {
     const std::string_view method = call.request.method == "HEAD" ? "GET" : std::string_view(call.request.method);
@@ -131,7 +139,7 @@ void Api::stateEvents(Call& call) {
 // ---------------------------------------------------------------- devices
 
 void Api::connect(Call& call) {
-    const RequestBody body(call.body);
+    const RequestBody body(call.body, {"address", "type", "gates", "central"});
     DeviceTable::Wish wish{std::nullopt, KZ_CALLER_BLE_RC, body.flag("central")};
     if (body.has("address")) {
         try {
@@ -165,7 +173,7 @@ void Api::connect(Call& call) {
 
 void Api::write(Call& call) {
     const auto device = m_devices.find(call.device);
-    const RequestBody body(call.body);
+    const RequestBody body(call.body, {"stream", "bytes", "message"});
     const auto stream = static_cast<uint8_t>(body.number("stream", 0, UINT8_MAX));
     if (!m_protocol.takesWrites(stream)) {
         throw badRequest("stream " + std::to_string(stream) + " takes no writes");
@@ -186,7 +194,7 @@ void Api::write(Call& call) {
 
 void Api::gate(Call& call) {
     const auto device = m_devices.find(call.device);
-    const RequestBody body(call.body);
+    const RequestBody body(call.body, {"descriptor", "value"});
     const auto descriptor = static_cast<uint8_t>(body.number("descriptor", 0, UINT8_MAX));
     const auto value = static_cast<uint8_t>(body.number("value", 0, UINT8_MAX));
     if (!m_protocol.isGate(descriptor)) {
@@ -216,7 +224,7 @@ void Api::deviceEvents(Call& call) {
 // ---------------------------------------------------------------- the camera
 
 void Api::control(Call& call) {
-    answerJson(call.response, 200, {{"output", doCommand(RequestBody(call.body).words("command"))}});
+    answerJson(call.response, 200, {{"output", doCommand(RequestBody(call.body, {"command"}).words("command"))}});
 }
 
 }  // namespace kzdesk

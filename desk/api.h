@@ -18,7 +18,8 @@ class Api {
   public:
     static constexpr size_t kLongestBody = 64 * 1024;  // bytes
 
-    // Throws std::runtime_error when the description of the protocol cannot be read.
+    // Throws std::runtime_error when the description of the protocol cannot be read. Without a catalogue values have no
+    // names.
     Api(const std::string& protocolPath, std::string cataloguePath);
 
     // Answers a request, whose body `readBody` reads when it is wanted. Throws ApiError.
@@ -65,7 +66,8 @@ class Api {
 
     ProtocolFile m_protocol;
     std::string m_cataloguePath;
-    DeviceTable m_devices{m_protocol};
+    kzclient::Catalogue m_names;
+    DeviceTable m_devices{m_protocol, m_names};
     CameraState m_state{m_devices};
     EventStreams m_streams{m_state, m_devices};
 };

@@ -1,7 +1,7 @@
 #include "cameraState.h"
 
-#include "apiError.h"
 #include "consoleClient.h"
+#include "doCommand.h"
 #include "eventLog.h"
 
 namespace kzdesk {
@@ -13,21 +13,15 @@ Json CameraState::with(const Json& camera) {
     for (const auto& device : m_devices.all()) {
         devices.push_back(device->state());
     }
-    const bool hasRadio = camera.is_object() && camera.contains("radio");
+    // A part that was killed is null in the state.
+    const bool hasRadio = camera.is_object() && camera.contains("radio") && camera["radio"].is_object();
     return {{"camera", camera},
             {"devices", devices},
             {"connections", hasRadio ? camera["radio"]["connections"] : Json::array()}};
 }
 
 Json CameraState::now() {
-    const kzsim::ConsoleResult result = kzsim::askConsole({"state"});
-    if (result.outcome == kzsim::Outcome::NoCamera) {
-        throw ApiError(503, "no-camera", result.value.get<std::string>());
-    }
-    if (result.outcome != kzsim::Outcome::Done) {
-        throw ApiError(502, "refused", result.value.is_string() ? result.value.get<std::string>() : "");
-    }
-    return with(result.value);
+    return with(askCamera({"state"}));
 }
 
 std::string CameraState::recentEvent() {

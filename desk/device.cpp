@@ -13,7 +13,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kTurnPatience{5};
 constexpr std::chrono::seconds kReadTurn{60};  // a disconnection ends it early
 
 }  // namespace
@@ -28,10 +27,17 @@ std::string addressText(const kzclient::Address& address) {
     return text;
 }
 
-Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol)
-    : m_number(number), m_peer(peer), m_protocol(protocol), m_events(number), m_link("", peer), m_reader([this] {
-          read();
-      }) {}
+Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol,
+               const kzclient::Catalogue& names)
+    : m_number(number),
+      m_peer(peer),
+      m_protocol(protocol),
+      m_events(number),
+      m_meaning(names),
+      m_link("", peer),
+      m_reader([this] { read(); }) {
+    m_link.setSendPatience(kPatience);
+}
 
 Device::~Device() {
     disconnect("deleted");
@@ -50,7 +56,7 @@ void Device::disconnect(const char* reason) {
 // must not all wait behind that one.
 Device::Turn::Turn(Device& device) : m_device(device) {
     std::unique_lock lock(device.m_turnMutex);
-    if (!device.m_turnEnded.wait_for(lock, kTurnPatience, [&] { return !device.m_writing; })) {
+    if (!device.m_turnEnded.wait_for(lock, kPatience, [&] { return !device.m_writing; })) {
         throw ApiError(503, "busy", "the camera does not take what was written before");
     }
     device.m_writing = true;
@@ -70,12 +76,21 @@ void Device::send(uint8_t stream, std::span<const uint8_t> packet) {
         throw ApiError(404, "no-such-device", "device " + std::to_string(m_number) + " is disconnected");
     }
     notePacket(Direction::kWrite, stream, packet);
+    onLink([&] { m_link.send(stream, packet); });
+    ++m_packetsOut;
+}
+
+// What the radio has not taken in time may be the middle of a message, and stands in the log already: the device ends.
+template <typename Work>
+void Device::onLink(Work work) {
     try {
-        m_link.send(stream, packet);
+        work();
+    } catch (const kzclient::TimedOut& error) {
+        disconnect("the camera takes nothing");
+        throw ApiError(503, "busy", error.what());
     } catch (const kzclient::Error& error) {
         throw ApiError(404, "no-such-device", error.what());
     }
-    ++m_packetsOut;
 }
 
 void Device::writePacket(uint8_t stream, std::span<const uint8_t> packet) {
@@ -101,11 +116,7 @@ void Device::writeGate(uint8_t descriptor, uint8_t value) {
         m_gates[descriptor] = value;
     }
     m_events.add("gate", {{"descriptor", descriptor}, {"value", value}});
-    try {
-        m_link.writeDescriptor(descriptor, value);
-    } catch (const kzclient::Error& error) {
-        throw ApiError(404, "no-such-device", error.what());
-    }
+    onLink([&] { m_link.writeDescriptor(descriptor, value); });
 }
 
 // ---------------------------------------------------------------- reading

@@ -25,17 +25,20 @@ namespace kzdesk {
 class Device {
   public:
     static constexpr int kMostStreams = 8;
+    static constexpr std::chrono::seconds kPatience{5};       // with a radio that takes nothing
     static constexpr size_t kLongestMessage = 18 + 399 * 19;  // bytes; what the camera puts together at most
 
-    // Connects. Throws kzclient::Error when there is no radio, or it refuses. `protocol` has to outlive the device.
-    Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol);
+    // Connects. Throws kzclient::Error when there is no radio, or it refuses. `protocol` and `names` have to outlive
+    // the device.
+    Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol,
+           const kzclient::Catalogue& names);
     // Disconnects, and waits for the reading thread.
     ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
     // Writes one packet of 1 to 20 bytes as it is. Throws ApiError: 404 when the connection is gone, 503 when the radio
-    // takes nothing and others wait to write already.
+    // takes nothing for kPatience, and then the device ends, or others wait to write already.
     void writePacket(uint8_t stream, std::span<const uint8_t> packet);
     // Cuts a message of 1 to kLongestMessage bytes into packets, writes them without any other between, and returns
     // their number. Throws as above.
@@ -72,6 +75,8 @@ class Device {
     };
 
     void send(uint8_t stream, std::span<const uint8_t> packet);
+    template <typename Work>
+    void onLink(Work work);
     void read();
     void notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet);
     void noteMessage(Direction direction, const Interface& interface, uint8_t stream, const Bytes& message);

@@ -60,11 +60,13 @@ std::shared_ptr<Device> DeviceTable::connect(const Wish& wish) {
     std::optional<ApiError> problem;
     try {
         device = std::make_shared<Device>(number, kzclient::RadioLink::Peer{address, wish.type, wish.cameraIsCentral},
-                                          m_protocol);
+                                          m_protocol, m_names);
     } catch (const kzclient::NoRadio& error) {
         problem.emplace(503, "no-camera", error.what());
     } catch (const kzclient::Error& error) {
         problem.emplace(409, "refused", error.what());
+    } catch (const std::exception& error) {
+        problem.emplace(500, "failed", error.what());
     }
     const std::lock_guard lock(m_mutex);
     m_connecting.erase(address);

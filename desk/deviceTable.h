@@ -23,8 +23,9 @@ class DeviceTable {
         bool cameraIsCentral = false;
     };
 
-    // `protocol` has to outlive the table.
-    explicit DeviceTable(const ProtocolFile& protocol) : m_protocol(protocol) {}
+    // Both have to outlive the table.
+    DeviceTable(const ProtocolFile& protocol, const kzclient::Catalogue& names)
+        : m_protocol(protocol), m_names(names) {}
 
     // Throws ApiError: 429 too many devices, 409 the address is in use or the radio refuses, 503 no radio.
     std::shared_ptr<Device> connect(const Wish& wish);
@@ -42,6 +43,7 @@ class DeviceTable {
     kzclient::Address reserve(const Wish& wish, unsigned number);
 
     const ProtocolFile& m_protocol;
+    const kzclient::Catalogue& m_names;
     std::mutex m_mutex;
     Devices m_devices;
     std::set<kzclient::Address> m_connecting;  // reserved by who connects now

@@ -65,6 +65,7 @@ void EventLog::end(const char* reason) {
 
 EventLog::Batch EventLog::read(uint64_t after, Clock::time_point deadline) {
     std::unique_lock lock(m_mutex);
+    after = after <= m_last ? after : 0;  // an id of an earlier desk
     m_changed.wait_until(lock, deadline, [&] { return m_last > after || m_ended; });
     Batch batch{{}, after, m_ended};
     const uint64_t thrownAway = m_last - m_events.size();

@@ -14,6 +14,8 @@ constexpr size_t kMostThreads =
     DeviceTable::kMostDevices * Device::kMostStreams + EventStreams::kMostOfState + 32;  // streams, and short requests
 
 // A body that is too long is read on for a while: who still sends it would miss the answer.
+constexpr std::chrono::seconds kReaderPatience{60};  // with a reader of events that stands still
+
 constexpr size_t kMostRead = 1024 * 1024;  // bytes
 
 // The page runs nothing but its own files, and is shown in no other page's frame.
@@ -75,6 +77,7 @@ void explain(const httplib::Request& /*request*/, httplib::Response& response) {
 HttpServer::HttpServer(Api& api, const std::string& webPath) : m_api(api) {
     m_server.new_task_queue = [] { return new ConnectionThreads(kMostThreads); };
     m_server.set_keep_alive_max_count(1);
+    m_server.set_write_timeout(kReaderPatience.count());
     m_server.set_tcp_nodelay(true);  // an event must not wait for the acknowledgement of the one before
     m_server.set_socket_options(setSocketOptions);
     m_server.set_payload_max_length(Api::kLongestBody);

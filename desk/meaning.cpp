@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "protocolTable.h"
+#include "messageText.h"
 #include "skylark/bleMessage.h"
 
 namespace kzdesk {
@@ -18,9 +18,18 @@ bool isProtobuf(Meaning::Message message) {
     return message.size() > 1 && message[0] >= kFirstProtobuf;
 }
 
-Json described(const char* what, const kzprotocol::Row* row) {
-    return row == nullptr ? Json()
-                          : Json{{"what", what}, {"kind", row->kind}, {"name", row->name}, {"does", row->does}};
+// `details` writes what a message of this row says.
+template <typename Details>
+Json described(const char* what, const kzprotocol::Row* row, Details details) {
+    if (row == nullptr) {
+        return {};
+    }
+    Json meaning{{"what", what}, {"kind", row->kind}, {"name", row->name}, {"does", row->does}};
+    constexpr std::string_view kSeparator = ": ";
+    if (const std::string text = details(*row); text.starts_with(kSeparator)) {
+        meaning["text"] = text.substr(kSeparator.size());
+    }
+    return meaning;
 }
 
 // A plain answer or push has its result behind the first byte, and so has the refusal of a protobuf request.
@@ -46,7 +55,8 @@ Json Meaning::ofRequest(const Interface& interface, Message message) {
             m_open.pop_front();
         }
     }
-    return described("request", kzprotocol::requestOf(interface.request, message));
+    return described("request", kzprotocol::requestOf(interface.request, message),
+                     [&](const kzprotocol::Row& row) { return kzclient::requestDetails(row, message, m_names); });
 }
 
 bool Meaning::answersAnOpenOne(const Interface& interface, Message message) {
@@ -68,8 +78,10 @@ Json Meaning::ofNotification(const Interface& interface, Message message) {
     }
     const kzprotocol::Row* const push = kzprotocol::pushOf(interface.answer, message);
     const bool isAnswer = answersAnOpenOne(interface, message) || push == nullptr;
-    Json meaning =
-        isAnswer ? described("answer", kzprotocol::answerOf(interface.answer, message)) : described("push", push);
+    Json meaning = isAnswer ? described("answer", kzprotocol::answerOf(interface.answer, message),
+                                        [&](const auto& row) { return kzclient::answerDetails(row, message, m_names); })
+                            : described("push", push,
+                                        [&](const auto& row) { return kzclient::pushDetails(row, message, m_names); });
     if (isAnswer && meaning.is_null() && message.size() == 2) {
         meaning = {{"what", "answer"}, {"kind", "refusal"}};  // it does not repeat the action
     }

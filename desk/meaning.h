@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <span>
 
+#include "catalogue.h"
 #include "protocolFile.h"
 
 namespace kzdesk {
@@ -17,9 +18,14 @@ class Meaning {
   public:
     using Message = std::span<const uint8_t>;
 
-    // {"what": "request", "kind", "name", "does"}; null when the protocol does not know the message.
+    // `names` has to outlive it.
+    explicit Meaning(const kzclient::Catalogue& names) : m_names(names) {}
+
+    // {"what": "request", "kind", "name", "does", "text"}; null when the protocol does not know the message. The text
+    // has the values in words, where it has some.
     nlohmann::ordered_json ofRequest(const Interface& interface, Message message);
-    // {"what": "answer" or "push", "kind", "name", "does", "result": {"code", "name"}}; the result where there is one.
+    // {"what": "answer" or "push", "kind", "name", "does", "text", "result": {"code", "name"}}; the result where there
+    // is one.
     nlohmann::ordered_json ofNotification(const Interface& interface, Message message);
 
   private:
@@ -31,6 +37,7 @@ class Meaning {
 
     bool answersAnOpenOne(const Interface& interface, Message message);
 
+    const kzclient::Catalogue& m_names;
     std::mutex m_mutex;
     std::deque<Open> m_open;  // oldest first
 };

@@ -13,9 +13,15 @@ std::string quoted(const char* member) {
 
 }  // namespace
 
-RequestBody::RequestBody(const std::string& text) : m_object(nlohmann::json::parse(text, nullptr, false)) {
+RequestBody::RequestBody(const std::string& text, std::initializer_list<std::string_view> members)
+    : m_object(nlohmann::json::parse(text, nullptr, false)) {
     if (!m_object.is_object()) {
         throw badRequest("the body has to be a JSON object");
+    }
+    for (const auto& [name, value] : m_object.items()) {
+        if (std::find(members.begin(), members.end(), name) == members.end()) {
+            throw badRequest(quoted(name.c_str()) + " is no member of this request");
+        }
     }
 }
 

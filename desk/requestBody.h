@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "hexText.h"
@@ -12,7 +14,8 @@ namespace kzdesk {
 
 class RequestBody {
   public:
-    explicit RequestBody(const std::string& text);
+    // An object with no other members than these.
+    RequestBody(const std::string& text, std::initializer_list<std::string_view> members);
 
     bool has(const char* member) const { return m_object.contains(member); }
     const nlohmann::json& at(const char* member) const;

@@ -205,7 +205,7 @@ void showBuffers(Session& session, const Screen& screen, const Limits& limits) {
     const Bytes answer = client->request(KZ_STR_ID_SENSOR, Bytes{screen.command, kSubscribe});
     if (answer.size() < 2 || answer[1] != 0) {
         const uint8_t result = answer.size() < 2 ? 1 : answer[1];
-        throw Refused(resultText(KZ_STR_ID_SENSOR_RESPONSE, result), result);
+        throw Refused(kzclient::resultText(KZ_STR_ID_SENSOR_RESPONSE, result), result);
     }
     std::cerr << "showing; interrupt to stop" << std::endl;
     listen(*client, limits, [&](const kzclient::Message& message) {

@@ -100,8 +100,8 @@ std::string inResults(const Difference& difference, const kzclient::Catalogue& c
     }
     const bool isSetting = std::string_view(difference.row->kind) == "setting";
     return (isSetting ? catalogue.settingName(difference.expected->front()) + ": " : "") + "expected " +
-           resultText(difference.stream, (*difference.expected)[1]) + ", got " +
-           resultText(difference.stream, (*difference.got)[1]);
+           kzclient::resultText(difference.stream, (*difference.expected)[1]) + ", got " +
+           kzclient::resultText(difference.stream, (*difference.got)[1]);
 }
 
 std::string inWords(const Difference& difference, Session& session) {

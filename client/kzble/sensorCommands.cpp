@@ -79,7 +79,7 @@ struct Key {
 void expectSuccess(const std::string& what, const Bytes& answer) {
     const uint8_t result = answer.size() < 2 ? 1 : answer[1];
     if (result != 0) {
-        throw Refused(what + ": " + resultText(KZ_STR_ID_SENSOR_RESPONSE, result), result);
+        throw Refused(what + ": " + kzclient::resultText(KZ_STR_ID_SENSOR_RESPONSE, result), result);
     }
 }
 

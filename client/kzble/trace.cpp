@@ -107,7 +107,7 @@ std::string Trace::answerMeaning(uint8_t streamId, Message message) {
         }
         return answered->name + answerDetails(*answered, message, names());
     }
-    return push != nullptr ? push->name + pushDetails(*push, message, names()) : refusalOrUnknown(message);
+    return push != nullptr ? push->name + pushDetails(*push, message, names()) : kzclient::refusalOrUnknown(message);
 }
 
 const kzclient::Catalogue& Trace::names() const {

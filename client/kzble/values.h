@@ -7,10 +7,15 @@
 #include <vector>
 
 #include "session.h"
+#include "valueText.h"
 
 namespace kzble {
 
-enum class ValueKind { Setting, Status };
+using kzclient::entryJson;
+using kzclient::idName;
+using kzclient::valueJson;
+using kzclient::ValueKind;
+using kzclient::valueText;
 
 // The first byte of plain queries and pushes: type << 4 | category.
 enum QueryHeader : uint8_t {
@@ -35,14 +40,6 @@ void expectNamed(ValueKind kind, const Bytes& ids, const std::vector<kzclient::E
 // Every id of the catalogue; without one, every id there can be.
 Bytes allIds(ValueKind kind, const kzclient::Catalogue& catalogue);
 Bytes idsOf(ValueKind kind, const std::vector<std::string>& names, const kzclient::Catalogue& catalogue);
-
-// The value as a number or a text.
-nlohmann::ordered_json valueJson(ValueKind kind, const kzclient::Entry& entry);
-// {"id", "name", "value"}, and "option" where the catalogue knows it.
-nlohmann::ordered_json entryJson(ValueKind kind, const kzclient::Entry& entry, const kzclient::Catalogue& catalogue);
-// The value in words: the option's name of a setting where the catalogue knows it.
-std::string valueText(ValueKind kind, const kzclient::Entry& entry, const kzclient::Catalogue& catalogue);
-std::string idName(ValueKind kind, uint8_t id, const kzclient::Catalogue& catalogue);
 
 // The options that may be chosen, by setting.
 using Capabilities = std::map<uint8_t, std::vector<uint64_t>>;

@@ -55,6 +55,11 @@ class Browser:
         element = self.ask("POST", self.session + "/element", {"using": "css selector", "value": selector})[ELEMENT]
         self.ask("POST", f"{self.session}/element/{element}/click")
 
+    def narrow(self, width):
+        """Shows the page that wide, which a window without a screen does not become by itself."""
+        self.ask("POST", self.session + "/goog/cdp/execute", {"cmd": "Emulation.setDeviceMetricsOverride", "params": {
+            "width": width, "height": 800, "deviceScaleFactor": 1, "mobile": True}})
+
     def complaints(self):
         """What the console has said since the last time that is worse than information."""
         lines = self.ask("POST", self.session + "/se/log", {"type": "browser"})

@@ -23,6 +23,8 @@ def check(schema, value, where):
         raise AssertionError(f"{where} is no {schema['type']}: {value}")
     for name in schema.get("required", []):
         assert name in value, f"{where} has no {name}"
+    unknown = set(value) - set(schema["properties"]) if "properties" in schema else set()
+    assert not unknown or schema.get("additionalProperties", False), f"{where} has {unknown}, of which nothing is said"
     for name, inner in schema.get("properties", {}).items():
         if name in value:
             check(inner, value[name], f"{where}.{name}")
@@ -81,6 +83,8 @@ class DeskTest(unittest.TestCase):
         self.assertEqual(self.desk.ask("POST", write, {"stream": 2, "bytes": "03010101"})[0], 202)
         request = events.find("message", direction="write")
         self.assertEqual((request[2]["bytes"], request[2]["meaning"]["name"]), ("01 01 01", "shutter"))
+        self.assertEqual(self.desk.ask("POST", write, {"stream": 12, "message": "12 02"})[0], 202)
+        self.assertEqual(events.find("message", stream=14)[2]["meaning"]["text"], "success, Video Resolution = 4K (1)")
         events.find("packet", direction="notify", stream=4, bytes="02 01 00")
         answer = events.find("message", direction="notify", stream=4)
         self.assertGreater(answer[0], request[0])
@@ -89,7 +93,7 @@ class DeskTest(unittest.TestCase):
 
         long = self.desk.ask("POST", write, {"stream": 12, "message": "53 45" + "46" * 39})[2]
         self.assertEqual(long, {"packets": 3})
-        events.find("message", stream=14)
+        wait_until("an answer", lambda: any(one[2].get("bytes", "").startswith("53 00 45") for one in list(events.seen)))
         self.desk.ask("POST", write, {"stream": 12, "message": "73 45"})
         events.find("message", stream=14, bytes="73 00")
         self.assertEqual(self.desk.ask("POST", "/do", {"command": ["battery", "41"]})[2], {"output": None})
@@ -100,6 +104,9 @@ class DeskTest(unittest.TestCase):
         resumed = self.desk.events(f"/devices/{number}/events", **{"Last-Event-ID": str(push[0] - 1)})
         wait_until("the push again", lambda: resumed.seen)
         self.assertEqual(resumed.seen[0], push)
+        of_another_desk = self.desk.events(f"/devices/{number}/events", **{"Last-Event-ID": "99999"})
+        wait_until("what there is", lambda: of_another_desk.seen)
+        self.assertEqual(of_another_desk.seen[0], events.seen[0])
 
         everything = self.desk.events("/events?devices=all")
         everything.find("message", device=number, bytes="93 00 46 01 29")
@@ -140,7 +147,7 @@ class DeskTest(unittest.TestCase):
                                    ("/devices", {"address": "02:00:00:00:00:99"}, 409),
                                    ("/devices/77/write", {"stream": 2, "bytes": "00"}, 404),
                                    ("/do", {"command": ["battery", "101"]}, 400), ("/do", {"command": []}, 400),
-                                   ("/do", {"command": ["undo"]}, 502)]:
+                                   ("/do", {"command": ["undo"]}, 502), ("/devices", {"tipe": "phone"}, 400)]:
             self.refused(status, "POST", path, body)
         self.refused(413, "POST", "/do", iter([b" " * 70000]), JSON)  # without a length
         self.refused(404, "GET", "/../desk/main.cpp")
@@ -174,6 +181,19 @@ class DeskTest(unittest.TestCase):
             wait_until("the end of a stream", lambda: stream.finished)
             self.assertEqual(stream.seen[-1][1], "end")
         self.assertEqual(self.desk.desk.wait(10), 0)
+
+    def test_a_radio_that_stops_or_dies_ends_devices_and_nothing_else(self):
+        number = self.desk.connect()
+        events, state = self.desk.events(f"/devices/{number}/events"), self.desk.events("/events")
+        self.desk.ask("POST", "/do", {"command": ["part", "radio", "hang"]})
+        write = ("POST", f"/devices/{number}/write", {"stream": 2, "message": "01" * 7000})
+        wait_until("a full radio", lambda: self.desk.ask(*write)[0] == 503)
+        events.find("end", reason="the camera takes nothing")
+        self.desk.ask("POST", "/do", {"command": ["part", "radio", "kill"]})
+        wait_until("a state without it", lambda: state.seen and state.seen[-1][2]["camera"]["radio"] is None)
+        self.assertEqual(self.desk.ask("GET", "/state")[2]["connections"], [])
+        self.desk.ask("POST", "/do", {"command": ["part", "radio", "start"]})
+        self.assertIn("percent", self.desk.ask("POST", "/do", {"command": ["battery", "--help"]})[2]["output"])
 
     def test_without_a_camera_the_desk_says_so(self):
         self.desk.camera.terminate()

@@ -30,6 +30,9 @@ class PageTest(unittest.TestCase):
         self.wait_for_settings()
 
     def tearDown(self):
+        self.browser.narrow(360)
+        shown = self.browser.run("return [innerWidth, document.documentElement.scrollWidth]")
+        self.assertEqual(shown, [360, 360])
         self.assertEqual(self.browser.complaints(), [])
         self.assertEqual(self.browser.run("return document.querySelector('#problems').textContent"), "")
 

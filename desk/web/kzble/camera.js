@@ -72,7 +72,7 @@ export class Camera extends Emitter {
     }
 
     // Any message to an interface, given by name; the answer's bytes.
-    raw(interfaceName, message, options) { return this.link.request(interfaceName, bytesOf(message), options); }
+    async raw(interfaceName, message, options) { return this.link.request(interfaceName, bytesOf(message), options); }
 
     // ------------------------------------------------------------ values
 

@@ -1,7 +1,7 @@
 // Elements without markup: whatever a camera or a device says becomes a text node.
 
 // h('button', {class: 'quiet', 'aria-pressed': true, onclick: press}, 'Stop', other). Attributes that are null or false
-// are left out; children that are null or false too.
+// are left out, but aria's, for which false is a value; children that are null or false too.
 export function h(tag, attributes = {}, ...children) {
     const element = document.createElement(tag);
     for (const [name, value] of Object.entries(attributes)) {
@@ -14,7 +14,7 @@ export function h(tag, attributes = {}, ...children) {
 export function setAttribute(element, name, value) {
     if (name.startsWith('on')) {
         element.addEventListener(name.slice(2), value);
-    } else if (value === false || value === null || value === undefined) {
+    } else if (value === null || value === undefined || (value === false && !name.startsWith('aria-'))) {
         element.removeAttribute(name);
     } else if (element.getAttribute(name) !== String(value)) {
         element.setAttribute(name, value === true && !name.startsWith('aria-') ? '' : value);

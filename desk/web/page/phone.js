@@ -83,6 +83,8 @@ class PageTransport extends Emitter {
         if (entry.event === 'packet' && entry.direction === 'notify') {
             this.emit('packet', {stream: entry.stream, bytes: Uint8Array.from(bytesOf(entry.bytes)), direction: 'notify',
                 time: new Date(entry.time)});
+        } else if (entry.event === 'lost') {
+            this.emit('lost', {events: entry.events});
         } else if (entry.event === 'end') {
             this.#end(entry.reason);
         }

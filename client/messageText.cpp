@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <string_view>
 
-#include "bleClient.h"
-#include "values.h"
+#include "valueText.h"
 
-namespace kzble {
+namespace kzclient {
 
 namespace {
 
@@ -50,7 +49,7 @@ class ValueList {
     size_t m_count = 0;
 };
 
-std::string entriesText(MessageBytes message, const kzclient::Catalogue& names) {
+std::string entriesText(MessageBytes message, const Catalogue& names) {
     constexpr size_t kHead = 2;  // of an answer and of a push
     const ValueKind kind = kindOf(message);
     ValueList list;
@@ -58,13 +57,13 @@ std::string entriesText(MessageBytes message, const kzclient::Catalogue& names) 
          at += 2 + message[at + 1]) {
         const auto value = message.subspan(at + 2, message[at + 1]);
         const std::string name = idName(kind, message[at], names);
-        const kzclient::Entry entry{message[at], {value.begin(), value.end()}};
+        const Entry entry{message[at], {value.begin(), value.end()}};
         list.add(holdsValues(message) ? name + " = " + valueText(kind, entry, names) : name);
     }
     return list.text();
 }
 
-std::string idsText(MessageBytes message, const kzclient::Catalogue& names) {
+std::string idsText(MessageBytes message, const Catalogue& names) {
     ValueList list;
     for (const uint8_t id : message.subspan(1)) {
         list.add(idName(kindOf(message), id, names));
@@ -78,18 +77,18 @@ std::string afterColon(const std::string& text) {
 
 }  // namespace
 
-std::string requestDetails(const kzprotocol::Row& row, MessageBytes message, const kzclient::Catalogue& names) {
+std::string requestDetails(const kzprotocol::Row& row, MessageBytes message, const Catalogue& names) {
     if (is(row, "query")) {
         return afterColon(idsText(message, names));
     }
     if (!is(row, "setting") || message.size() < 3) {
         return "";
     }
-    const kzclient::Entry entry{message[0], {message.begin() + 2, message.end()}};
+    const Entry entry{message[0], {message.begin() + 2, message.end()}};
     return afterColon(names.settingName(entry.id) + " = " + valueText(ValueKind::Setting, entry, names));
 }
 
-std::string answerDetails(const kzprotocol::Row& row, MessageBytes message, const kzclient::Catalogue& names) {
+std::string answerDetails(const kzprotocol::Row& row, MessageBytes message, const Catalogue& names) {
     if (is(row, "protobuf")) {
         return " answered";
     }
@@ -105,16 +104,16 @@ std::string answerDetails(const kzprotocol::Row& row, MessageBytes message, cons
     return afterColon(text);
 }
 
-std::string pushDetails(const kzprotocol::Row& row, MessageBytes message, const kzclient::Catalogue& names) {
+std::string pushDetails(const kzprotocol::Row& row, MessageBytes message, const Catalogue& names) {
     const bool feature = row.second >= 0;
     return is(row, "push") && !feature ? afterColon(entriesText(message, names)) : "";
 }
 
 std::string refusalOrUnknown(MessageBytes message) {
     if (message.size() == 2) {
-        return "refused: " + kzclient::describeResult(message[1]);
+        return "refused: " + describeResult(message[1]);
     }
-    return message.empty() ? "empty message" : "unknown " + kzclient::hex(message.first(1));
+    return message.empty() ? "empty message" : "unknown " + hex(message.first(1));
 }
 
 std::string resultText(uint8_t answerStream, uint8_t result) {
@@ -122,4 +121,4 @@ std::string resultText(uint8_t answerStream, uint8_t result) {
     return name.empty() ? "result " + std::to_string(result) : name;
 }
 
-}  // namespace kzble
+}  // namespace kzclient
