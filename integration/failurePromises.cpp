@@ -1,4 +1,6 @@
 // The libraries when nobody is behind them, and when who is behind them hangs: each call fails, and in time.
+#include <cerrno>
+
 #include "csi/csiKeys.h"
 #include "kzControlCommands.h"
 #include "kzCtrlD/kzCtrlRecords.h"
@@ -55,14 +57,21 @@ int handOver(const Platform& platform) {
     return std::min(sent, 0);
 }
 
+// Whether the daemon counts a failed call as ended by its deadline, and does not make it again.
+bool isSeenAsHang(const Call& call) {
+    const bool timedOut = call.error == EAGAIN || call.error == ETIMEDOUT;
+    return call.error != EPIPE && call.milliseconds >= (timedOut ? 1000 : 1500);
+}
+
 template <Ask ask, Services state>
 Outcome fails(const Scene& scene) {
     const Call call = timed([&] { return ask(scene.platform); });
     if (call.result == 0) {
         return broken("answers: is its service %s?", state == Services::Absent ? "absent" : "hung");
     }
-    const double limit = state == Services::Absent ? kAtOnceMs : kReplyDeadlineMs;
-    return (call.milliseconds <= limit ? kept : broken)("%s", describe(call).c_str());
+    const bool isRight = state == Services::Absent ? call.milliseconds <= kAtOnceMs
+                                                   : call.milliseconds <= kReplyDeadlineMs && isSeenAsHang(call);
+    return (isRight ? kept : broken)("%s", describe(call).c_str());
 }
 
 #define ROWS(name, what, functions, ask)                                                                               \

@@ -114,7 +114,7 @@ int main(int argc, char** argv) {
     app.footer(kFooter);
     std::string folder;
     std::array<std::string, 3> named;
-    Services services = Services::Running;
+    std::string state = "running";
     double patience = 10;
     bool json = false;
     bool list = false;
@@ -123,9 +123,8 @@ int main(int argc, char** argv) {
     app.add_option("--kzCtrlD", named[0], "libkzCtrlD.so")->check(CLI::ExistingFile);
     app.add_option("--csi", named[1], "libcsi.so")->check(CLI::ExistingFile);
     app.add_option("--kzipc", named[2], "libkzipc.so")->check(CLI::ExistingFile);
-    app.add_option("--services", services,
-                   "what the services behind them are doing: running (the default), absent, hung")
-        ->transform(CLI::CheckedTransformer(kServiceStates).description("STATE"));
+    app.add_option("--services", state, "what the services behind them are doing: running (the default), absent, hung")
+        ->check(CLI::IsMember(kServiceStates).description("STATE"));
     app.add_option("--patience", patience, "seconds after which a check is stopped; 10")->check(CLI::Range(0.1, 600.0));
     app.add_flag("--json", json, "print one JSON object");
     app.add_flag("--list", list, "print the promises, and check none");
@@ -139,6 +138,7 @@ int main(int argc, char** argv) {
         return kWrongUse;
     }
 
+    const Services services = kServiceStates.at(state);
     const std::vector<Promise> all = allPromises();
     for (const std::string& name : names) {
         if (std::none_of(all.begin(), all.end(), [&](const Promise& one) { return isNamed(one, {name}); })) {

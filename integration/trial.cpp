@@ -55,13 +55,13 @@ Outcome check(const Promise& promise, const TrialOptions& options, const OwnQueu
         throw std::system_error(errno, std::generic_category(), "/");
     }
     const std::string missing = platform.firstMissing(promise.functions);
-    return missing.empty() ? promise.check({platform, queue}) : notTried("needs %s, which is missing", missing.c_str());
+    return missing.empty() ? promise.check({platform, queue}) : broken("needs %s, which is missing", missing.c_str());
 }
 
 // As the daemon is when it calls the libraries, but for its signal handlers and its working directory.
 void becomeDaemon() {
     setpgid(0, 0);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}) {
         signal(number, SIG_DFL);
     }
     sigset_t none;
@@ -114,8 +114,9 @@ Outcome outcomeOf(const Shared& shared, bool ended, int status, int patienceMs) 
 }  // namespace
 
 void removeQueueOnInterrupt() {
-    signal(SIGINT, endOnInterrupt);
-    signal(SIGTERM, endOnInterrupt);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        signal(number, endOnInterrupt);
+    }
 }
 
 Outcome tryPromise(const Promise& promise, const TrialOptions& options) {

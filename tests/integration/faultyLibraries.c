@@ -157,6 +157,11 @@ EXPORTED int kzcontrol_send_command_param_response(uint32_t id, const void* para
 }
 
 EXPORTED int csi_get(uint8_t key, uint32_t size, uint32_t* length, void* buffer) {
+    if (fault("hangs up late") || fault("gives up early")) {
+        usleep(fault("hangs up late") ? 1900000 : 1200000);
+        errno = fault("hangs up late") ? EPIPE : 0;
+        return -1;
+    }
     return good_csi_get(key, fault("overruns a short value") ? LONGEST : size, length, buffer);
 }
 

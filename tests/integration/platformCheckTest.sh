@@ -94,10 +94,19 @@ takes a longer channel|ipc.channel
 opens one channel|process.thread ipc.again
 ROWS
 
+for fault in "hangs up late" "gives up early"; do
+    KZ_FAULT=$fault ends 1 kzPlatformCheck --csi "$faulty" --services hung hung.csi-get
+done
+echo "- an interrupted check leaves nothing"
+for number in INT TERM HUP QUIT; do
+    timeout --preserve-status --signal "$number" 1 kzPlatformCheck --library-path "$stubs" push >/dev/null || true
+    [[ -z $(ls /dev/mqueue) ]] || fail "$number leaves a queue"
+done
+
 echo "- a library that lacks a function or is not there, and queues that are"
 ends 1 kzPlatformCheck --library-path "$stubs" --csi "$stubs/libkzipc.so" load csi
 answers '^load.csi +broken .* lacks csi_get and 1 more$'
-answers '^csi.byte +not tried .* needs csi_get, which is missing$'
+answers '^csi.byte +broken .* needs csi_get, which is missing$'
 ends 1 kzPlatformCheck --library-path /tmp load.csi
 cd "$stubs"
 LD_LIBRARY_PATH=. ends 0 kzPlatformCheck load process
@@ -119,6 +128,7 @@ while read -r words; do
     eval "ends 64 kzPlatformCheck $words"
 done <<'ROWS'
 --services asleep
+--services 0
 --library-path /nowhere
 --patience 0
 nonsense

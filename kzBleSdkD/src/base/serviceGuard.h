@@ -34,7 +34,8 @@ class ServiceGuard {
             return m_hungResult;
         }
         const int result = Try(call);
-        return result != 0 && errno == EPIPE ? Try(call) : result;
+        const bool hungUp = result != 0 && errno == EPIPE && m_hangs == 0;
+        return hungUp ? Try(call) : result;
     }
 
     // Whether the last call was not ended by its deadline.
