@@ -46,7 +46,7 @@ typed() {
     for text in "$@"; do
         sleep 0.7
         printf '%b' "$text"
-    done | timeout 20 script -qec "kzble shell" /dev/null
+    done | timeout 20 script -qec "exec kzble shell" /dev/null
 }
 # completed WORD... - what the last word may become
 completed() {

@@ -12,7 +12,12 @@ cd "$project"
 
 if [[ $2 == ordinary ]]; then
     if ((EUID == 0)); then
-        exec setpriv --reuid=65534 --regid=65534 --clear-groups "$0" "$1" ordinary
+        nobody=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+        if ! "${nobody[@]}" test -x "$0" -a -x "$KZ_BUILD" 2>/dev/null; then
+            echo "skipped: an ordinary user cannot reach $project"
+            exit 77
+        fi
+        exec "${nobody[@]}" "$0" "$1" ordinary
     fi
     scripts/world true 2>/dev/null || exit 77
 fi
