@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <iterator>
 
@@ -89,6 +90,25 @@ std::string hex(std::span<const uint8_t> bytes) {
         text += digits;
     }
     return text;
+}
+
+Bytes parseHex(std::string_view text) {
+    Bytes bytes;
+    for (size_t at = 0; at < text.size();) {
+        if (text[at] == ' ' || text[at] == ':') {
+            ++at;
+            continue;
+        }
+        const std::string_view pair = text.substr(at, 2);
+        uint8_t byte = 0;
+        const auto [end, error] = std::from_chars(pair.data(), pair.data() + pair.size(), byte, 16);
+        if (error != std::errc{} || end != pair.data() + 2) {
+            throw WrongUse("not two hexadecimal digits: \"" + std::string(pair) + "\"");
+        }
+        bytes.push_back(byte);
+        at += 2;
+    }
+    return bytes;
 }
 
 BleClient::BleClient(const std::string& socketPath, const RadioLink::Peer& peer, std::chrono::milliseconds timeout)

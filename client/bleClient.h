@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "packetAssembler.h"
@@ -27,6 +28,8 @@ using Bytes = std::vector<uint8_t>;
 std::string describeResult(uint8_t result);
 // Two hexadecimal digits a byte, separated by blanks.
 std::string hex(std::span<const uint8_t> bytes);
+// Of such digits, in either case; blanks and colons may stand between bytes. Throws WrongUse.
+Bytes parseHex(std::string_view text);
 
 struct Message {
     uint8_t streamId = 0;

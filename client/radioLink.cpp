@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "skylark/radioWire.h"
@@ -91,6 +92,16 @@ Address parseAddress(const std::string& text) {
         address[i] = static_cast<uint8_t>(std::stoul(digits.substr(2 * i, 2), nullptr, 16));
     }
     return address;
+}
+
+std::string addressText(const Address& address) {
+    std::string text;
+    for (const uint8_t byte : address) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%s%02x", text.empty() ? "" : ":", byte);
+        text += digits;
+    }
+    return text;
 }
 
 RadioLink::RadioLink(const std::string& socketPath, const Peer& peer)

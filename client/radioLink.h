@@ -27,6 +27,8 @@ using Address = std::array<uint8_t, 6>;
 
 // Twelve hexadecimal digits, colons allowed. Throws WrongUse.
 Address parseAddress(const std::string& text);
+// "02:00:00:00:01:01"
+std::string addressText(const Address& address);
 
 struct Packet {
     uint8_t streamId = 0;

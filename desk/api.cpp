@@ -167,7 +167,7 @@ void Api::connect(Call& call) {
     answerJson(call.response, 201,
                {{"device", device->number()},
                 {"connection", device->connection()},
-                {"address", addressText(device->address())},
+                {"address", kzclient::addressText(device->address())},
                 {"type", device->type()}});
 }
 

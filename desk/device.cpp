@@ -17,16 +17,6 @@ constexpr std::chrono::seconds kReadTurn{60};  // a disconnection ends it early
 
 }  // namespace
 
-std::string addressText(const kzclient::Address& address) {
-    std::string text;
-    for (const uint8_t byte : address) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%s%02x", text.empty() ? "" : ":", byte);
-        text += digits;
-    }
-    return text;
-}
-
 Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol,
                const kzclient::Catalogue& names)
     : m_number(number),
@@ -148,7 +138,8 @@ void Device::notePacket(Direction direction, uint8_t stream, std::span<const uin
     }
 }
 
-void Device::noteMessage(Direction direction, const Interface& interface, uint8_t stream, const Bytes& message) {
+void Device::noteMessage(Direction direction, const Interface& interface, uint8_t stream,
+                         const kzclient::Bytes& message) {
     const bool isWrite = direction == Direction::kWrite;
     isWrite ? m_interests.noteRequest(interface, message) : m_interests.noteAnswer(interface, message);
     m_events.add("message", {{"direction", isWrite ? "write" : "notify"},
@@ -169,7 +160,7 @@ Json Device::state() const {
     }
     return {{"device", m_number},
             {"connection", connection()},
-            {"address", addressText(address())},
+            {"address", kzclient::addressText(address())},
             {"type", type()},
             {"typeName", m_protocol.deviceTypeName(type())},
             {"central", m_peer.cameraIsCentral},

@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "eventLog.h"
-#include "hexText.h"
 #include "interests.h"
 #include "meaning.h"
 #include "packetAssembler.h"
@@ -79,7 +78,7 @@ class Device {
     void onLink(Work work);
     void read();
     void notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet);
-    void noteMessage(Direction direction, const Interface& interface, uint8_t stream, const Bytes& message);
+    void noteMessage(Direction direction, const Interface& interface, uint8_t stream, const kzclient::Bytes& message);
 
     const unsigned m_number;
     const kzclient::RadioLink::Peer m_peer;
@@ -103,8 +102,5 @@ class Device {
     kzclient::RadioLink m_link;
     std::thread m_reader;
 };
-
-// "02:00:00:00:01:01"
-std::string addressText(const kzclient::Address& address);
 
 }  // namespace kzdesk

@@ -40,7 +40,7 @@ kzclient::Address DeviceTable::reserve(const Wish& wish, unsigned number) {
                         std::any_of(m_devices.begin(), m_devices.end(),
                                     [&](const auto& one) { return one.second->address() == address; });
     if (isUsed) {
-        throw ApiError(409, "address-in-use", "another device has the address " + addressText(address));
+        throw ApiError(409, "address-in-use", "another device has the address " + kzclient::addressText(address));
     }
     m_connecting.insert(address);
     return address;

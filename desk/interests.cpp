@@ -37,7 +37,7 @@ const Row* rowOf(uint8_t stream, Meaning::Message message) {
 }
 
 // The ids of a request, or, when it names none and so means all, those of the answer: byte, result, {id length value}.
-std::set<uint8_t> idsOf(const Bytes& request, Meaning::Message answer) {
+std::set<uint8_t> idsOf(const kzclient::Bytes& request, Meaning::Message answer) {
     std::set<uint8_t> ids(request.begin() + 1, request.end());
     for (size_t at = 2; request.size() == 1 && at + 1 < answer.size(); at += 2U + answer[at + 1]) {
         ids.insert(answer[at]);
@@ -52,7 +52,7 @@ void Interests::noteRequest(const Interface& interface, Meaning::Message message
         return;
     }
     const std::lock_guard lock(m_mutex);
-    m_open.emplace_back(interface.request, Bytes(message.begin(), message.end()));
+    m_open.emplace_back(interface.request, kzclient::Bytes(message.begin(), message.end()));
     if (m_open.size() > kMostOpen) {
         m_open.pop_front();
     }
@@ -69,7 +69,7 @@ void Interests::noteAnswer(const Interface& interface, Meaning::Message message)
     if (open == m_open.end()) {
         return;
     }
-    const Bytes request = std::move(open->second);
+    const kzclient::Bytes request = std::move(open->second);
     m_open.erase(open);
     const Row& row = *rowOf(interface.request, request);
     if (message[1] != kSuccess && (message[1] != kPartial || row.does != Row::Does::kAdd)) {

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "hexText.h"
+#include "bleClient.h"
 #include "meaning.h"
 #include "protocolFile.h"
 
@@ -25,7 +25,7 @@ class Interests {
 
   private:
     mutable std::mutex m_mutex;
-    std::deque<std::pair<uint8_t, Bytes>> m_open;  // stream and message of requests without an answer
+    std::deque<std::pair<uint8_t, kzclient::Bytes>> m_open;  // stream and message of requests without an answer
     std::map<std::string, std::set<uint8_t>> m_ids;
     std::set<std::string> m_buffers;
 };

@@ -70,13 +70,17 @@ std::vector<std::string> RequestBody::words(const char* member) const {
     return list.get<std::vector<std::string>>();
 }
 
-Bytes RequestBody::bytes(const char* member, size_t most) const {
-    const auto bytes = bytesOfHex(text(member));
-    if (!bytes || bytes->empty() || bytes->size() > most) {
+kzclient::Bytes RequestBody::bytes(const char* member, size_t most) const {
+    kzclient::Bytes bytes;
+    try {
+        bytes = kzclient::parseHex(text(member));
+    } catch (const kzclient::WrongUse&) {
+    }
+    if (bytes.empty() || bytes.size() > most) {
         throw badRequest(quoted(member) + " has to be 1 to " + std::to_string(most) +
                          " bytes in hexadecimal digits, for example \"01 01 01\"");
     }
-    return *bytes;
+    return bytes;
 }
 
 }  // namespace kzdesk

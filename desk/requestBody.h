@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "hexText.h"
+#include "bleClient.h"
 
 namespace kzdesk {
 
@@ -26,7 +26,7 @@ class RequestBody {
     std::string text(const char* member) const;
     std::vector<std::string> words(const char* member) const;
     // Bytes as hexadecimal digits, 1 to `most` of them.
-    Bytes bytes(const char* member, size_t most) const;
+    kzclient::Bytes bytes(const char* member, size_t most) const;
 
   private:
     nlohmann::json m_object;

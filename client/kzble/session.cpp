@@ -18,12 +18,6 @@ namespace {
 constexpr const char* kInstalledCatalogue = "/usr/local/zorvik/etc/58/settings.json";
 constexpr int kDefaultTimeoutMs = 5000;
 
-std::string addressText(const kzclient::Address& address) {
-    std::string text = kzclient::hex(address);
-    std::replace(text.begin(), text.end(), ' ', ':');
-    return text;
-}
-
 }  // namespace
 
 kzclient::BleClient& Session::client() {
@@ -46,7 +40,7 @@ std::unique_ptr<kzclient::BleClient> Session::connectAs(uint8_t deviceType, bool
 std::unique_ptr<kzclient::BleClient> Session::connectAs(const kzclient::RadioLink::Peer& peer) {
     const std::chrono::milliseconds timeout(options.timeoutMs.value_or(kDefaultTimeoutMs));
     auto client = std::make_unique<kzclient::BleClient>(options.socket, peer, timeout);
-    client->link().setTrace(tracer(addressText(peer.address)));
+    client->link().setTrace(tracer(kzclient::addressText(peer.address)));
     m_recording.add(client->link(), peer, options.recording);
     return client;
 }
@@ -88,28 +82,6 @@ Bytes number(uint64_t value, size_t width) {
     Bytes bytes(width);
     for (size_t i = width; i-- > 0; value >>= 8) {
         bytes[i] = static_cast<uint8_t>(value);
-    }
-    return bytes;
-}
-
-Bytes parseHex(const std::string& text) {
-    Bytes bytes;
-    std::string pair;
-    for (const char c : text) {
-        if (c == ' ' || c == ':') {
-            continue;
-        }
-        if (std::isxdigit(static_cast<unsigned char>(c)) == 0) {
-            throw WrongUse(std::string("not a hexadecimal digit: ") + c);
-        }
-        pair += c;
-        if (pair.size() == 2) {
-            bytes.push_back(static_cast<uint8_t>(std::stoul(pair, nullptr, 16)));
-            pair.clear();
-        }
-    }
-    if (!pair.empty()) {
-        throw WrongUse("an odd number of hexadecimal digits");
     }
     return bytes;
 }

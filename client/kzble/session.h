@@ -16,6 +16,7 @@ namespace kzble {
 
 using kzclient::Bytes;
 using kzclient::Error;
+using kzclient::parseHex;
 using kzclient::Refused;
 using kzclient::TimedOut;
 using kzclient::WrongUse;
@@ -64,8 +65,6 @@ class Session {
 
 // Big-endian, in as many bytes as asked.
 Bytes number(uint64_t value, size_t width);
-// Hexadecimal digits, blanks and colons allowed. Throws WrongUse.
-Bytes parseHex(const std::string& text);
 // The parameters of a command's answer, each behind its length. Throws Error.
 std::vector<Bytes> splitParameters(const Bytes& answer);
 // Now, as RFC 3339 has it: date, time with milliseconds, offset from UTC.
