@@ -22,6 +22,7 @@ namespace {
 
 constexpr size_t kKeptLines = 30;
 constexpr int kStartSeconds = 15;
+constexpr const char* kDaemonQueue = "/dev/mqueue/to_kzBleD";  // clients look for it
 constexpr std::chrono::milliseconds kLook{20};
 
 // One record to the console and the one that it answers with: a byte that is the outcome, then JSON.
@@ -44,10 +45,10 @@ std::string askConsole(const std::string& request) {
     return answer;
 }
 
-void awaitSocket(const char* path, Process& server) {
+void await(const char* path, Process& maker) {
     for (int look = 0; !std::filesystem::exists(path); ++look) {
-        if (!server.running() || look * kLook > std::chrono::seconds(kStartSeconds)) {
-            throw std::runtime_error(std::string("nobody listens at ") + path);
+        if (!maker.running() || look * kLook > std::chrono::seconds(kStartSeconds)) {
+            throw std::runtime_error(std::string("nobody makes ") + path);
         }
         std::this_thread::sleep_for(kLook);
     }
@@ -103,14 +104,15 @@ int Process::wait(int seconds) {
 
 Camera::Camera(const std::string& logFile) : m_logFile(logFile) {
     m_simulator.start({KZ_SIMULATOR}, STDERR_FILENO);
-    awaitSocket(kzradio::kRadioEndpoint.address(), m_simulator);
-    awaitSocket(kzsim::kConsoleEndpoint.address(), m_simulator);
+    await(kzradio::kRadioEndpoint.address(), m_simulator);
+    await(kzsim::kConsoleEndpoint.address(), m_simulator);
     int log[2];
     if (pipe2(log, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe for the daemon's log");
     }
     m_daemon.start({KZ_DAEMON}, log[1]);
     close(log[1]);
+    await(kDaemonQueue, m_daemon);
     m_logReader = std::thread([this, descriptor = log[0]] { readLog(descriptor); });
 }
 
