@@ -1,5 +1,6 @@
 # Writes kzVersion.cpp (OUTPUT) for the sources in SOURCE_DIR. An unchanged file is left alone, so that nothing is linked
 # anew. Sources without a repository name their commit in the environment, KZ_COMMIT.
+cmake_minimum_required(VERSION 3.25)
 set(commit $ENV{KZ_COMMIT})
 if(NOT commit)
   execute_process(
