@@ -6,7 +6,7 @@ namespace kzclient {
 
 namespace {
 
-volatile std::sig_atomic_t interruptCame = 0;
+volatile std::sig_atomic_t interruptCame = 0;  // the signal's number
 
 }  // namespace
 
@@ -32,7 +32,7 @@ const char* nameOf(Outcome outcome) {
 
 void catchInterrupts() {
     struct sigaction action {};
-    action.sa_handler = [](int) { interruptCame = 1; };  // without SA_RESTART: the call that waits returns
+    action.sa_handler = [](int number) { interruptCame = number; };  // without SA_RESTART: the call that waits returns
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }
@@ -42,6 +42,12 @@ void checkInterrupt() {
         interruptCame = 0;
         throw Interrupted();
     }
+}
+
+bool forgetInterrupt() {
+    const bool came = interruptCame == SIGINT;
+    interruptCame = came ? 0 : interruptCame;
+    return came;
 }
 
 }  // namespace kzclient

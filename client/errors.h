@@ -61,5 +61,7 @@ class Interrupted : public Error {
 void catchInterrupts();
 // Throws Interrupted when such a signal came, and forgets it.
 void checkInterrupt();
+// Whether SIGINT came, which is then forgotten: for a prompt, where it ends the line alone.
+bool forgetInterrupt();
 
 }  // namespace kzclient

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <tuple>
@@ -155,15 +156,20 @@ std::string DeviceName(const KzmfRecord& device) {
     return ValueText(DecodeKzmfSamples(*name, "").front().front());
 }
 
-// What a stream says about the samples of this record.
-std::string UnitInStream(const KzmfRecord& stream, const KzmfRecord& record) {
-    const bool aboutOthers = record.key == "UNIT" || record.key == "SCAL" || record.key == "EMPT";
-    const std::string known = KzmfUnit(record.key);
-    const KzmfRecord* unit = stream.Child("UNIT");
-    if (!known.empty() || aboutOthers || unit == nullptr || unit->data.empty()) {
-        return known;
+// What the stream says under `key` about the samples of a record, if it says something.
+std::optional<KzmfValue> SaidInStream(const KzmfRecord& stream, const KzmfRecord& record, const char* key) {
+    const bool isAboutOthers = record.key == "UNIT" || record.key == "SCAL" || record.key == "EMPT";
+    const KzmfRecord* about = stream.Child(key);
+    if (isAboutOthers || about == nullptr || about->data.empty()) {
+        return std::nullopt;
     }
-    return ValueText(DecodeKzmfSamples(*unit, "").front().front());
+    return DecodeKzmfSamples(*about, "").front().front();
+}
+
+std::string UnitInStream(const KzmfRecord& stream, const KzmfRecord& record) {
+    const std::string known = KzmfUnit(record.key);
+    const auto unit = known.empty() ? SaidInStream(stream, record, "UNIT") : std::nullopt;
+    return unit ? ValueText(*unit) : known;
 }
 
 // A record of a stream, with its place in the whole recording.
@@ -173,11 +179,12 @@ struct StreamRecord {
     size_t stream;  // number in its device
     const KzmfRecord& record;
     std::string unit;
-    size_t index;    // of the first sample among all of this key in this stream
-    size_t payload;  // how many payloads of this stream came before
+    KzmfValue scale;  // samples are stored multiplied by it
+    size_t index;     // of the first sample among all of this key in this stream
+    size_t payload;   // how many payloads of this device came before
     Samples samples;
 
-    // Seconds since the stream's first payload: one payload is handed over a second, with the samples of that second.
+    // Seconds since the device's first payload: one payload is handed over a second, with the samples of that second.
     double TimeOf(size_t sample) const {
         const double place = static_cast<double>(sample) / static_cast<double>(samples.size());
         return static_cast<double>(payload) + std::round(place * 1000) / 1000;
@@ -186,23 +193,24 @@ struct StreamRecord {
 
 template <typename Action>
 void ForEachStreamRecord(const KzmfDocument& document, Action action) {
-    std::map<std::pair<uint64_t, size_t>, size_t> payloads;                    // by device and stream
-    std::map<std::tuple<uint64_t, size_t, std::string>, size_t> samplesSoFar;  // and key
+    std::map<uint64_t, size_t> payloads;                                       // by device
+    std::map<std::tuple<uint64_t, size_t, std::string>, size_t> samplesSoFar;  // by device, stream and key
     for (const KzmfRecord& device : document.devices) {
         const uint64_t id = KzmfNumber(device, "DVID", 0);
+        const size_t payload = payloads[id]++;
         size_t number = 0;
         for (const KzmfRecord& stream : device.children) {
             if (stream.key != "STRM" || !stream.IsContainer()) {
                 continue;
             }
-            const size_t payload = payloads[{id, number}]++;
             const std::string typeText = KzmfTypeText(stream);
             for (const KzmfRecord& record : stream.children) {
                 size_t& soFar = samplesSoFar[{id, number, record.key}];
                 Samples samples = DecodeKzmfSamples(record, typeText);
                 const size_t index = std::exchange(soFar, soFar + samples.size());
-                action(StreamRecord{id, DeviceName(device), number, record, UnitInStream(stream, record), index,
-                                    payload, std::move(samples)});
+                action(StreamRecord{id, DeviceName(device), number, record, UnitInStream(stream, record),
+                                    SaidInStream(stream, record, "SCAL").value_or(int64_t{1}), index, payload,
+                                    std::move(samples)});
             }
             ++number;
         }
@@ -245,6 +253,7 @@ void PrintKzmfJson(const KzmfDocument& document, std::ostream& out) {
                           {"key", row.record.key},
                           {"type", Escaped(std::string(1, row.record.type))},
                           {"unit", row.unit},
+                          {"scale", ValueJson(row.scale)},
                           {"index", row.index},
                           {"time", row.payload},
                           {"samples", ordered_json::array()}};
@@ -262,14 +271,15 @@ void PrintKzmfCsv(const KzmfDocument& document, std::ostream& out) {
             columns = std::max(columns, sample.size());
         }
     });
-    out << "device,name,stream,key,unit,index,time";
+    out << "device,name,stream,key,unit,scale,index,time";
     for (size_t i = 1; i <= columns; ++i) {
         out << ",value" << i;
     }
     out << '\n';
     ForEachStreamRecord(document, [&](const StreamRecord& row) {
         const std::string front = std::to_string(row.device) + ',' + CsvField(row.name) + ',' +
-                                  std::to_string(row.stream) + ',' + row.record.key + ',' + CsvField(row.unit) + ',';
+                                  std::to_string(row.stream) + ',' + row.record.key + ',' + CsvField(row.unit) + ',' +
+                                  ValueText(row.scale) + ',';
         for (size_t i = 0; i < row.samples.size(); ++i) {
             out << front << row.index + i << ',' << NumberText(row.TimeOf(i));
             for (size_t column = 0; column < columns; ++column) {

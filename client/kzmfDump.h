@@ -16,15 +16,15 @@ enum class KzmfForm { kTree, kJson, kCsv };
 // samples.
 void PrintKzmfTree(const KzmfDocument& document, std::ostream& out, size_t samplesShown = 8);
 
-// One line a record of a stream, as one object: "device", "name", "stream", "key", "type", "unit", "index", "time" (of
-// the first sample, see below), "samples". A sample of one value is that value, any other an array; raw bytes are
-// hexadecimal text.
+// One line a record of a stream, as one object: "device", "name", "stream", "key", "type", "unit", "scale", "index",
+// "time" (of the first sample, see below), "samples". A sample of one value is that value, any other an array; raw
+// bytes are hexadecimal text.
 void PrintKzmfJson(const KzmfDocument& document, std::ostream& out);
 
 // A header row, then one row a sample of every stream record: device id, device name, number of the stream in its
-// device, key, unit, number of the sample among all of its stream and key, seconds since the stream's first payload,
-// values. Recorded payloads bear no time: one is taken to hold a second, which its samples share evenly. Rows have as
-// many columns as the widest sample needs.
+// device, key, unit, scale (values are stored multiplied by it), number of the sample among all of its stream and key,
+// seconds since the device's first payload, values. Recorded payloads bear no time: one is taken to hold a second,
+// which its samples share evenly. Rows have as many columns as the widest sample needs.
 void PrintKzmfCsv(const KzmfDocument& document, std::ostream& out);
 
 // The unit of a known key's values; empty for any other.

@@ -29,7 +29,7 @@ std::string valueText(ValueKind kind, const Entry& entry, const Catalogue& catal
         return "unknown";
     }
     if (json.is_string()) {
-        return json.get<std::string>();
+        return printable(json.get<std::string>());
     }
     const auto number = json.get<uint64_t>();
     if (kind == ValueKind::Status) {
@@ -37,6 +37,20 @@ std::string valueText(ValueKind kind, const Entry& entry, const Catalogue& catal
     }
     const std::string name = catalogue.optionName(entry.id, number);
     return name == std::to_string(number) ? name : name + " (" + std::to_string(number) + ")";
+}
+
+std::string printable(const std::string& text) {
+    std::string safe;
+    for (const char c : text) {
+        const auto byte = static_cast<uint8_t>(c);
+        constexpr uint8_t kDelete = 0x7F;
+        if (byte < ' ' || byte == kDelete) {
+            safe += "\\x" + hex(Bytes{byte});
+        } else {
+            safe += c;
+        }
+    }
+    return safe;
 }
 
 std::string idName(ValueKind kind, uint8_t id, const Catalogue& catalogue) {

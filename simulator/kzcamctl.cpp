@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "closedStreams.h"
 #include "consoleClient.h"
 #include "controlLine.h"
 #include "kzVersion.h"
@@ -98,6 +99,10 @@ void printText(const std::string& command, const Result& result) {
 
 int finish(bool json, const std::string& command, const Result& result) {
     (json ? printJson : printText)(command, result);
+    if ((std::fflush(stdout) != 0 || std::ferror(stdout) != 0) && result.outcome == Outcome::Done) {
+        std::fprintf(stderr, "kzcamctl: cannot write to standard output\n");
+        return static_cast<int>(Outcome::Failed);
+    }
     return static_cast<int>(result.outcome);
 }
 
@@ -109,6 +114,7 @@ bool asksForJson(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    kzsim::occupyClosedStreams();
     CLI::App app("Pokes a running kzCameraSim. Its console is found through $KZ_CONSOLE_SOCKET, else at " +
                  std::string(kzsim::kConsoleEndpoint.path) + ".");
     app.set_version_flag("--version", std::string("kzcamctl ") + kzVersion);

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "cameraIds.h"
+#include "closedStreams.h"
 #include "console.h"
 #include "consoleWire.h"
 #include "csi/csiKeys.h"
@@ -173,6 +174,7 @@ void run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    kzsim::occupyClosedStreams();
     CLI::App app(
         "kzCameraSim plays the camera around kzBleSdkD: radio stack, control daemon, network daemon with the CSI "
         "service, and metadata service. Poke it with kzcamctl.");

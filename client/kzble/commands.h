@@ -47,6 +47,10 @@ CLI::Option* addNumber(CLI::App& command, const std::string& name, Number& value
     return command.add_option(name, value, help)->check(CLI::Range(least, most).description(""))->transform(decimal());
 }
 
+// A number within bounds, which may have a fraction.
+CLI::Option* addDecimal(CLI::App& command, const std::string& name, double& value, const std::string& help,
+                        double least, double most);
+
 // Each adds one family of commands.
 void addControlCommands(const Place& place);
 void addTimeCommands(const Place& place);

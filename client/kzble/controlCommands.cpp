@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "nearest.h"
+#include "valueText.h"
 
 namespace kzble {
 
@@ -81,7 +82,7 @@ void info(Session& session) {
         json[kNames[i]] = kTexts[i] ? ordered_json(text(fields[i])) : ordered_json(kzclient::bigEndian(fields[i]));
         const auto& value = json[kNames[i]];
         lines << (i == 0 ? "" : "\n") << std::left << std::setw(14) << kNames[i]
-              << (value.is_string() ? value.get<std::string>() : value.dump());
+              << (value.is_string() ? kzclient::printable(value.get<std::string>()) : value.dump());
     }
     session.print(json, lines.str());
 }
@@ -95,7 +96,7 @@ void version(Session& session) {
     const std::string apiText =
         std::to_string(kzclient::bigEndian(api[0])) + "." + std::to_string(kzclient::bigEndian(api[1]));
     session.print({{"catalogue", text(catalogue[0])}, {"api", apiText}},
-                  "catalogue " + text(catalogue[0]) + ", third-party API " + apiText);
+                  "catalogue " + kzclient::printable(text(catalogue[0])) + ", third-party API " + apiText);
 }
 
 // A command whose one parameter is a number of `width` bytes.

@@ -24,8 +24,7 @@ struct Failure {
 Outcome report(const Session& session, const LinePlace& place, const Failure& failure) {
     const std::string command = failure.command.empty() ? "" : failure.command + ": ";
     const std::string where = place.number == 0 ? "" : place.file + ":" + std::to_string(place.number) + ": ";
-    if (!session.options.json) {
-        std::cout.flush();
+    if (!session.options.json || !std::cout.flush()) {
         if (failure.outcome == Outcome::Interrupted) {  // who interrupted knows
             return failure.outcome;
         }
@@ -41,13 +40,14 @@ Outcome report(const Session& session, const LinePlace& place, const Failure& fa
         json["file"] = place.file;
         json["line"] = place.number;
     }
-    session.print(json, "");
+    std::cout << oneLine(json) << std::endl;
     return failure.outcome;
 }
 
 Outcome run(Session& session, const Work& work, const LinePlace& place) {
     try {
         work.run();
+        expectPrinted();
         return Outcome::Done;
     } catch (const kzclient::Interrupted& interrupted) {
         session.interrupted = true;
@@ -170,7 +170,7 @@ Outcome runScript(Session& session, const std::string& file) {
     if (file != "-") {
         opened.open(file);
         if (!opened) {
-            throw WrongUse("cannot read " + file);
+            throw Error("cannot read " + file);
         }
     }
     std::istream& lines = file == "-" ? std::cin : opened;

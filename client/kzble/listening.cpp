@@ -22,8 +22,7 @@ void expectCount(const Limits& limits, uint32_t counted) {
 
 void Limits::addTo(CLI::App& command) {
     addNumber(command, "--count", count, "Stop after so many; fewer in the time of --for exits 3", 1, 1000000);
-    command.add_option("--for", seconds, "Stop after so many seconds; when nothing came, exits 3")
-        ->check(CLI::Range(0.001, 1e6).description(""));
+    addDecimal(command, "--for", seconds, "Stop after so many seconds; when nothing came, exits 3", 0.001, 1e6);
 }
 
 void listen(kzclient::BleClient& client, const Limits& limits,

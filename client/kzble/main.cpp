@@ -3,9 +3,11 @@
 #include <csignal>
 #include <iostream>
 
+#include "closedStreams.h"
 #include "lines.h"
 
 int main(int argc, char** argv) {
+    kzsim::occupyClosedStreams();
     kzclient::catchInterrupts();
     kzclient::Outcome outcome{};
     {

@@ -85,6 +85,18 @@ CLI::Validator decimal() {
     return {strip, "", "decimal"};
 }
 
+CLI::Option* addDecimal(CLI::App& command, const std::string& name, double& value, const std::string& help,
+                        double least, double most) {
+    const auto check = [least, most](const std::string& text) {
+        double number = 0;
+        const bool isWithin = CLI::detail::lexical_cast(text, number) && number >= least && number <= most;
+        std::ostringstream problem;
+        problem << "Value " << text << " not in range " << least << " to " << most;
+        return isWithin ? std::string() : problem.str();
+    };
+    return command.add_option(name, value, help)->check(check);
+}
+
 CLI::App* addCommand(const Place& place, const CommandText& text, std::function<void()> work) {
     CLI::App* command = place.app.add_subcommand(text.name, text.help);
     command->group(place.group);

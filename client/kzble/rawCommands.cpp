@@ -68,10 +68,8 @@ void addRaw(const Place& place) {
         ->required()
         ->check(CLI::IsMember(std::vector<int>(std::begin(kRequestStreams), std::end(kRequestStreams))));
     command->add_option("message", raw->words, "The message in hexadecimal")->required();
-    command
-        ->add_option("--listen", raw->listen,
-                     "Keep the connection for so many seconds and print the stream and bytes of all that comes")
-        ->check(CLI::Range(0.001, 1e6).description(""));
+    addDecimal(*command, "--listen", raw->listen,
+               "Keep the connection for so many seconds and print the stream and bytes of all that comes", 0.001, 1e6);
 }
 
 void addDebug(const Place& place) {

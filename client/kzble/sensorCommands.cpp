@@ -101,6 +101,11 @@ const Type& parseType(const std::string& letter) {
     return *row;
 }
 
+bool isKey(const std::string& text) {
+    constexpr std::string_view kCharacters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789 ";
+    return text.size() == kKeyLength && text.find_first_not_of(kCharacters) == std::string::npos;
+}
+
 std::vector<Key> parseKeys(const Sensor& sensor) {
     const size_t count = sensor.keys.size();
     if (count == 0 || count > kMostKeys) {
@@ -108,8 +113,8 @@ std::vector<Key> parseKeys(const Sensor& sensor) {
     }
     std::vector<Key> keys;
     for (size_t i = 0; i < count; ++i) {
-        if (sensor.keys[i].size() != kKeyLength) {
-            throw WrongUse("a key has four characters, not \"" + sensor.keys[i] + "\"");
+        if (!isKey(sensor.keys[i])) {
+            throw WrongUse("a key has four letters, digits or blanks, unlike \"" + sensor.keys[i] + "\"");
         }
         Key key{sensor.keys[i], parseType(ofKey(sensor.types, i, count, "--type", std::string("S"))),
                 ofKey(sensor.scales, i, count, "--scale", 1U), ofKey(sensor.units, i, count, "--unit", std::string())};
@@ -136,12 +141,23 @@ Bytes encode(const Type& type, double value) {
     return bytes;
 }
 
+// Whether an integer stores the value whole, but for what a multiplication of fractions leaves behind.
+bool isWhole(double value) {
+    constexpr double kNearlyNothing = 1e-9;
+    return std::abs(value - std::round(value)) <= kNearlyNothing * std::max(1.0, std::abs(value));
+}
+
 Bytes sampleOf(const Key& key, double value) {
     const double stored = value * key.scale;
-    if (!(std::round(stored) >= key.type.least && std::round(stored) <= key.type.most)) {
+    const bool isInteger = key.type.letter != 'f' && key.type.letter != 'd';
+    const char* problem = std::round(stored) < key.type.least || std::round(stored) > key.type.most ? "does not fit"
+                          : isInteger && !isWhole(stored) ? "has a fraction, unlike"
+                                                          : nullptr;
+    if (problem != nullptr) {
         std::ostringstream text;
-        text << value;
-        throw WrongUse("the sample " + text.str() + " does not fit type " + key.type.letter + " of " + key.name);
+        text << "the sample " << value << ' ' << problem << " type " << key.type.letter << " of " << key.name
+             << " (see --type and --scale)";
+        throw WrongUse(text.str());
     }
     return encode(key.type, stored);
 }
@@ -311,9 +327,7 @@ void addSensorCommands(const Place& place) {
     command->add_option("--scale", sensor->scales, "Samples are stored multiplied by it, as the record SCAL says")
         ->check(CLI::Range(int64_t{1}, int64_t{UINT32_MAX}).description(""));
     command->add_option("--unit", sensor->units, "Unit of the samples, as the record UNIT says");
-    command->add_option("--rate", sensor->rate, "Samples a second and key")
-        ->check(CLI::Range(0.001, 10000.0).description(""))
-        ->capture_default_str();
+    addDecimal(*command, "--rate", sensor->rate, "Samples a second and key", 0.001, 10000)->capture_default_str();
     addNumber(*command, "--samples", sensor->samples, "Samples a key", 1, 10000000)->capture_default_str();
     command->add_flag("--fast", sensor->fast, "Do not wait between samples: simulated time");
     command->add_flag("--stdin", sensor->fromInput, "Read samples from standard input, a line with one for each key");

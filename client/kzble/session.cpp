@@ -66,16 +66,22 @@ const kzclient::Catalogue& Session::catalogue() {
 }
 
 void Session::print(const nlohmann::ordered_json& json, const std::string& text) const {
-    if (options.json) {
-        // Texts of the camera need not be UTF-8.
-        std::cout << json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
-    } else {
-        std::cout << text << std::endl;
-    }
+    std::cout << (options.json ? oneLine(json) : text) << std::endl;
+    expectPrinted();
 }
 
 void Session::printDone() const {
     print({{"result", "success"}}, "ok");
+}
+
+std::string oneLine(const nlohmann::ordered_json& json) {
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void expectPrinted() {
+    if (!std::cout.flush()) {
+        throw Error("cannot write to standard output");
+    }
 }
 
 Bytes number(uint64_t value, size_t width) {

@@ -45,7 +45,8 @@ class Session {
     bool isConnected() const { return m_client != nullptr; }
     const kzclient::Catalogue& catalogue();
 
-    // Prints a result: the JSON, one object on one line, when it was asked for, else the text.
+    // Prints a result: the JSON, one object on one line, when it was asked for, else the text. Throws Error when nobody
+    // can read it.
     void print(const nlohmann::ordered_json& json, const std::string& text) const;
     // "ok", for commands without a result of their own.
     void printDone() const;
@@ -63,6 +64,10 @@ class Session {
     Recording m_recording;
 };
 
+// The JSON on one line. Texts of the camera need not be UTF-8.
+std::string oneLine(const nlohmann::ordered_json& json);
+// Throws Error when standard output does not take what was printed.
+void expectPrinted();
 // Big-endian, in as many bytes as asked.
 Bytes number(uint64_t value, size_t width);
 // The parameters of a command's answer, each behind its length. Throws Error.

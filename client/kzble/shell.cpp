@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <optional>
 
 #include "lines.h"
 
@@ -93,11 +94,19 @@ char** completeWord(const char* text, int start, int) {
     return matches;
 }
 
-// An interrupt at the prompt ends no command that is yet to come.
-void forgetInterrupt() {
-    try {
-        kzclient::checkInterrupt();
-    } catch (const kzclient::Interrupted&) {
+// The next line; nothing at the end of the input. An interrupt drops what was typed.
+std::optional<std::string> readLine() {
+    for (;;) {
+        if (char* const typed = readline("kzble> ")) {
+            const std::string line(typed);
+            std::free(typed);
+            kzclient::forgetInterrupt();  // it ends no command that is yet to come
+            return line;
+        }
+        if (!kzclient::forgetInterrupt()) {
+            return std::nullopt;
+        }
+        std::cout << std::endl;
     }
 }
 
@@ -111,19 +120,16 @@ void readTerminal(Session& session) {
     const std::string history = historyFile();
     read_history(history.c_str());
     LinePlace place{"shell", 0};
-    while (char* const typed = readline("kzble> ")) {
-        const std::string line(typed);
-        std::free(typed);
-        if (line == "exit" || line == "quit") {
+    while (const auto line = readLine()) {
+        if (*line == "exit" || *line == "quit") {
             return;
         }
-        if (line.find_first_not_of(" \t") != std::string::npos) {
-            add_history(line.c_str());
+        if (line->find_first_not_of(" \t") != std::string::npos) {
+            add_history(line->c_str());
             write_history(history.c_str());
         }
         ++place.number;
-        forgetInterrupt();
-        runLine(session, line, place);
+        runLine(session, *line, place);
         session.interrupted = false;  // that was for the line alone
     }
     std::cout << std::endl;

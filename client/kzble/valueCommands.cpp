@@ -42,7 +42,7 @@ void names(Session& session, const Names& names) {
         const std::string fromCamera(entry.value.begin(), entry.value.end());
         const std::string name = catalogue.settingName(entry.id);
         session.print({{"id", entry.id}, {"name", name}, {"camera", fromCamera}},
-                      std::to_string(entry.id) + "  " + name + "  (camera: " + fromCamera + ")");
+                      std::to_string(entry.id) + "  " + name + "  (camera: " + kzclient::printable(fromCamera) + ")");
     }
     expectNamed(ValueKind::Setting, names.empty() ? Bytes() : ids, entries);
 }

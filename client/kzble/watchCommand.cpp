@@ -1,5 +1,6 @@
 // `kzble watch`: registers for changes and prints one decoded line a push. `kzble wait`: until a value is reached.
 #include <algorithm>
+#include <charconv>
 #include <iostream>
 #include <utility>
 
@@ -231,11 +232,12 @@ Goal parseGoal(const std::string& text, const kzclient::Catalogue& catalogue) {
     if (kzclient::isTextStatus(status)) {
         return {ValueKind::Status, status, value};
     }
-    const auto number = kzclient::parseNumber(value);
-    if (!number) {
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+    if (error != std::errc{} || end != value.data() + value.size()) {
         throw WrongUse(catalogue.statusName(status) + " has numbers for values, not \"" + value + "\"");
     }
-    return {ValueKind::Status, status, std::to_string(*number)};
+    return {ValueKind::Status, status, std::to_string(number)};
 }
 
 // The entry that reaches the goal, if there is one.
