@@ -44,7 +44,7 @@ commands_of() {
          /\\$/ { sub(/\\$/, ""); more = $0; next }
          !/^#/ { print }' "$1"
 }
-how_to_treat() { awk -v command="$1" '{ at = index($0, " | ") } substr($0, at + 3) == command { print substr($0, 1, at - 1) }' "$table"; }
+how_to_treat() { command=$1 awk '{ at = index($0, " | ") } substr($0, at + 3) == ENVIRON["command"] { print substr($0, 1, at - 1) }' "$table"; }
 
 run() { bash -c "$1" </dev/null >"$folder/answer" 2>&1; }
 keep() {
@@ -71,6 +71,7 @@ answers() { run "$1" || (($? == 1)); }
 treat() {
     case $(how_to_treat "$1") in
         run) run "$1" || failed "$1" ;;
+        fields) run "$1" && grep -q 'preset_array' "$folder/answer" || failed "$1" ;;
         attach) run "$1" && grep -q 'Inferior 1 .* detached' "$folder/answer" || failed "$1" ;;
         any) answers "$1" || failed "$1" ;;
         keep) keep "$1" || failed "$1" ;;
