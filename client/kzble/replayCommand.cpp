@@ -148,7 +148,7 @@ std::vector<kzcapture::Frame> read(const Replaying& replaying) try {
     }
     return frames;
 } catch (const kzcapture::CaptureError& error) {
-    throw WrongUse(error.what());
+    throw Error(error.what());
 }
 
 // The address and type of a recorded device, else those of the options.

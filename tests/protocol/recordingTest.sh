@@ -85,7 +85,7 @@ kzcamctl radio go >/dev/null
 echo "- a file that is no recording is told"
 while read -r words; do
     eval "$words" >wrong.pcapng
-    replay 64 wrong.pcapng
+    replay 1 wrong.pcapng
     answers 'wrong.pcapng: '
 done <<'ROWS'
 head -c 100 /dev/zero
