@@ -66,6 +66,7 @@ while IFS='|' read -r fault promises; do
 done <<'ROWS'
 starts a thread|process.threads
 dies in a fork|process.fork
+ends its process in a fork|process.fork process.end
 serves one thread|process.thread
 ignores a signal|process.state
 leaks a descriptor|process.leaks
