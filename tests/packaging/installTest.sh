@@ -54,12 +54,13 @@ systemd-analyze verify --man=no "$prefix/lib/systemd/system/kzBleSdkD.service" >
 ! grep -F kzBleSdkD /tmp/unit.log || fail "the unit"
 
 echo "- camera, daemon, client and desk find each other and their files"
-mkdir -p "$models" /tmp/kzcamera /tmp/fuse_d
+mkdir -p /tmp/kzcamera /tmp/fuse_d
+export PATH=$prefix/bin:$prefix/sbin:$PATH
+kzCameraSim >/tmp/camera.log 2>&1 & # which finds the catalogue of its tree
+until_true test -S /tmp/kzcamera/radio
+mkdir -p "$models"
 ln -s "$prefix/share/kzcamerasim/58" "$models/58"
 gzip -dc "$models/58/settings.json.gz" | cmp - "$models/58/settings.json"
-export PATH=$prefix/bin:$prefix/sbin:$PATH
-kzCameraSim >/tmp/camera.log 2>&1 &
-until_true test -S /tmp/kzcamera/radio
 kzBleSdkD 2>/tmp/daemon.log &
 until_true kzble info
 kzdesk --listen 0 >/tmp/desk.log &
