@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "skylark/bleMessage.h" /* which has to be C too */
+
 #define kzcontrol_interface_open good_open
 #define kzcontrol_send_command_param_response_ex good_command_ex
 #define kzcontrol_send_command_param_response good_command
