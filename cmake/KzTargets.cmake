@@ -50,6 +50,18 @@ if(KZ_COVERAGE)
   add_link_options(-fprofile-instr-generate)
 endif()
 
+# kz_installed_path(VARIABLE START FROM TO): how a file in the installation's folder FROM, which it calls START, names the
+# folder TO: relatively, so that the prefix is free until the installation, unless one of them lies outside any prefix.
+function(kz_installed_path variable start from to)
+  if(IS_ABSOLUTE "${from}" OR IS_ABSOLUTE "${to}")
+    cmake_path(ABSOLUTE_PATH to BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX} OUTPUT_VARIABLE path)
+  else()
+    file(RELATIVE_PATH path /${from} /${to})
+    set(path ${start}/${path})
+  endif()
+  set(${variable} ${path} PARENT_SCOPE)
+endfunction()
+
 # kz_add_test(NAME SOURCES file... LIBS target...): one GoogleTest program; each of its cases is a test of its own, so
 # that they run in parallel.
 function(kz_add_test name)

@@ -1,9 +1,13 @@
 #include "platform.h"
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <link.h>
 
 #include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <optional>
 #include <sstream>
 
 namespace kzcheck {
@@ -41,6 +45,35 @@ std::string pathOf(void* handle, const std::string& file) {
     return dlinfo(handle, RTLD_DI_LINKMAP, &map) == 0 && map->l_name[0] != '\0' ? map->l_name : file;
 }
 
+// What an ELF file begins with, in all classes alike.
+struct ElfHead {
+    unsigned char identification[EI_NIDENT];
+    uint16_t type;
+    uint16_t machine;
+
+    bool isForProcessorOf(const ElfHead& other) const {
+        return identification[EI_CLASS] == other.identification[EI_CLASS] &&
+               identification[EI_DATA] == other.identification[EI_DATA] && machine == other.machine;
+    }
+};
+
+std::optional<ElfHead> elfHeadOf(const std::string& file) {
+    ElfHead head;
+    std::ifstream stream(file, std::ios::binary);
+    const bool isElf = stream.read(reinterpret_cast<char*>(&head), sizeof head) &&
+                       std::memcmp(head.identification, ELFMAG, SELFMAG) == 0;
+    return isElf ? std::optional(head) : std::nullopt;
+}
+
+// Why a file was not loaded. The dynamic loader passes over a library for another processor, and then says that there
+// is none. It alone knows where it looked for a name without a folder.
+std::string reasonOf(const std::string& file, const char* loaderSays) {
+    const auto library = file.find('/') != std::string::npos ? elfHeadOf(file) : std::nullopt;
+    const auto program = elfHeadOf("/proc/self/exe");
+    const bool foreign = library && program && !library->isForProcessorOf(*program);
+    return foreign ? file + " is for another processor" : loaderSays;
+}
+
 }  // namespace
 
 std::string Platform::firstMissing(std::string_view functions) const {
@@ -63,7 +96,7 @@ Platform load(const std::array<std::string, 3>& files) {
         handles[i] = dlopen(files[i].c_str(), RTLD_NOW | RTLD_GLOBAL);  // stays loaded
         Platform::Library& library = platform.libraries[i];
         if (handles[i] == nullptr) {
-            library.error = dlerror();
+            library.error = reasonOf(files[i], dlerror());
         } else {
             library.path = pathOf(handles[i], files[i]);
         }

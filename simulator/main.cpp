@@ -51,8 +51,10 @@ constexpr const char* kFooter =
     "/proc/sys/fs/mqueue/msg_max to be at least as high.";
 
 void describe(CLI::App& app, Options& options) {
-    app.add_option("--settings", options.settings,
-                   "settings.json of the camera; by default /usr/local/zorvik/etc/MODEL/settings.json");
+    app.add_option(
+        "--settings", options.settings,
+        "settings.json of the camera; by default /usr/local/zorvik/etc/MODEL/settings.json, or where there is none the "
+        "installation's share/kzcamerasim/MODEL/settings.json");
     app.add_option(
         "--state", options.state,
         "current values at the start, as a push document; by default state.json beside the settings, if any");
@@ -82,6 +84,12 @@ std::string readFile(const std::string& path) {
     return text.str();
 }
 
+// The prefix that this program is installed under.
+std::filesystem::path installation() {
+    std::error_code unknown;
+    return std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path().parent_path();
+}
+
 std::string settingsPath(const Options& options) {
     if (!options.settings.empty()) {
         return options.settings;
@@ -90,7 +98,13 @@ std::string settingsPath(const Options& options) {
     if (name == nullptr) {
         throw std::runtime_error("no model has the number " + std::to_string(options.model));
     }
-    return "/usr/local/zorvik/etc/" + std::string(name) + "/settings.json";
+    const std::string file = std::string(name) + "/settings.json";
+    const std::string ofCamera = "/usr/local/zorvik/etc/" + file;
+    const auto ofInstallation = installation() / "share/kzcamerasim" / file;
+    std::error_code ignored;
+    const bool onlyInstalled =
+        !std::filesystem::exists(ofCamera, ignored) && std::filesystem::exists(ofInstallation, ignored);
+    return onlyInstalled ? ofInstallation.string() : ofCamera;
 }
 
 CameraModel makeCamera(const Options& options) {

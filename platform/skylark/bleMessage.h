@@ -1,15 +1,28 @@
 // The record exchanged with the radio-stack daemon over "/Mq_to_BleSdk" (to us) and "/Mq_to_Skylark" (from us), and the
-// numbering of GATT streams. Fixed by the radio-stack daemon; one record is one POSIX queue message of 88 bytes.
+// numbering of GATT streams. Fixed by the radio-stack daemon; one record is one POSIX queue message of 88 bytes. C code
+// may include it too, from C11 on.
 #pragma once
 
-#include <cstdint>
+#include <assert.h>
+#include <stdint.h>
 
-constexpr const char* kMqToBleSdk = "/Mq_to_BleSdk";    // radio-stack daemon to this daemon
-constexpr const char* kMqToSkylark = "/Mq_to_Skylark";  // this daemon to the radio-stack daemon
+// In C++ a number has a type; in C all are plain enumerators.
+#ifdef __cplusplus
+#define KZ_TEXT constexpr const char*
+#define KZ_NUMBER(name, value) constexpr unsigned name = value
+#define KZ_TYPE(type) : type
+#else
+#define KZ_TEXT static const char* const
+#define KZ_NUMBER(name, value) enum { name = value }
+#define KZ_TYPE(type)
+#endif
 
-constexpr unsigned kBlePacketSize = 20;  // a whole packet, header and payload: the largest GATT payload
-constexpr unsigned kBleRecordSize = 88;  // bytes of one record
-constexpr unsigned kBleAddressSize = 6;  // bytes of a device address
+KZ_TEXT kMqToBleSdk = "/Mq_to_BleSdk";    // radio-stack daemon to this daemon
+KZ_TEXT kMqToSkylark = "/Mq_to_Skylark";  // this daemon to the radio-stack daemon
+
+KZ_NUMBER(kBlePacketSize, 20);  // a whole packet, header and payload: the largest GATT payload
+KZ_NUMBER(kBleRecordSize, 88);  // bytes of one record
+KZ_NUMBER(kBleAddressSize, 6);  // bytes of a device address
 
 // offset width field
 //      0     1 event type (KZBLE_SDK_*)
@@ -20,22 +33,22 @@ constexpr unsigned kBleAddressSize = 6;  // bytes of a device address
 //     27    61 carried unchanged; zero in records built from scratch
 // A connection event carries the peer's address at offsets 5 to 10 and its device type at offset 12.
 // A debug event carries a 32-bit command at offset 4 and a 32-bit argument at offset 8.
-struct __attribute__((packed)) ble_message_t {
+typedef struct __attribute__((packed)) ble_message_t {
     uint8_t eventType;
     uint32_t connectionId;
     uint8_t streamId;
     uint8_t dataLength;
     uint8_t data[kBlePacketSize];
     uint8_t rest[61];
-};
-static_assert(sizeof(ble_message_t) == kBleRecordSize);
+} ble_message_t;
+static_assert(sizeof(ble_message_t) == kBleRecordSize, "fixed by the radio stack");
 
-constexpr unsigned kConnAddressOffset = 5;
-constexpr unsigned kConnDeviceTypeOffset = 12;
-constexpr unsigned kDebugCommandOffset = 4;
-constexpr unsigned kDebugArgumentOffset = 8;
+KZ_NUMBER(kConnAddressOffset, 5);
+KZ_NUMBER(kConnDeviceTypeOffset, 12);
+KZ_NUMBER(kDebugCommandOffset, 4);
+KZ_NUMBER(kDebugArgumentOffset, 8);
 
-enum : uint8_t {
+enum KZ_TYPE(uint8_t) {
     KZBLE_SDK_EVENT_Conn = 0,
     KZBLE_SDK_EVENT_Disconn = 1,
     KZBLE_SDK_MESSAGE_Data = 2,
@@ -44,13 +57,13 @@ enum : uint8_t {
     KZBLE_SDK_EVENT_Debug = 128,
 };
 
-enum : uint32_t {
+enum KZ_TYPE(uint32_t) {
     KZBLE_SET_LOG_LEVEL = 0,
     KZBLE_DEBUG_DUMP_STATUS = 1,
     KZBLE_DEBUG_SHUTDOWN = 2,
 };
 
-enum : uint8_t {
+enum KZ_TYPE(uint8_t) {
     KZ_STR_ID_COMMAND = 2,
     KZ_STR_ID_COMMAND_RESPONSE = 4,
     KZ_STR_ID_COMMAND_CCC = 5,
@@ -70,7 +83,7 @@ enum : uint8_t {
 };
 
 // Device types of peers; also the caller id under which the control daemon attributes commands.
-enum : uint8_t {
+enum KZ_TYPE(uint8_t) {
     KZ_CALLER_UNKNOWN = 0,
     KZ_CALLER_VOICE = 10,   // voice-control client: mode commands go to the voice mode command
     KZ_CALLER_BLE_RC = 11,  // phone app or remote
@@ -81,6 +94,11 @@ enum : uint8_t {
     KZ_CALLER_MAPLE = 27,        // accessory that fetches its image block by block
 };
 
+#undef KZ_TEXT
+#undef KZ_NUMBER
+#undef KZ_TYPE
+
+#ifdef __cplusplus
 // A data record built from scratch.
 inline ble_message_t NewDataRecord(uint32_t connectionId, uint8_t streamId) {
     ble_message_t record{};
@@ -89,3 +107,4 @@ inline ble_message_t NewDataRecord(uint32_t connectionId, uint8_t streamId) {
     record.streamId = streamId;
     return record;
 }
+#endif

@@ -66,6 +66,7 @@ while IFS='|' read -r fault promises; do
 done <<'ROWS'
 starts a thread|process.threads
 dies in a fork|process.fork
+ends its process in a fork|process.fork process.end
 serves one thread|process.thread
 ignores a signal|process.state
 leaks a descriptor|process.leaks
@@ -103,11 +104,15 @@ for number in INT TERM HUP QUIT; do
     [[ -z $(ls /dev/mqueue) ]] || fail "$number leaves a queue"
 done
 
-echo "- a library that lacks a function or is not there, and queues that are"
+echo "- a library that lacks a function, is not there or is for another processor, and queues that are"
 ends 1 kzPlatformCheck --library-path "$stubs" --csi "$stubs/libkzipc.so" load csi
 answers '^load.csi +broken .* lacks csi_get and 1 more$'
 answers '^csi.byte +broken .* needs csi_get, which is missing$'
 ends 1 kzPlatformCheck --library-path /tmp load.csi
+cp "$stubs/libcsi.so" /tmp/foreign.so
+printf '\x08' | dd of=/tmp/foreign.so bs=1 seek=18 conv=notrunc status=none # the number of a processor
+ends 1 kzPlatformCheck --library-path "$stubs" --csi /tmp/foreign.so load.csi
+answers '^load.csi +broken .* /tmp/foreign.so is for another processor$'
 cd "$stubs"
 LD_LIBRARY_PATH=. ends 0 kzPlatformCheck load process
 python3 - <<'PYTHON'

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# installTest.sh BUILD_DIRECTORY - installs the build under a prefix that needs quoting, and uses it from there: programs,
-# manual pages, unit, catalogue, and the client library in somebody else's project.
+# installTest.sh BUILD_DIRECTORY - installs the build under a relative prefix that needs quoting, and uses it from there:
+# programs, manual pages, unit, catalogue, and the client library in somebody else's project.
 #
 # To be run as process 1 of a world (scripts/world).
 set -euo pipefail
@@ -28,7 +28,7 @@ until_true() {
 }
 
 echo "- nothing in it but symbols names the folder that it was built in"
-cmake --install "$build" --prefix "$prefix" --strip >/tmp/install.log
+(cd /tmp && cmake --install "$build" --prefix "${prefix#/tmp/}" --strip) >/tmp/install.log
 ! grep -rlF -e "$project" -e "$build" --exclude=*.a "$prefix" || fail "these do"
 find "$prefix" -xtype l | (! grep .) || fail "these links lead nowhere"
 
@@ -54,12 +54,13 @@ systemd-analyze verify --man=no "$prefix/lib/systemd/system/kzBleSdkD.service" >
 ! grep -F kzBleSdkD /tmp/unit.log || fail "the unit"
 
 echo "- camera, daemon, client and desk find each other and their files"
-mkdir -p "$models" /tmp/kzcamera /tmp/fuse_d
+mkdir -p /tmp/kzcamera /tmp/fuse_d
+export PATH=$prefix/bin:$prefix/sbin:$PATH
+kzCameraSim >/tmp/camera.log 2>&1 & # which finds the catalogue of its tree
+until_true test -S /tmp/kzcamera/radio
+mkdir -p "$models"
 ln -s "$prefix/share/kzcamerasim/58" "$models/58"
 gzip -dc "$models/58/settings.json.gz" | cmp - "$models/58/settings.json"
-export PATH=$prefix/bin:$prefix/sbin:$PATH
-kzCameraSim >/tmp/camera.log 2>&1 &
-until_true test -S /tmp/kzcamera/radio
 kzBleSdkD 2>/tmp/daemon.log &
 until_true kzble info
 kzdesk --listen 0 >/tmp/desk.log &

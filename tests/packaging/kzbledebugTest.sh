@@ -66,6 +66,7 @@ logged '\[TRACE\]'
 ends 0 "" dump
 logged "ble rx message queue fullness"
 ends 0 "" log-level 2
+logged "KZBLE_SET_LOG_LEVEL: level:2" # its last line
 : >"$log"
 ends 0 "" dump
 kzble info >/dev/null
