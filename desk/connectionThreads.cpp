@@ -8,7 +8,13 @@ void ConnectionThreads::enqueue(std::function<void()> job) {
     if (m_jobs.size() > m_idle && m_threads.size() < m_most) {
         m_threads.emplace_back([this] { serve(); });
     }
+    noteWaiting();
     m_changed.notify_one();
+}
+
+void ConnectionThreads::noteWaiting() {
+    const bool mayGrow = m_threads.size() < m_most;
+    m_serving.waiting = mayGrow || m_jobs.size() <= m_idle ? 0 : static_cast<int>(m_jobs.size() - m_idle);
 }
 
 void ConnectionThreads::shutdown() {
@@ -33,6 +39,7 @@ void ConnectionThreads::serve() {
         }
         const auto job = std::move(m_jobs.front());
         m_jobs.pop_front();
+        noteWaiting();
         lock.unlock();
         job();
         lock.lock();

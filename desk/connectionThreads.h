@@ -11,12 +11,14 @@
 #include <thread>
 #include <vector>
 
+#include "connection.h"
+
 namespace kzdesk {
 
 class ConnectionThreads : public httplib::TaskQueue {
   public:
-    // Further connections wait for a free thread.
-    explicit ConnectionThreads(size_t most) : m_most(most) {}
+    // Further connections wait for a free thread, and are counted in `serving`, which has to outlive it.
+    ConnectionThreads(size_t most, Serving& serving) : m_most(most), m_serving(serving) {}
 
     void enqueue(std::function<void()> job) override;
     // Serves what was accepted, and returns when every thread has ended.
@@ -25,7 +27,11 @@ class ConnectionThreads : public httplib::TaskQueue {
   private:
     void serve();
 
+    // Called locked: how many connections have no thread that will serve them at once.
+    void noteWaiting();
+
     const size_t m_most;
+    Serving& m_serving;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::function<void()>> m_jobs;

@@ -1,5 +1,7 @@
 #include "httpServer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <exception>
@@ -14,8 +16,6 @@ constexpr size_t kMostThreads =
     DeviceTable::kMostDevices * Device::kMostStreams + EventStreams::kMostOfState + 32;  // streams, and short requests
 
 // A body that is too long is read on for a while: who still sends it would miss the answer.
-constexpr std::chrono::seconds kReaderPatience{60};  // with a reader of events that stands still
-
 constexpr size_t kMostRead = 1024 * 1024;  // bytes
 
 // The page runs nothing but its own files, and is shown in no other page's frame.
@@ -53,6 +53,7 @@ constexpr Meaning kMeanings[] = {
     {404, "not-found", "there is nothing here"},
     {413, "too-large", "a body holds at most 64 KiB"},
     {414, "too-long", "the address is too long"},
+    {416, "bad-request", "the range is none"},
 };
 
 // A port that a desk or another program has is not shared with it, which the library would do.
@@ -75,9 +76,7 @@ void explain(const httplib::Request& /*request*/, httplib::Response& response) {
 }  // namespace
 
 HttpServer::HttpServer(Api& api, const std::string& webPath) : m_api(api) {
-    m_server.new_task_queue = [] { return new ConnectionThreads(kMostThreads); };
-    m_server.set_keep_alive_max_count(1);
-    m_server.set_write_timeout(kReaderPatience.count());
+    m_server.new_task_queue = [this] { return new ConnectionThreads(kMostThreads, m_server.serving); };
     m_server.set_tcp_nodelay(true);  // an event must not wait for the acknowledgement of the one before
     m_server.set_socket_options(setSocketOptions);
     m_server.set_payload_max_length(Api::kLongestBody);
@@ -104,6 +103,22 @@ HttpServer::HttpServer(Api& api, const std::string& webPath) : m_api(api) {
     m_server.Put(".*", withBody);
     m_server.Patch(".*", withBody);
     m_server.Delete(".*", withBody);
+}
+
+bool HttpServer::Server::process_and_close_socket(socket_t socket) {
+    Connection connection(socket, serving);
+    bool isClosed = false;
+    const bool isAnswered = process_request(connection, true, isClosed, [](httplib::Request& request) {
+        request.ranges.clear();  // answers are short or endless: each is given whole
+    });
+    ::shutdown(socket, SHUT_RDWR);
+    ::close(socket);
+    return isAnswered;
+}
+
+void HttpServer::stop() {
+    m_server.stop();
+    m_server.serving.isEnding = true;
 }
 
 std::optional<ListenAddress> HttpServer::bind(const ListenAddress& address) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "api.h"
+#include "connection.h"
 #include "hostCheck.h"
 
 namespace kzdesk {
@@ -24,8 +25,8 @@ class HttpServer {
     std::optional<ListenAddress> bind(const ListenAddress& address);
     // Serves until stop(), and returns when the last request has been answered.
     void serve() { m_server.listen_after_bind(); }
-    // From any thread.
-    void stop() { m_server.stop(); }
+    // From any thread. What is being answered still may be, but nobody is waited for.
+    void stop();
 
   private:
     // A hundred programs may connect in the same moment. The library lets five wait, and the system answers the others
@@ -33,6 +34,10 @@ class HttpServer {
     class Server : public httplib::Server {
       public:
         bool letManyWait() { return ::listen(svr_sock_, 512) == 0; }
+        Serving serving;
+
+      private:
+        bool process_and_close_socket(socket_t socket) override;
     };
 
     bool isAllowed(const httplib::Request& request) const;

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "api.h"
+#include "closedStreams.h"
 #include "hostCheck.h"
 #include "httpServer.h"
 #include "kzVersion.h"
@@ -55,6 +56,7 @@ int serve(const ListenAddress& wanted, const std::string& protocol, const std::s
 }  // namespace
 
 int main(int argc, char** argv) {
+    kzsim::occupyClosedStreams();
     CLI::App app("Reaches the simulated camera over HTTP. The camera is found as kzble and kzcamctl find it.");
     std::string listen;
     std::string protocol = protocolPlace();
