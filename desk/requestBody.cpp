@@ -1,6 +1,7 @@
 #include "requestBody.h"
 
 #include <algorithm>
+#include <set>
 
 #include "apiError.h"
 
@@ -11,10 +12,23 @@ std::string quoted(const char* member) {
     return std::string("\"") + member + "\"";
 }
 
+// The library reads up to a NUL only, and of members with one name keeps the last.
+nlohmann::json parse(const std::string& text) {
+    using Event = nlohmann::json::parse_event_t;
+    std::set<std::string> seen;
+    bool isClear = text.find('\0') == std::string::npos;
+    const auto note = [&](int depth, Event event, nlohmann::json& value) {
+        isClear = isClear && (event != Event::key || depth != 1 || seen.insert(value.get<std::string>()).second);
+        return true;
+    };
+    nlohmann::json parsed = nlohmann::json::parse(text, note, false);
+    return isClear ? parsed : nlohmann::json();
+}
+
 }  // namespace
 
 RequestBody::RequestBody(const std::string& text, std::initializer_list<std::string_view> members)
-    : m_object(nlohmann::json::parse(text, nullptr, false)) {
+    : m_object(parse(text)) {
     if (!m_object.is_object()) {
         throw badRequest("the body has to be a JSON object");
     }
