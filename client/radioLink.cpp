@@ -120,7 +120,7 @@ RadioLink::RadioLink(const std::string& socketPath, const Peer& peer)
         kzradio::Record welcome{};
         if (!receiveRecord(m_socket, welcome, steady_clock::now() + kWelcomeTimeout) ||
             welcome.kind != kzradio::Kind::Welcome) {
-            throw NoCamera("the radio did not take the connection");
+            throw RadioRefuses("the radio did not take the connection");
         }
         m_connectionId = welcome.argument0;
     } catch (...) {

@@ -23,6 +23,12 @@ class NoRadio : public NoCamera {
     using NoCamera::NoCamera;
 };
 
+// The radio takes no further connection.
+class RadioRefuses : public NoCamera {
+  public:
+    using NoCamera::NoCamera;
+};
+
 using Address = std::array<uint8_t, 6>;
 
 // Twelve hexadecimal digits, colons allowed. Throws WrongUse.
@@ -54,8 +60,8 @@ class RadioLink {
         bool cameraIsCentral = false;  // a sensor: the camera opens all gates itself
     };
 
-    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), NoCamera when it
-    // refuses or no daemon is behind it.
+    // Connects as `peer`. Throws NoRadio when none listens at `socketPath` (empty: the default), RadioRefuses, and
+    // NoCamera when no daemon is behind it.
     RadioLink(const std::string& socketPath, const Peer& peer);
     ~RadioLink();
     RadioLink(const RadioLink&) = delete;

@@ -13,7 +13,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kReadTurn{60};  // a disconnection ends it early
+constexpr std::chrono::milliseconds kReadTurn{500};  // how often a quiet device looks for the daemon
+constexpr std::chrono::seconds kReadingPatience{2};  // with a daemon that reads nothing of what waits for it
 
 }  // namespace
 
@@ -22,11 +23,13 @@ Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const Pro
     : m_number(number),
       m_peer(peer),
       m_protocol(protocol),
-      m_events(number),
+      m_events(std::make_shared<EventLog>(number)),
       m_meaning(names),
       m_link("", peer),
-      m_reader([this] { read(); }) {
+      m_reader() {
     m_link.setSendPatience(kPatience);
+    m_link.daemon().expectReading(kReadingPatience);  // the connection first of all
+    m_reader = std::thread([this] { read(); });
 }
 
 Device::~Device() {
@@ -34,9 +37,9 @@ Device::~Device() {
     m_reader.join();
 }
 
-void Device::disconnect(const char* reason) {
+void Device::disconnect(const std::string& reason) {
     m_ended = true;
-    m_events.end(reason);
+    m_events->end(reason);
     m_link.disconnect();
 }
 
@@ -105,7 +108,7 @@ void Device::writeGate(uint8_t descriptor, uint8_t value) {
         const std::lock_guard lock(m_gatesMutex);
         m_gates[descriptor] = value;
     }
-    m_events.add("gate", {{"descriptor", descriptor}, {"value", value}});
+    m_events->add("gate", {{"descriptor", descriptor}, {"value", value}});
     onLink([&] { m_link.writeDescriptor(descriptor, value); });
 }
 
@@ -117,6 +120,8 @@ void Device::read() {
             if (const auto packet = m_link.receive(steady_clock::now() + kReadTurn)) {
                 ++m_packetsIn;
                 notePacket(Direction::kNotify, packet->streamId, packet->bytes);
+            } else {
+                lookForDaemon();
             }
         }
     } catch (const kzclient::Error&) {
@@ -124,10 +129,20 @@ void Device::read() {
     }
 }
 
+// The radio keeps a connection whose daemon has gone: the next one knows nothing of it.
+void Device::lookForDaemon() {
+    try {
+        m_link.daemon().expectSame();
+        m_link.daemon().expectReading(kReadingPatience);
+    } catch (const kzclient::Error& error) {
+        disconnect(error.what());
+    }
+}
+
 void Device::notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet) {
-    m_events.add("packet", {{"direction", direction == Direction::kWrite ? "write" : "notify"},
-                            {"stream", stream},
-                            {"bytes", kzclient::hex(packet)}});
+    m_events->add("packet", {{"direction", direction == Direction::kWrite ? "write" : "notify"},
+                             {"stream", stream},
+                             {"bytes", kzclient::hex(packet)}});
     const Interface* const interface = m_protocol.interfaceOf(stream);
     if (interface == nullptr) {
         return;
@@ -142,12 +157,12 @@ void Device::noteMessage(Direction direction, const Interface& interface, uint8_
                          const kzclient::Bytes& message) {
     const bool isWrite = direction == Direction::kWrite;
     isWrite ? m_interests.noteRequest(interface, message) : m_interests.noteAnswer(interface, message);
-    m_events.add("message", {{"direction", isWrite ? "write" : "notify"},
-                             {"stream", stream},
-                             {"interface", interface.name},
-                             {"bytes", kzclient::hex(message)},
-                             {"meaning", isWrite ? m_meaning.ofRequest(interface, message)
-                                                 : m_meaning.ofNotification(interface, message)}});
+    m_events->add("message", {{"direction", isWrite ? "write" : "notify"},
+                              {"stream", stream},
+                              {"interface", interface.name},
+                              {"bytes", kzclient::hex(message)},
+                              {"meaning", isWrite ? m_meaning.ofRequest(interface, message)
+                                                  : m_meaning.ofNotification(interface, message)}});
 }
 
 Json Device::state() const {

@@ -27,8 +27,8 @@ class Device {
     static constexpr std::chrono::seconds kPatience{5};       // with a radio that takes nothing
     static constexpr size_t kLongestMessage = 18 + 399 * 19;  // bytes; what the camera puts together at most
 
-    // Connects. Throws kzclient::Error when there is no radio, or it refuses. `protocol` and `names` have to outlive
-    // the device.
+    // Connects. Throws kzclient::Error: NoCamera when there is no radio or no daemon that reads. `protocol` and `names`
+    // have to outlive the device.
     Device(unsigned number, const kzclient::RadioLink::Peer& peer, const ProtocolFile& protocol,
            const kzclient::Catalogue& names);
     // Disconnects, and waits for the reading thread.
@@ -45,14 +45,16 @@ class Device {
     void writeGate(uint8_t descriptor, uint8_t value);
 
     // Ends the connection and the log.
-    void disconnect(const char* reason);
+    void disconnect(const std::string& reason);
     bool ended() const { return m_ended; }
 
     unsigned number() const { return m_number; }
     uint32_t connection() const { return m_link.connectionId(); }
     const kzclient::Address& address() const { return m_peer.address; }
     uint8_t type() const { return m_peer.deviceType; }
-    EventLog& events() { return m_events; }
+    EventLog& events() { return *m_events; }
+    // The same; it may outlive the device.
+    std::shared_ptr<EventLog> log() const { return m_events; }
     // Of its open event streams; counted by who opens and closes them.
     std::atomic<int>& streams() { return m_streams; }
     // What /state says of it.
@@ -77,13 +79,14 @@ class Device {
     template <typename Work>
     void onLink(Work work);
     void read();
+    void lookForDaemon();
     void notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet);
     void noteMessage(Direction direction, const Interface& interface, uint8_t stream, const kzclient::Bytes& message);
 
     const unsigned m_number;
     const kzclient::RadioLink::Peer m_peer;
     const ProtocolFile& m_protocol;
-    EventLog m_events;
+    const std::shared_ptr<EventLog> m_events;
     Meaning m_meaning;
     Interests m_interests;
     std::atomic<bool> m_ended = false;

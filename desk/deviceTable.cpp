@@ -19,6 +19,7 @@ DeviceTable::Devices DeviceTable::takeEnded() {
     for (auto one = m_devices.begin(); one != m_devices.end();) {
         const auto next = std::next(one);
         if (one->second->ended()) {
+            keepLog(*one->second);
             ended.insert(m_devices.extract(one));
         }
         one = next;
@@ -27,7 +28,22 @@ DeviceTable::Devices DeviceTable::takeEnded() {
 }
 
 // Called locked.
-kzclient::Address DeviceTable::reserve(const Wish& wish, unsigned number) {
+void DeviceTable::keepLog(const Device& device) {
+    m_endedLogs[device.number()] = device.log();
+    if (m_endedLogs.size() > kKeptLogs) {
+        m_endedLogs.erase(m_endedLogs.begin());
+    }
+}
+
+// Called locked.
+bool DeviceTable::isUsed(const kzclient::Address& address) const {
+    return m_connecting.count(address) != 0 || std::any_of(m_devices.begin(), m_devices.end(), [&](const auto& one) {
+               return one.second->address() == address;
+           });
+}
+
+// Called locked, before the device gets its number.
+kzclient::Address DeviceTable::reserve(const Wish& wish) {
     if (m_closed) {
         throw ApiError(503, "no-camera", "the desk is stopping");
     }
@@ -35,11 +51,12 @@ kzclient::Address DeviceTable::reserve(const Wish& wish, unsigned number) {
         throw ApiError(429, "too-many-devices",
                        "the desk holds at most " + std::to_string(kMostDevices) + " devices; delete one first");
     }
+    unsigned number = m_lastNumber + 1;
+    while (!wish.address && isUsed(defaultAddress(number))) {
+        ++number;  // of so few devices one has to be free
+    }
     const kzclient::Address address = wish.address.value_or(defaultAddress(number));
-    const bool isUsed = m_connecting.count(address) != 0 ||
-                        std::any_of(m_devices.begin(), m_devices.end(),
-                                    [&](const auto& one) { return one.second->address() == address; });
-    if (isUsed) {
+    if (isUsed(address)) {
         throw ApiError(409, "address-in-use", "another device has the address " + kzclient::addressText(address));
     }
     m_connecting.insert(address);
@@ -53,7 +70,7 @@ std::shared_ptr<Device> DeviceTable::connect(const Wish& wish) {
     {
         const std::lock_guard lock(m_mutex);
         ended = takeEnded();
-        address = reserve(wish, m_lastNumber + 1);
+        address = reserve(wish);
         number = ++m_lastNumber;
     }
     std::shared_ptr<Device> device;
@@ -61,10 +78,10 @@ std::shared_ptr<Device> DeviceTable::connect(const Wish& wish) {
     try {
         device = std::make_shared<Device>(number, kzclient::RadioLink::Peer{address, wish.type, wish.cameraIsCentral},
                                           m_protocol, m_names);
-    } catch (const kzclient::NoRadio& error) {
-        problem.emplace(503, "no-camera", error.what());
-    } catch (const kzclient::Error& error) {
+    } catch (const kzclient::RadioRefuses& error) {
         problem.emplace(409, "refused", error.what());
+    } catch (const kzclient::NoCamera& error) {
+        problem.emplace(503, "no-camera", error.what());
     } catch (const std::exception& error) {
         problem.emplace(500, "failed", error.what());
     }
@@ -93,6 +110,7 @@ void DeviceTable::remove(unsigned number) {
     const std::shared_ptr<Device> device = find(number);
     device->disconnect("deleted");
     const std::lock_guard lock(m_mutex);
+    keepLog(*device);
     m_devices.erase(number);
 }
 
@@ -105,6 +123,16 @@ std::vector<std::shared_ptr<Device>> DeviceTable::all() {
         devices.push_back(device);
     }
     return devices;
+}
+
+std::map<unsigned, std::shared_ptr<EventLog>> DeviceTable::logs() {
+    const auto devices = all();
+    const std::lock_guard lock(m_mutex);
+    auto logs = m_endedLogs;
+    for (const auto& device : devices) {
+        logs[device->number()] = device->log();
+    }
+    return logs;
 }
 
 void DeviceTable::endAll(const char* reason) {

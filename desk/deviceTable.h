@@ -16,9 +16,10 @@ namespace kzdesk {
 class DeviceTable {
   public:
     static constexpr size_t kMostDevices = 20;
+    static constexpr size_t kKeptLogs = 20;  // of ended devices
 
     struct Wish {
-        std::optional<kzclient::Address> address;  // nothing: 02:00:00:00:01 and the device's number
+        std::optional<kzclient::Address> address;  // nothing: 02:00:00:00:01 and the device's number, or a free one
         uint8_t type = 0;
         bool cameraIsCentral = false;
     };
@@ -33,6 +34,8 @@ class DeviceTable {
     std::shared_ptr<Device> find(unsigned number);
     void remove(unsigned number);
     std::vector<std::shared_ptr<Device>> all();
+    // By the device's number; those of the last ended devices too.
+    std::map<unsigned, std::shared_ptr<EventLog>> logs();
     // Ends every device, and accepts no more.
     void endAll(const char* reason);
 
@@ -40,12 +43,15 @@ class DeviceTable {
     using Devices = std::map<unsigned, std::shared_ptr<Device>>;
 
     Devices takeEnded();
-    kzclient::Address reserve(const Wish& wish, unsigned number);
+    void keepLog(const Device& device);
+    bool isUsed(const kzclient::Address& address) const;
+    kzclient::Address reserve(const Wish& wish);
 
     const ProtocolFile& m_protocol;
     const kzclient::Catalogue& m_names;
     std::mutex m_mutex;
     Devices m_devices;
+    std::map<unsigned, std::shared_ptr<EventLog>> m_endedLogs;
     std::set<kzclient::Address> m_connecting;  // reserved by who connects now
     unsigned m_lastNumber = 0;
     bool m_closed = false;

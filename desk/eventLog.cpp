@@ -51,7 +51,7 @@ void EventLog::add(const char* name, const Json& data) {
     m_changed.notify_all();
 }
 
-void EventLog::end(const char* reason) {
+void EventLog::end(const std::string& reason) {
     {
         const std::lock_guard lock(m_mutex);
         if (m_ended) {

@@ -37,7 +37,7 @@ class EventLog {
     // Adds an event; "time" and "device" go before the members of `data`. Nothing is added behind the end.
     void add(const char* name, const nlohmann::ordered_json& data);
     // Adds the event `end`, behind which there is nothing. The first reason stays.
-    void end(const char* reason);
+    void end(const std::string& reason);
 
     // The events behind the one with the id `after`, waiting for one until `deadline`. Events that were thrown away
     // before they could be read are announced by an event `lost` with their number.

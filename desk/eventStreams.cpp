@@ -45,23 +45,29 @@ class FollowedDevices {
   public:
     // What is new. A device that has gone meanwhile is read to its end.
     std::string read(DeviceTable& devices) {
-        for (auto& device : devices.all()) {
-            m_places.try_emplace(device->number(), Place{device, 0});
+        const auto logs = devices.logs();
+        for (const auto& [number, log] : logs) {
+            m_places.try_emplace(number, Place{log, 0, false});
         }
+        std::erase_if(m_places, [&](const auto& one) { return one.second.isRead && logs.count(one.first) == 0; });
         std::string text;
-        for (auto one = m_places.begin(); one != m_places.end();) {
-            const EventLog::Batch batch = one->second.device->events().read(one->second.last, Clock::time_point{});
+        for (auto& [number, place] : m_places) {
+            if (place.isRead) {
+                continue;
+            }
+            const EventLog::Batch batch = place.log->read(place.last, Clock::time_point{});
             text += batch.text;
-            one->second.last = batch.last;
-            one = batch.finished ? m_places.erase(one) : std::next(one);
+            place.last = batch.last;
+            place.isRead = batch.finished;
         }
         return text;
     }
 
   private:
     struct Place {
-        std::shared_ptr<Device> device;
+        std::shared_ptr<EventLog> log;
         uint64_t last;  // id of the last event that was read
+        bool isRead;    // to its end
     };
     std::map<unsigned, Place> m_places;
 };

@@ -4,6 +4,7 @@ desk.py BUILD [OPTION...] -- COMMAND... - runs a command beside them, which find
 options are kzCameraSim's.
 """
 
+import contextlib
 import http.client
 import json
 import os
@@ -38,11 +39,17 @@ class Desk:
         self.camera = subprocess.Popen(["kzCameraSim", "--metadata-file", "/tmp/metadata.kzmf", *options],
                                        stdout=subprocess.DEVNULL)
         wait_until("the radio", lambda: os.path.exists("/tmp/kzcamera/radio"))
+        self.start_daemon()
+        self.desk = subprocess.Popen(["kzdesk", "--listen", "0"], stdout=subprocess.PIPE, text=True)
+        self.port = int(self.desk.stdout.readline().rsplit(":", 1)[1])
+
+    def start_daemon(self):
+        for queue in ("to_kzBleD", "to_blesdk"):  # of one that was killed
+            with contextlib.suppress(FileNotFoundError):
+                os.unlink(f"/dev/mqueue/{queue}")
         self.daemon = subprocess.Popen(["kzBleSdkD"], stderr=subprocess.DEVNULL)
         wait_until("the daemon", lambda: subprocess.run(["kzble", "--timeout", "500", "info"],
                                                         capture_output=True).returncode == 0)
-        self.desk = subprocess.Popen(["kzdesk", "--listen", "0"], stdout=subprocess.PIPE, text=True)
-        self.port = int(self.desk.stdout.readline().rsplit(":", 1)[1])
 
     def ask(self, method, path, body=None, headers=None):
         """Status, headers and body; JSON is parsed."""
@@ -65,9 +72,10 @@ class Desk:
         return Events(self.port, path, headers)
 
     def raw(self, text):
-        """What comes back for these bytes until the connection is closed."""
+        """What comes back for these bytes, behind which nothing is sent any more, until the connection is closed."""
         with socket.create_connection(("127.0.0.1", self.port), PATIENCE) as connection:
             connection.sendall(text.encode())
+            connection.shutdown(socket.SHUT_WR)
             answer = b""
             while part := connection.recv(65536):
                 answer += part

@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """deskTest.py BUILD - the desk with a real daemon on a simulated camera. To be run in a world of its own."""
 
+import contextlib
 import json
 import os
+import socket
 import subprocess
 import sys
+import threading
+import time
 import unittest
 
 from desk import PROJECT, Desk, wait_until
@@ -142,6 +146,9 @@ class DeskTest(unittest.TestCase):
                      {"stream": 27, "message": "00"}, {"stream": 2, "message": "00" * 7600},
                      {"stream": 2, "bytes": "00", "message": "00"}]:
             self.refused(400, "POST", write, body, code="bad-request")
+        for text in ('{"stream": 2, "bytes": "00"}\0', '{"stream": 2, "stream": 2, "bytes": "00"}'):
+            self.refused(400, "POST", write, text, JSON)
+        self.assertEqual(self.desk.ask("GET", "/state", None, {"Range": "bytes=0-3"})[0], 200)
         for path, body, status in [(gate, {"descriptor": 4, "value": 1}, 400), (gate, {"descriptor": 5}, 400),
                                    ("/devices", {"type": "teapot"}, 400), ("/devices", {"address": "02"}, 400),
                                    ("/devices", {"address": "02:00:00:00:00:99"}, 409),
@@ -154,7 +161,7 @@ class DeskTest(unittest.TestCase):
         self.refused(400, "GET", f"/devices/{number}/events?from=x")
 
     def test_there_are_limits(self):
-        numbers = [self.desk.connect() for _ in range(20)]
+        numbers = [self.desk.connect(address="02:00:00:00:01:02"), *(self.desk.connect() for _ in range(19))]
         self.refused(429, "POST", "/devices", {}, code="too-many-devices")
         path = f"/devices/{numbers[0]}/events"
         streams = [self.desk.events(path) for _ in range(8)]
@@ -175,6 +182,14 @@ class DeskTest(unittest.TestCase):
         streams[1].find("end", reason="disconnected")
         self.refused(404, "DELETE", f"/devices/{dropped}", code="no-such-device")
         wait_until("the state without it", lambda: len(state.seen[-1][2]["devices"]) == 1)
+        slow = socket.create_connection(("127.0.0.1", self.desk.port))
+
+        def send_a_request_that_never_ends():
+            with contextlib.suppress(OSError):
+                while True:
+                    slow.sendall(b"GET /state HT")
+                    time.sleep(0.2)
+        threading.Thread(target=send_a_request_that_never_ends, daemon=True).start()
         self.desk.desk.terminate()
         for stream, reason in zip([*streams, state], ("deleted", "disconnected", "desk stops", "desk stops")):
             stream.find("end", reason=reason)
@@ -194,6 +209,19 @@ class DeskTest(unittest.TestCase):
         self.assertEqual(self.desk.ask("GET", "/state")[2]["connections"], [])
         self.desk.ask("POST", "/do", {"command": ["part", "radio", "start"]})
         self.assertIn("percent", self.desk.ask("POST", "/do", {"command": ["battery", "--help"]})[2]["output"])
+
+    def test_a_daemon_that_goes_ends_devices_and_a_reader_sees_it_later_too(self):
+        events = self.desk.events(f"/devices/{self.desk.connect()}/events")
+        self.desk.daemon.terminate()
+        self.desk.daemon.wait(10)
+        self.desk.start_daemon()
+        self.assertIn("Bluetooth daemon", events.find("end")[2]["reason"])
+        number = self.desk.connect()
+        self.desk.daemon.kill()  # which leaves its queues
+        self.desk.daemon.wait(10)
+        self.refused(503, "POST", "/devices", {}, code="no-camera")
+        self.desk.ask("DELETE", f"/devices/{number}")
+        self.desk.events("/events?devices=all").find("end", device=number, reason="deleted")
 
     def test_without_a_camera_the_desk_says_so(self):
         self.desk.camera.terminate()
