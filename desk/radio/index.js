@@ -69,12 +69,28 @@ function check({ hci, desk, name }) {
   }
 }
 
-async function reach(what, promise) {
+// What stops the radio is the reason of a signal: a Failure, of status 0 when somebody wanted it.
+function whenStopped(signal) {
+  return new Promise((_, reject) => {
+    signal.throwIfAborted();
+    signal.addEventListener('abort', () => reject(signal.reason), { once: true });
+  });
+}
+
+async function reach(what, promise, signal) {
   try {
-    return await promise;
+    return await Promise.race([promise, whenStopped(signal)]);
   } catch (error) {
-    throw new Failure(UNREACHABLE, `${what}: ${error.message || error.code}`);
+    throw error instanceof Failure ? error : new Failure(UNREACHABLE, `${what}: ${error.message || error.code}`);
   }
+}
+
+// Our handlers have to be the last ones: that of the GATT library ends the program when none comes behind it.
+function stopOnSignals(stopping) {
+  const stop = () => stopping.abort(new Failure(0, 'stopped'));
+  const listen = () => ['SIGINT', 'SIGTERM'].forEach((signal) => process.off(signal, stop).on(signal, stop));
+  listen();
+  return listen;
 }
 
 function checkType(protocol, type) {
@@ -85,34 +101,31 @@ function checkType(protocol, type) {
 }
 
 async function run(options) {
+  const stopping = new AbortController();
+  const { signal } = stopping;
+  const listenLast = stopOnSignals(stopping);
   const desk = new Desk(options.desk);
-  const protocol = await reach(`no desk at ${options.desk}`, desk.ask('GET', '/protocol.json'));
+  const protocol = await reach(`no desk at ${options.desk}`, desk.ask('GET', '/protocol.json'), signal);
   checkType(protocol, options.type);
   const uuids = JSON.parse(await readFile(new URL('../uuids.json', import.meta.url)));
 
-  const channel = await reach(`no controller at ${options.hci}`, openChannel(options.hci));
-  const stopping = new AbortController();
-  let status = 0;
+  const channel = await reach(`no controller at ${options.hci}`, openChannel(options.hci), signal);
   channel.on('closed', (error) => {
-    if (error && !stopping.signal.aborted) {
-      console.error(`radio: the controller has gone: ${error.message}`);
-      status = UNREACHABLE;
-      stopping.abort();
-    }
+    stopping.abort(new Failure(UNREACHABLE, `the controller has gone: ${error?.message}`));
   });
   const flow = new HciFlow((packet) => channel.write(packet));
   const peripheral = new Peripheral(channel, flow, protocol.interfaces, uuids);
-  const address = await reach(`no controller at ${options.hci}`, peripheral.start());
+  const starting = peripheral.start();
+  listenLast();
+  const address = await reach(`no controller at ${options.hci}`, starting, signal);
   log(`controller ${address}`);
-  // The GATT library has a handler of SIGINT that ends the program, unless another one comes behind it.
-  ['SIGINT', 'SIGTERM'].forEach((signal) => process.on(signal, () => stopping.abort()));
 
   const bridge = new Bridge({ desk, peripheral, flow, options, log });
-  await bridge.run(stopping.signal);
+  await bridge.run(signal);
   await bridge.stop(END_PATIENCE);
   peripheral.stop();
   channel.close();
-  return status;
+  throw signal.reason;
 }
 
 async function main() {
@@ -125,8 +138,12 @@ async function main() {
   return run(options);
 }
 
-process.exitCode = await main().catch((error) => {
-  console.error(`radio: ${error.message}`);
+function report(error) {
+  if (error.status !== 0) {
+    console.error(`radio: ${error.message}`);
+  }
   return error.status ?? FAILED;
-});
+}
+
+process.exitCode = await main().catch(report);
 setTimeout(() => process.exit(), 500).unref(); // what the controller has not taken by then

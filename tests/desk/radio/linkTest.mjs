@@ -2,6 +2,7 @@
 // world of its own.
 
 import assert from 'node:assert';
+import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
 import net from 'node:net';
 import { after, before, test } from 'node:test';
@@ -137,6 +138,22 @@ test('the desk may go and come back', LIMIT, async () => {
   await world.controllers.end();
   assert.equal(await Promise.race([radio.ended, until('the end', () => radio.process.exitCode)]), 4, radio.output);
   await noDevice();
+});
+
+test('a controller that hangs up or says nothing', LIMIT, async () => {
+  let answer = (socket) => socket.destroy();
+  const server = net.createServer((socket) => answer(socket.on('error', () => {}))).listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const start = () => world.run('node', 'desk/radio', '--hci', `tcp:127.0.0.1:${server.address().port}`, '--desk', world.url);
+  const left = start();
+  assert.equal(await left.ended, 4, left.output);
+  assert.match(left.output, /^radio: the controller has gone: .*\n$/);
+  const asked = new Promise((resolve) => (answer = (socket) => socket.once('data', resolve)));
+  const waiting = start();
+  await asked;
+  waiting.process.kill('SIGINT');
+  assert.deepEqual([await waiting.ended, waiting.output], [0, '']);
+  server.close();
 });
 
 test('what cannot be reached is said', LIMIT, async () => {
