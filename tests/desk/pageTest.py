@@ -84,6 +84,17 @@ class PageTest(unittest.TestCase):
         wait_until("another phone", lambda: [one["device"] for one in self.desk.ask("GET", "/state")[2]["devices"]] == [2])
         self.wait_for_settings()
 
+    def test_a_daemon_that_goes_is_missed_and_its_successor_found(self):
+        self.desk.daemon.terminate()
+        self.desk.daemon.wait(PATIENCE)
+        self.browser.wait("the reason", "return !!document.querySelector('#link.bad')?.textContent.includes('daemon')")
+        self.desk.start_daemon()
+        self.browser.wait("another phone", "return !document.querySelector('#link.bad')")
+        self.wait_for_settings()
+        self.browser.run("location.reload()")
+        wait_until("what both phones did", lambda: self.browser.run(LOGGED, "register-capabilities") >= 6)
+        self.browser.complaints()  # of tries to connect while there was no daemon
+
     def test_what_others_say_is_text(self):
         self.desk.ask("POST", "/do", {"command": ["status", OWN_NETWORK, MARKUP]})
         sensor = self.desk.connect(type="sensor", central=True)

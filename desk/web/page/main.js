@@ -14,17 +14,27 @@ import {showSettings} from './settings.js';
 import {TestSensor} from './testSensor.js';
 import {Traffic} from './traffic.js';
 
-function showLink(desk) {
+// Why the page cannot change anything now; empty when it can.
+function problemOf(desk, phone) {
+    if (!desk.isLinked) {
+        return 'the desk does not answer';
+    }
+    return desk.state.camera ? phone.problem : 'no camera';
+}
+
+function showLink(desk, phone) {
     const link = byId('link');
     const show = () => {
-        const text = !desk.isLinked ? 'the desk does not answer' :
-            desk.state.camera ? `model ${desk.state.camera.model} at ${location.host}` : 'no camera';
-        setText(link, text);
+        const problem = problemOf(desk, phone);
+        setText(link, problem || `model ${desk.state.camera.model} at ${location.host}`);
         document.body.classList.toggle('offline', !desk.isLinked);
-        link.classList.toggle('bad', !desk.isLinked || !desk.state.camera);
+        link.classList.toggle('bad', problem !== '');
     };
     desk.on('link', show);
     desk.on('state', show);
+    for (const event of ['connect', 'failed', 'end']) {
+        phone.on(event, show);
+    }
 }
 
 async function start() {
@@ -32,8 +42,7 @@ async function start() {
     const [protocol, catalogue] = await Promise.all([ask('GET', 'protocol.json'), ask('GET', 'catalogue.json').catch(() => null)]);
     const desk = new Desk();
     const phone = new Phone(desk, protocol, catalogue);
-    phone.on('failed', complain);
-    showLink(desk);
+    showLink(desk, phone);
     showFace(desk, byId('face'));
     showBuffers(desk, byId('face'));
     showControls(desk, byId('controls'), phone);

@@ -102,6 +102,7 @@ class PageTransport extends Emitter {
 export class Phone extends Emitter {
     camera = null;
     device = null;
+    problem = '';  // why there is no camera, once that is known
     #isTrying = false;
     #isWaiting = false;
 
@@ -143,18 +144,21 @@ export class Phone extends Emitter {
             const tab = (await this.tab).toString(16).padStart(2, '0');
             const transport = new PageTransport(this.desk, `02:00:70:${browserBytes()}:${tab}`);
             const camera = await connect(transport, this.protocol, {catalogue: this.catalogue});
-            camera.on('end', () => this.#gone());
+            camera.on('end', ({reason}) => this.#gone(reason));
             this.camera = camera;
+            this.problem = '';
             this.device = transport.device;
             this.emit('connect', {camera, device: transport.device});
         } catch (error) {
+            this.problem = error.message;
             this.#tryLater();
             this.emit('failed', error);
         }
         this.#isTrying = false;
     }
 
-    #gone() {
+    #gone(reason) {
+        this.problem = reason;
         this.camera = null;
         this.device = null;
         this.#tryLater();
