@@ -41,7 +41,7 @@ enum {
     CSI_SYSTEM_STATE = 111, /* 1 SYS_SUSPENDED_UNSAFE, 0 resumed */
     CSI_CAH_STICKY_ERR = 122,
     CSI_CAH_SERVER = 124,
-    CSI_NEW_MEDIA = 128, /* kzBleSdkD clears it with 1 byte */
+    CSI_NEW_MEDIA = 128,     /* kzBleSdkD clears it with 1 byte */
     CSI_BOOT_COUNT_BT = 130, /* connections of this boot */
     CSI_BOOT_COUNT_RC = 131,
     CSI_BOOT_COUNT_AP = 132,
