@@ -51,7 +51,8 @@ bool Connection::is_readable() const {
 ssize_t Connection::read(char* bytes, size_t size) {
     if (m_at == m_end) {
         const auto isLate = [this] {
-            return Clock::now() - m_began > (m_serving.waiting > 0 ? kCrowdedPatience : kRequestPatience);
+            const auto patience = m_serving.waiting > 0 ? kCrowdedPatience : kRequestPatience;
+            return m_serving.isEnding || Clock::now() - m_began > patience;
         };
         // A client that sends a byte now and then is always readable in time.
         if (isLate() || await(POLLIN, isLate) == 0) {

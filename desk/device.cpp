@@ -25,8 +25,7 @@ Device::Device(unsigned number, const kzclient::RadioLink::Peer& peer, const Pro
       m_protocol(protocol),
       m_events(std::make_shared<EventLog>(number)),
       m_meaning(names),
-      m_link("", peer),
-      m_reader() {
+      m_link("", peer) {
     m_link.setSendPatience(kPatience);
     m_link.daemon().expectReading(kReadingPatience);  // the connection first of all
     m_reader = std::thread([this] { read(); });
