@@ -1,6 +1,8 @@
 // node desk/radio --hci PLACE [--desk URL] [--name NAME] [--type TYPE] - the camera on the desk as a Bluetooth LE
 // peripheral, for phones and other centrals. docs/radio.md says how to use it.
 
+import { End, end, ending, unlessEnding } from './ending.js';
+
 import { readFile } from 'node:fs/promises';
 import { parseArgs } from 'node:util';
 
@@ -29,13 +31,6 @@ const USAGE = `usage: node desk/radio --hci PLACE [--desk URL] [--name NAME] [--
 Ends with 0 on SIGINT or SIGTERM, with 4 when desk or controller cannot be reached, with 64 when it is called wrongly
 and with 1 otherwise.`;
 
-class Failure extends Error {
-  constructor(status, message) {
-    super(message);
-    this.status = status;
-  }
-}
-
 const log = (line) => console.log(`radio: ${line}`);
 
 function parseOptions() {
@@ -52,7 +47,7 @@ function parseOptions() {
     });
     return values;
   } catch (error) {
-    throw new Failure(WRONG_USE, error.message);
+    throw new End(WRONG_USE, error.message);
   }
 }
 
@@ -65,22 +60,22 @@ function check({ hci, desk, name }) {
   ];
   const broken = rules.find(([holds]) => !holds);
   if (broken) {
-    throw new Failure(WRONG_USE, `${broken[1]} (see --help)`);
+    throw new End(WRONG_USE, `${broken[1]} (see --help)`);
   }
 }
 
 async function reach(what, promise) {
   try {
-    return await promise;
+    return await unlessEnding(promise);
   } catch (error) {
-    throw new Failure(UNREACHABLE, `${what}: ${error.message || error.code}`);
+    throw error instanceof End ? error : new End(UNREACHABLE, `${what}: ${error.message || error.code}`);
   }
 }
 
 function checkType(protocol, type) {
   const names = protocol.deviceTypes.map(({ name }) => name);
   if (!names.includes(type)) {
-    throw new Failure(WRONG_USE, `no device type "${type}"; there are ${names.join(', ')}`);
+    throw new End(WRONG_USE, `no device type "${type}"; there are ${names.join(', ')}`);
   }
 }
 
@@ -90,29 +85,19 @@ async function run(options) {
   checkType(protocol, options.type);
   const uuids = JSON.parse(await readFile(new URL('../uuids.json', import.meta.url)));
 
-  const channel = await reach(`no controller at ${options.hci}`, openChannel(options.hci));
-  const stopping = new AbortController();
-  let status = 0;
-  channel.on('closed', (error) => {
-    if (error && !stopping.signal.aborted) {
-      console.error(`radio: the controller has gone: ${error.message}`);
-      status = UNREACHABLE;
-      stopping.abort();
-    }
-  });
+  const noController = `no controller at ${options.hci}`;
+  const channel = await reach(noController, openChannel(options.hci));
+  channel.on('closed', (error) => error && end(UNREACHABLE, `the controller has gone: ${error.message}`));
   const flow = new HciFlow((packet) => channel.write(packet));
   const peripheral = new Peripheral(channel, flow, protocol.interfaces, uuids);
-  const address = await reach(`no controller at ${options.hci}`, peripheral.start());
-  log(`controller ${address}`);
-  // The GATT library has a handler of SIGINT that ends the program, unless another one comes behind it.
-  ['SIGINT', 'SIGTERM'].forEach((signal) => process.on(signal, () => stopping.abort()));
-
-  const bridge = new Bridge({ desk, peripheral, flow, options, log });
-  await bridge.run(stopping.signal);
-  await bridge.stop(END_PATIENCE);
-  peripheral.stop();
-  channel.close();
-  return status;
+  try {
+    log(`controller ${await reach(noController, peripheral.start())}`);
+    const bridge = new Bridge({ desk, peripheral, flow, options, log });
+    await reach(noController, bridge.run(ending)).finally(() => bridge.stop(END_PATIENCE));
+  } finally {
+    peripheral.stop();
+    channel.close();
+  }
 }
 
 async function main() {
@@ -122,11 +107,14 @@ async function main() {
     return 0;
   }
   check(options);
-  return run(options);
+  await run(options);
+  throw ending.reason;
 }
 
 process.exitCode = await main().catch((error) => {
-  console.error(`radio: ${error.message}`);
-  return error.status ?? FAILED;
+  if (error.message !== '') {
+    console.error(`radio: ${error.message}`);
+  }
+  return error instanceof End ? error.status : FAILED;
 });
 setTimeout(() => process.exit(), 500).unref(); // what the controller has not taken by then

@@ -75,6 +75,19 @@ test('a phone captures, fetches the catalogue, is pushed to, and may leave in th
   await assert.rejects(phone.find(1000), 'it advertises no more');
 });
 
+test('a phone whose device ends is disconnected, and may connect again', LIMIT, async () => {
+  const radio = await world.radio('unix:' + CONTROLLER);
+  await phone.connect();
+  const [{ device }] = await world.state('devices');
+  await fetch(`${world.url}/devices/${device}`, { method: 'DELETE' });
+  await phone.gone;
+  await radio.says(/is disconnected: the camera's side ended: deleted\n/);
+  await phone.connect();
+  await phone.write('command', '03 01 01 00');
+  assert.equal((await phone.packet('command')).toString('hex'), '020100');
+  await assertOrderlyEnd(radio);
+});
+
 // Forwards a controller, delays what it says of data packets that left, and counts those in flight.
 function slowLink() {
   const link = { inFlight: 0, most: 0 };
@@ -146,4 +159,29 @@ test('what cannot be reached is said', LIMIT, async () => {
     assert.equal(await radio.ended, status, radio.output);
     assert.match(radio.output, /^radio: .*\n$/);
   }
+});
+
+test('a controller that hangs up or says nothing ends the start', LIMIT, async () => {
+  let take;
+  const controller = net.createServer((connection) => take(connection)).listen(0, '127.0.0.1');
+  await until('the port', () => controller.address());
+  const start = async (act) => {
+    const taken = new Promise((resolve) => (take = resolve));
+    const place = `tcp:127.0.0.1:${controller.address().port}`;
+    const radio = world.run('node', 'desk/radio', '--hci', place, '--desk', world.url);
+    const connection = (await taken).on('error', () => {});
+    await act(connection, radio);
+    return [await radio.ended, radio.output];
+  };
+  const [status, output] = await start((connection) => connection.destroy());
+  assert.equal(status, 4, output);
+  assert.match(output, /^radio: the controller has gone: .*\n$/);
+  for (const signal of ['SIGINT', 'SIGTERM']) {
+    const ended = await start(async (connection, radio) => {
+      await new Promise((resolve) => connection.once('data', resolve));
+      radio.process.kill(signal);
+    });
+    assert.deepEqual(ended, [0, '']);
+  }
+  controller.close();
 });
