@@ -14,17 +14,23 @@ import {showSettings} from './settings.js';
 import {TestSensor} from './testSensor.js';
 import {Traffic} from './traffic.js';
 
-function showLink(desk) {
+function showLink(desk, phone) {
     const link = byId('link');
+    const lack = () => {
+        if (!desk.isLinked) {
+            return 'the desk does not answer';
+        }
+        return !desk.state.camera ? 'no camera' : phone.problem ? phone.lack : null;
+    };
     const show = () => {
-        const text = !desk.isLinked ? 'the desk does not answer' :
-            desk.state.camera ? `model ${desk.state.camera.model} at ${location.host}` : 'no camera';
-        setText(link, text);
+        const problem = lack();
+        setText(link, problem ?? `model ${desk.state.camera.model} at ${location.host}`);
         document.body.classList.toggle('offline', !desk.isLinked);
-        link.classList.toggle('bad', !desk.isLinked || !desk.state.camera);
+        link.classList.toggle('bad', problem !== null);
     };
     desk.on('link', show);
     desk.on('state', show);
+    ['connect', 'end', 'failed'].forEach((event) => phone.on(event, show));
 }
 
 async function start() {
@@ -32,8 +38,8 @@ async function start() {
     const [protocol, catalogue] = await Promise.all([ask('GET', 'protocol.json'), ask('GET', 'catalogue.json').catch(() => null)]);
     const desk = new Desk();
     const phone = new Phone(desk, protocol, catalogue);
-    phone.on('failed', complain);
-    showLink(desk);
+    phone.on('end', ({reason}) => complain(new Error(`The phone of this page was disconnected: ${reason}`)));
+    showLink(desk, phone);
     showFace(desk, byId('face'));
     showBuffers(desk, byId('face'));
     showControls(desk, byId('controls'), phone);
