@@ -1,5 +1,7 @@
 #include "device.h"
 
+#include <poll.h>
+
 #include <cstdio>
 
 #include "apiError.h"
@@ -14,6 +16,7 @@ using Json = nlohmann::ordered_json;
 using std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kReadTurn{500};  // how often a quiet device looks for the daemon
+constexpr int kLooksPerQuestion = 4;  // and how often it gets something to read: one that was killed leaves its queues
 constexpr std::chrono::seconds kReadingPatience{2};  // with a daemon that reads nothing of what waits for it
 
 }  // namespace
@@ -114,13 +117,14 @@ void Device::writeGate(uint8_t descriptor, uint8_t value) {
 // ---------------------------------------------------------------- reading
 
 void Device::read() {
+    int looks = 0;
     try {
         while (!m_ended) {
             if (const auto packet = m_link.receive(steady_clock::now() + kReadTurn)) {
                 ++m_packetsIn;
                 notePacket(Direction::kNotify, packet->streamId, packet->bytes);
             } else {
-                lookForDaemon();
+                lookForDaemon(++looks % kLooksPerQuestion == 0);
             }
         }
     } catch (const kzclient::Error&) {
@@ -129,13 +133,33 @@ void Device::read() {
 }
 
 // The radio keeps a connection whose daemon has gone: the next one knows nothing of it.
-void Device::lookForDaemon() {
+void Device::lookForDaemon(bool asks) {
     try {
         m_link.daemon().expectSame();
+        if (asks) {
+            askDaemon();
+        }
         m_link.daemon().expectReading(kReadingPatience);
     } catch (const kzclient::Error& error) {
         disconnect(error.what());
     }
+}
+
+// Writes a gate as it is, which changes nothing; to a sensor, whose gates the camera opens, it would be news. Not
+// beside a writer, and not to a radio that takes nothing: that is for the next writer to find out.
+void Device::askDaemon() {
+    const std::lock_guard turn(m_turnMutex);
+    pollfd radio{m_link.descriptor(), POLLOUT, 0};
+    if (m_peer.cameraIsCentral || m_writing || poll(&radio, 1, 0) != 1 || radio.revents != POLLOUT) {
+        return;
+    }
+    uint8_t value = 0;
+    {
+        const std::lock_guard lock(m_gatesMutex);
+        const auto known = m_gates.find(KZ_STR_ID_QUERY_CCC);
+        value = known != m_gates.end() ? known->second : value;
+    }
+    m_link.writeDescriptor(KZ_STR_ID_QUERY_CCC, value);
 }
 
 void Device::notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet) {

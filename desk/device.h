@@ -79,7 +79,8 @@ class Device {
     template <typename Work>
     void onLink(Work work);
     void read();
-    void lookForDaemon();
+    void lookForDaemon(bool asks);
+    void askDaemon();
     void notePacket(Direction direction, uint8_t stream, std::span<const uint8_t> packet);
     void noteMessage(Direction direction, const Interface& interface, uint8_t stream, const kzclient::Bytes& message);
 

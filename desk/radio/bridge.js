@@ -71,7 +71,9 @@ export class Bridge {
     if (this.#hiddenBecause !== null) {
       this.#hiddenBecause = null;
       await this.#peripheral.advertise(this.#options.name);
-      this.#log(`"${this.#options.name}" advertises`);
+      if (this.#hiddenBecause === null) {
+        this.#log(`"${this.#options.name}" advertises`);
+      }
     }
   }
 

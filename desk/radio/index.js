@@ -1,6 +1,8 @@
 // node desk/radio --hci PLACE [--desk URL] [--name NAME] [--type TYPE] - the camera on the desk as a Bluetooth LE
 // peripheral, for phones and other centrals. docs/radio.md says how to use it.
 
+import { End, end, ending, unlessEnding } from './ending.js';
+
 import { readFile } from 'node:fs/promises';
 import { parseArgs } from 'node:util';
 
@@ -29,13 +31,6 @@ const USAGE = `usage: node desk/radio --hci PLACE [--desk URL] [--name NAME] [--
 Ends with 0 on SIGINT or SIGTERM, with 4 when desk or controller cannot be reached, with 64 when it is called wrongly
 and with 1 otherwise.`;
 
-class Failure extends Error {
-  constructor(status, message) {
-    super(message);
-    this.status = status;
-  }
-}
-
 const log = (line) => console.log(`radio: ${line}`);
 
 function parseOptions() {
@@ -52,7 +47,7 @@ function parseOptions() {
     });
     return values;
   } catch (error) {
-    throw new Failure(WRONG_USE, error.message);
+    throw new End(WRONG_USE, error.message);
   }
 }
 
@@ -65,67 +60,44 @@ function check({ hci, desk, name }) {
   ];
   const broken = rules.find(([holds]) => !holds);
   if (broken) {
-    throw new Failure(WRONG_USE, `${broken[1]} (see --help)`);
+    throw new End(WRONG_USE, `${broken[1]} (see --help)`);
   }
 }
 
-// What stops the radio is the reason of a signal: a Failure, of status 0 when somebody wanted it.
-function whenStopped(signal) {
-  return new Promise((_, reject) => {
-    signal.throwIfAborted();
-    signal.addEventListener('abort', () => reject(signal.reason), { once: true });
-  });
-}
-
-async function reach(what, promise, signal) {
+async function reach(what, promise) {
   try {
-    return await Promise.race([promise, whenStopped(signal)]);
+    return await unlessEnding(promise);
   } catch (error) {
-    throw error instanceof Failure ? error : new Failure(UNREACHABLE, `${what}: ${error.message || error.code}`);
+    throw error instanceof End ? error : new End(UNREACHABLE, `${what}: ${error.message || error.code}`);
   }
-}
-
-// Our handlers have to be the last ones: that of the GATT library ends the program when none comes behind it.
-function stopOnSignals(stopping) {
-  const stop = () => stopping.abort(new Failure(0, 'stopped'));
-  const listen = () => ['SIGINT', 'SIGTERM'].forEach((signal) => process.off(signal, stop).on(signal, stop));
-  listen();
-  return listen;
 }
 
 function checkType(protocol, type) {
   const names = protocol.deviceTypes.map(({ name }) => name);
   if (!names.includes(type)) {
-    throw new Failure(WRONG_USE, `no device type "${type}"; there are ${names.join(', ')}`);
+    throw new End(WRONG_USE, `no device type "${type}"; there are ${names.join(', ')}`);
   }
 }
 
 async function run(options) {
-  const stopping = new AbortController();
-  const { signal } = stopping;
-  const listenLast = stopOnSignals(stopping);
   const desk = new Desk(options.desk);
-  const protocol = await reach(`no desk at ${options.desk}`, desk.ask('GET', '/protocol.json'), signal);
+  const protocol = await reach(`no desk at ${options.desk}`, desk.ask('GET', '/protocol.json'));
   checkType(protocol, options.type);
   const uuids = JSON.parse(await readFile(new URL('../uuids.json', import.meta.url)));
 
-  const channel = await reach(`no controller at ${options.hci}`, openChannel(options.hci), signal);
-  channel.on('closed', (error) => {
-    stopping.abort(new Failure(UNREACHABLE, `the controller has gone: ${error?.message}`));
-  });
+  const noController = `no controller at ${options.hci}`;
+  const channel = await reach(noController, openChannel(options.hci));
+  channel.on('closed', (error) => error && end(UNREACHABLE, `the controller has gone: ${error.message}`));
   const flow = new HciFlow((packet) => channel.write(packet));
   const peripheral = new Peripheral(channel, flow, protocol.interfaces, uuids);
-  const starting = peripheral.start();
-  listenLast();
-  const address = await reach(`no controller at ${options.hci}`, starting, signal);
-  log(`controller ${address}`);
-
-  const bridge = new Bridge({ desk, peripheral, flow, options, log });
-  await bridge.run(signal);
-  await bridge.stop(END_PATIENCE);
-  peripheral.stop();
-  channel.close();
-  throw signal.reason;
+  try {
+    log(`controller ${await reach(noController, peripheral.start())}`);
+    const bridge = new Bridge({ desk, peripheral, flow, options, log });
+    await reach(noController, bridge.run(ending)).finally(() => bridge.stop(END_PATIENCE));
+  } finally {
+    peripheral.stop();
+    channel.close();
+  }
 }
 
 async function main() {
@@ -135,15 +107,14 @@ async function main() {
     return 0;
   }
   check(options);
-  return run(options);
+  await run(options);
+  throw ending.reason;
 }
 
-function report(error) {
-  if (error.status !== 0) {
+process.exitCode = await main().catch((error) => {
+  if (error.message !== '') {
     console.error(`radio: ${error.message}`);
   }
-  return error.status ?? FAILED;
-}
-
-process.exitCode = await main().catch(report);
+  return error instanceof End ? error.status : FAILED;
+});
 setTimeout(() => process.exit(), 500).unref(); // what the controller has not taken by then

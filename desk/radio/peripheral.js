@@ -33,7 +33,10 @@ export class Peripheral extends EventEmitter {
 
   // Sets the controller up, and returns its address. Throws a ControllerError, as advertise() does.
   async start() {
-    const [state] = await inTime(once(this.#bleno, 'stateChange'));
+    const changed = once(this.#bleno, 'stateChange');
+    // By now the library has a handler of SIGINT that ends the program, unless another one comes behind it.
+    process.on('SIGINT', () => {});
+    const [state] = await inTime(changed);
     if (state !== 'poweredOn') {
       throw new ControllerError(`the controller is ${state}`);
     }

@@ -130,6 +130,21 @@ test('an answer may take longer than the deadline as long as more of it comes', 
     await assert.rejects(camera.raw('command', '51'), failure('timed-out'));
 });
 
+test('a write that finds the device gone waits for the reason of the end', {timeout: 4000}, async () => {
+    for (const reason of ['the daemon was started anew', null]) {
+        const transport = new HandTransport();
+        const camera = await connect(transport, protocol, {catalogue: null, timeout: 60_000});
+        const waiting = camera.raw('query', '53');
+        transport.written = () => {
+            setTimeout(() => reason && transport.emit('end', {reason}), 50);
+            throw new CameraError('disconnected', 'no such device');
+        };
+        const message = `the link has ended: ${reason ?? 'no such device'}`;
+        await assert.rejects(camera.raw('command', '51'), failure('disconnected', {message}));
+        await assert.rejects(waiting, failure('disconnected', {message}));
+    }
+});
+
 test('hostile bytes neither throw nor pile up', {timeout: 60_000}, async (context) => {
     const reports = context.mock.method(console, 'error', () => {});
     const transport = new HandTransport();

@@ -154,14 +154,14 @@ phoneTest('a deadline and a lost link end what waits', async (camera) => {
     await camera.link.transport.gate(5, true);
     await camera.command('get-time');
     await control('radio', 'slow', '50');
-    const end = (work) => work.then(() => 'done', (error) => failure('disconnected')(error) && 'disconnected');
+    const end = (work) => work.then(() => 'done', (error) => failure('disconnected')(error) && error.message);
     const waits = [camera.catalogue(), camera.command('get-time'), camera.get(), camera.raw('command', '51')].map(end);
     const packets = [];
     camera.on('packet', ({direction}) => direction === 'notify' && packets.push(direction));
     await until('the middle of the transfer', () => packets.length > 10);
     await control('radio', 'drop', '0', String(camera.link.transport.connection));
     waits.push(end(camera.command('get-time')), end(camera.set(2, 1)));
-    assert.deepEqual(await Promise.all(waits), Array(waits.length).fill('disconnected'));
+    assert.deepEqual(await Promise.all(waits), Array(waits.length).fill('the link has ended: disconnected'));
     await control('radio', 'slow', '0');
     await until('the end', () => ends.length > 0);
     assert.deepEqual(ends, ['disconnected']);

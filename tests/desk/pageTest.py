@@ -16,6 +16,11 @@ MARKUP = "<script>x=1</script><b>!"
 RECORDS = "return document.querySelector('#recording').textContent === 'Recording' && !!document.querySelector('.recording')"
 VALUE = "return document.querySelector(`#setting-${arguments[0]}:enabled`)?.value"
 OPTION = "return document.querySelector(`#setting-${arguments[0]} option[value='${arguments[1]}']`)?.disabled"
+CHOOSE = ("const select = document.querySelector(`#setting-${arguments[0]}:enabled`); select.value = arguments[1];"
+          "select.dispatchEvent(new Event('change'))")
+NO_CAMERA = ("window.tries = 0; window.realFetch = fetch; window.fetch = (path, options) => (path === 'devices' && ++tries ? Promise.resolve("
+             "Response.json({error: {code: 'no-camera', message: 'no daemon runs'}}, {status: 503})) : realFetch(path, options))")
+LINK = "return [document.querySelector('.link.bad')?.textContent ?? '', document.querySelector('#settings .note').textContent]"
 FOCUSED = "return document.activeElement.id || document.activeElement.name || document.activeElement.textContent"
 LOGGED = "return [...document.querySelectorAll('.entries li')].filter((one) => one.textContent.includes(arguments[0])).length"
 
@@ -82,18 +87,25 @@ class PageTest(unittest.TestCase):
 
         self.desk.ask("POST", "/do", {"command": ["radio", "drop", "0", str(after[0]["connection"])]})
         wait_until("another phone", lambda: [one["device"] for one in self.desk.ask("GET", "/state")[2]["devices"]] == [2])
+        self.browser.click(".problem button")
         self.wait_for_settings()
 
-    def test_a_daemon_that_goes_is_missed_and_its_successor_found(self):
-        self.desk.daemon.terminate()
-        self.desk.daemon.wait(PATIENCE)
-        self.browser.wait("the reason", "return !!document.querySelector('#link.bad')?.textContent.includes('daemon')")
-        self.desk.start_daemon()
-        self.browser.wait("another phone", "return !document.querySelector('#link.bad')")
+    def test_a_phone_that_ends_says_why_and_is_replaced(self):
+        self.browser.run(NO_CAMERA)
+        first = self.desk.ask("GET", "/state")[2]["devices"][0]["device"]
+        self.desk.ask("DELETE", f"/devices/{first}")
+        for reason in ("not connected: deleted", "not connected: no daemon runs"):
+            wait_until(reason, lambda: all(reason in text for text in self.browser.run(LINK)))
+        self.assertIn("disconnected: deleted", self.browser.run("return document.querySelector('#problems').textContent"))
+        self.browser.click(".problem button")
+        self.assertLess(self.browser.run("window.fetch = realFetch; return tries"), 4)
         self.wait_for_settings()
+        self.assertEqual(self.browser.run(LINK), ["", ""])
+        self.browser.run(CHOOSE, RESOLUTION, "9")
+        wait_until("the setting", lambda: {"id": RESOLUTION, "value": 9}.items() <= next(
+            one for one in self.desk.ask("GET", "/state")[2]["camera"]["settings"] if one["id"] == RESOLUTION).items())
         self.browser.run("location.reload()")
         wait_until("what both phones did", lambda: self.browser.run(LOGGED, "register-capabilities") >= 6)
-        self.browser.complaints()  # of tries to connect while there was no daemon
 
     def test_what_others_say_is_text(self):
         self.desk.ask("POST", "/do", {"command": ["status", OWN_NETWORK, MARKUP]})

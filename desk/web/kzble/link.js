@@ -8,6 +8,7 @@ import {CameraError, Emitter} from './basics.js';
 import {Framing} from './framing.js';
 
 const kWriteTimeout = 15_000;  // ms
+const kEndPatience = 1000;     // ms, from a write that found the device gone to the transport's end
 
 // One interface: what waits to be written, and what is being written or waits for its answer.
 class Channel {
@@ -97,7 +98,11 @@ export class Link extends Emitter {
                 this.#settle(job, job.resolve);
             }
         } catch (error) {
-            this.#settle(job, job.reject, this.#writeError(error, job.name));
+            const failure = this.#writeError(error, job.name);
+            if (failure.code === 'disconnected') {
+                await this.#expectEnd(failure.message);
+            }
+            this.#settle(job, job.reject, failure);
         }
         clearTimeout(job.writeTimer);
         job.isWritten = true;
@@ -141,6 +146,20 @@ export class Link extends Emitter {
         job.reject(new CameraError('timed-out', 'a packet could not be written in time', {command: job.name}));
         this.#end('a packet could not be written in time');
         this.transport.close().catch(() => {});
+    }
+
+    // A write may learn before the transport's end that the device is gone; the end knows the reason.
+    async #expectEnd(otherReason) {
+        const end = Date.now() + kEndPatience;
+        while (!this.#ended && Date.now() < end) {
+            await new Promise((resolve) => {
+                setTimeout(resolve, 10);
+            });
+        }
+        if (!this.#ended) {
+            this.#end(otherReason);
+            this.transport.close().catch(() => {});
+        }
     }
 
     // A packet of the transport. Those that this side wrote have been noted already.

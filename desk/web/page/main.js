@@ -14,27 +14,23 @@ import {showSettings} from './settings.js';
 import {TestSensor} from './testSensor.js';
 import {Traffic} from './traffic.js';
 
-// Why the page cannot change anything now; empty when it can.
-function problemOf(desk, phone) {
-    if (!desk.isLinked) {
-        return 'the desk does not answer';
-    }
-    return desk.state.camera ? phone.problem : 'no camera';
-}
-
 function showLink(desk, phone) {
     const link = byId('link');
+    const lack = () => {
+        if (!desk.isLinked) {
+            return 'the desk does not answer';
+        }
+        return !desk.state.camera ? 'no camera' : phone.problem ? phone.lack : null;
+    };
     const show = () => {
-        const problem = problemOf(desk, phone);
-        setText(link, problem || `model ${desk.state.camera.model} at ${location.host}`);
+        const problem = lack();
+        setText(link, problem ?? `model ${desk.state.camera.model} at ${location.host}`);
         document.body.classList.toggle('offline', !desk.isLinked);
-        link.classList.toggle('bad', problem !== '');
+        link.classList.toggle('bad', problem !== null);
     };
     desk.on('link', show);
     desk.on('state', show);
-    for (const event of ['connect', 'failed', 'end']) {
-        phone.on(event, show);
-    }
+    ['connect', 'end', 'failed'].forEach((event) => phone.on(event, show));
 }
 
 async function start() {
@@ -42,6 +38,7 @@ async function start() {
     const [protocol, catalogue] = await Promise.all([ask('GET', 'protocol.json'), ask('GET', 'catalogue.json').catch(() => null)]);
     const desk = new Desk();
     const phone = new Phone(desk, protocol, catalogue);
+    phone.on('end', ({reason}) => complain(new Error(`The phone of this page was disconnected: ${reason}`)));
     showLink(desk, phone);
     showFace(desk, byId('face'));
     showBuffers(desk, byId('face'));

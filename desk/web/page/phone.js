@@ -36,6 +36,15 @@ async function takeTab() {
     return 100 + Math.floor(Math.random() * 100);
 }
 
+// Devices that have ended, and why. The state may still show them for a moment.
+class EndedDevices extends Map {
+    constructor(desk) {
+        super();
+        desk.on('reset', () => this.clear());
+        desk.on('entry', ({event, device, reason}) => event === 'end' && this.set(device, reason));
+    }
+}
+
 // A device of the desk as kzble.js wants it, over the page's only event stream.
 class PageTransport extends Emitter {
     opensGates = true;
@@ -43,14 +52,15 @@ class PageTransport extends Emitter {
     #isSeen = false;
     #over = new AbortController();
 
-    constructor(desk, address) {
+    constructor(desk, address, ended) {
         super();
         this.desk = desk;
         this.address = address;
+        this.ended = ended;
     }
 
     async open() {
-        const known = this.desk.state.devices.find((one) => one.address === this.address);
+        const known = this.desk.state.devices.find((one) => one.address === this.address && !this.ended.has(one.device));
         this.#isSeen = known !== undefined;
         this.device = (known ?? await ask('POST', 'devices', {address: this.address, type: 'phone', gates: true})).device;
         this.desk.on('entry', (entry) => this.#take(entry), this.#over.signal);
@@ -58,17 +68,20 @@ class PageTransport extends Emitter {
             const isThere = devices.some((one) => one.device === this.device && one.address === this.address);
             this.#isSeen ||= isThere;
             if (this.#isSeen && !isThere) {
-                this.#end('the desk was started anew');
+                this.#end('the desk does not know it any more');
             }
         }, this.#over.signal);
+        if (this.ended.has(this.device)) {
+            this.#end(this.ended.get(this.device));
+        }
     }
 
     write(stream, bytes) {
-        return ask('POST', `devices/${this.device}/write`, {stream, bytes: hex(bytes)});
+        return this.#askDevice('write', {stream, bytes: hex(bytes)});
     }
 
     gate(descriptor, isOpen) {
-        return ask('POST', `devices/${this.device}/ccc`, {descriptor, value: isOpen ? 1 : 0});
+        return this.#askDevice('ccc', {descriptor, value: isOpen ? 1 : 0});
     }
 
     async close() {
@@ -76,8 +89,17 @@ class PageTransport extends Emitter {
         this.#end('closed here');
     }
 
+    async #askDevice(what, body) {
+        try {
+            return await ask('POST', `devices/${this.device}/${what}`, body);
+        } catch (error) {
+            throw error.code === 'no-such-device' ? new CameraError('disconnected', error.message) : error;
+        }
+    }
+
+    // An end counts also when it came while the page did not hear of it.
     #take(entry) {
-        if (entry.device !== this.device || !entry.isLive) {
+        if (entry.device !== this.device || !(entry.isLive || entry.event === 'end')) {
             return;
         }
         if (entry.event === 'packet' && entry.direction === 'notify') {
@@ -98,11 +120,11 @@ class PageTransport extends Emitter {
     }
 }
 
-// Events: connect {camera, device}, and end.
+// Events: connect {camera, device}, end {reason}, and failed: it could not connect, and tries again.
 export class Phone extends Emitter {
     camera = null;
     device = null;
-    problem = '';  // why there is no camera, once that is known
+    problem = null;  // why it is not connected, once that is known
     #isTrying = false;
     #isWaiting = false;
 
@@ -112,13 +134,19 @@ export class Phone extends Emitter {
         this.protocol = protocol;
         this.catalogue = catalogue;
         this.tab = takeTab();
+        this.ended = new EndedDevices(desk);
         desk.on('state', () => this.#connectIfNeeded());
+    }
+
+    // What to say while it is not connected.
+    get lack() {
+        return `the phone of this page is not connected${this.problem ? `: ${this.problem}` : ''}`;
     }
 
     // Runs `work` with the connected Camera; the page says when there is none.
     async ask(work) {
         if (!this.camera) {
-            throw new CameraError('disconnected', 'the phone of this page is not connected');
+            throw new CameraError('disconnected', this.lack);
         }
         return work(this.camera);
     }
@@ -142,11 +170,11 @@ export class Phone extends Emitter {
         this.#isTrying = true;
         try {
             const tab = (await this.tab).toString(16).padStart(2, '0');
-            const transport = new PageTransport(this.desk, `02:00:70:${browserBytes()}:${tab}`);
+            const transport = new PageTransport(this.desk, `02:00:70:${browserBytes()}:${tab}`, this.ended);
             const camera = await connect(transport, this.protocol, {catalogue: this.catalogue});
             camera.on('end', ({reason}) => this.#gone(reason));
             this.camera = camera;
-            this.problem = '';
+            this.problem = null;
             this.device = transport.device;
             this.emit('connect', {camera, device: transport.device});
         } catch (error) {
@@ -158,10 +186,10 @@ export class Phone extends Emitter {
     }
 
     #gone(reason) {
-        this.problem = reason;
         this.camera = null;
         this.device = null;
+        this.problem = reason;
         this.#tryLater();
-        this.emit('end', {});
+        this.emit('end', {reason});
     }
 }

@@ -79,7 +79,7 @@ export function showSettings(desk, section, phone, catalogue) {
         const shown = settings.filter(({id, name}) => `${name ?? ''} ${id}`.toLowerCase().includes(wanted));
         const rows = keyed(list, shown.map(({id}) => id), make);
         shown.forEach((setting) => showOne(rows.get(String(setting.id)), setting));
-        setText(note, !phone.camera && desk.state?.camera ? 'The phone of this page is not connected: nothing can be chosen.' :
+        setText(note, !phone.camera && desk.state?.camera ? `Nothing can be chosen: ${phone.lack}.` :
             shown.length === 0 && settings.length > 0 ? 'No setting has that name.' : '');
     }
 
@@ -95,5 +95,5 @@ export function showSettings(desk, section, phone, catalogue) {
             complain(error);
         }
     });
-    phone.on('end', show);
+    ['end', 'failed'].forEach((event) => phone.on(event, show));
 }

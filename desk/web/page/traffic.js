@@ -32,10 +32,7 @@ export class Traffic {
 
     // The last `most` entries that `fits` accepts, oldest first. What was before this page comes device by device.
     last(most, fits) {
-        if (!this.#isSorted) {
-            this.entries.sort((one, other) => (one.time < other.time ? -1 : one.time > other.time ? 1 : 0));
-            this.#isSorted = true;
-        }
+        this.#sort();
         const found = [];
         for (let at = this.entries.length - 1; at >= 0 && found.length < most; --at) {
             if (fits(this.entries[at])) {
@@ -45,6 +42,13 @@ export class Traffic {
         return found.reverse();
     }
 
+    #sort() {
+        if (!this.#isSorted) {
+            this.entries.sort((one, other) => (one.time < other.time ? -1 : one.time > other.time ? 1 : 0));
+            this.#isSorted = true;
+        }
+    }
+
     #add(entry) {
         const row = {...entry, key: `${entry.device}:${entry.event}:${entry.id}`, ...this.#words(entry)};
         row.searched = [row.event, row.title, row.text, row.interface, row.bytes, row.bytes?.replaceAll(' ', '')]
@@ -52,6 +56,7 @@ export class Traffic {
         this.#isSorted &&= entry.time >= (this.entries.at(-1)?.time ?? '');
         this.entries.push(row);
         if (this.entries.length > 2 * kKept) {
+            this.#sort();
             this.entries.splice(0, this.entries.length - kKept);
         }
         this.#onChange();

@@ -2,7 +2,6 @@
 // world of its own.
 
 import assert from 'node:assert';
-import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
 import net from 'node:net';
 import { after, before, test } from 'node:test';
@@ -76,6 +75,19 @@ test('a phone captures, fetches the catalogue, is pushed to, and may leave in th
   await assert.rejects(phone.find(1000), 'it advertises no more');
 });
 
+test('a phone whose device ends is disconnected, and may connect again', LIMIT, async () => {
+  const radio = await world.radio('unix:' + CONTROLLER);
+  await phone.connect();
+  const [{ device }] = await world.state('devices');
+  await fetch(`${world.url}/devices/${device}`, { method: 'DELETE' });
+  await phone.gone;
+  await radio.says(/is disconnected: the camera's side ended: deleted\n/);
+  await phone.connect();
+  await phone.write('command', '03 01 01 00');
+  assert.equal((await phone.packet('command')).toString('hex'), '020100');
+  await assertOrderlyEnd(radio);
+});
+
 // Forwards a controller, delays what it says of data packets that left, and counts those in flight.
 function slowLink() {
   const link = { inFlight: 0, most: 0 };
@@ -140,22 +152,6 @@ test('the desk may go and come back', LIMIT, async () => {
   await noDevice();
 });
 
-test('a controller that hangs up or says nothing', LIMIT, async () => {
-  let answer = (socket) => socket.destroy();
-  const server = net.createServer((socket) => answer(socket.on('error', () => {}))).listen(0, '127.0.0.1');
-  await once(server, 'listening');
-  const start = () => world.run('node', 'desk/radio', '--hci', `tcp:127.0.0.1:${server.address().port}`, '--desk', world.url);
-  const left = start();
-  assert.equal(await left.ended, 4, left.output);
-  assert.match(left.output, /^radio: the controller has gone: .*\n$/);
-  const asked = new Promise((resolve) => (answer = (socket) => socket.once('data', resolve)));
-  const waiting = start();
-  await asked;
-  waiting.process.kill('SIGINT');
-  assert.deepEqual([await waiting.ended, waiting.output], [0, '']);
-  server.close();
-});
-
 test('what cannot be reached is said', LIMIT, async () => {
   for (const [place, url, status] of [['elsewhere', world.url, 64], ['unix:/tmp/none', world.url, 4],
     ['tcp:127.0.0.1:1', world.url, 4], ['user:7', world.url, 4], ['unix:/tmp/none', 'http://127.0.0.1:1', 4]]) {
@@ -163,4 +159,29 @@ test('what cannot be reached is said', LIMIT, async () => {
     assert.equal(await radio.ended, status, radio.output);
     assert.match(radio.output, /^radio: .*\n$/);
   }
+});
+
+test('a controller that hangs up or says nothing ends the start', LIMIT, async () => {
+  let take;
+  const controller = net.createServer((connection) => take(connection)).listen(0, '127.0.0.1');
+  await until('the port', () => controller.address());
+  const start = async (act) => {
+    const taken = new Promise((resolve) => (take = resolve));
+    const place = `tcp:127.0.0.1:${controller.address().port}`;
+    const radio = world.run('node', 'desk/radio', '--hci', place, '--desk', world.url);
+    const connection = (await taken).on('error', () => {});
+    await act(connection, radio);
+    return [await radio.ended, radio.output];
+  };
+  const [status, output] = await start((connection) => connection.destroy());
+  assert.equal(status, 4, output);
+  assert.match(output, /^radio: the controller has gone: .*\n$/);
+  for (const signal of ['SIGINT', 'SIGTERM']) {
+    const ended = await start(async (connection, radio) => {
+      await new Promise((resolve) => connection.once('data', resolve));
+      radio.process.kill(signal);
+    });
+    assert.deepEqual(ended, [0, '']);
+  }
+  controller.close();
 });
