@@ -29,9 +29,9 @@ DeviceTable::Devices DeviceTable::takeEnded() {
 
 // Called locked.
 void DeviceTable::keepLog(const Device& device) {
-    m_endedLogs[device.number()] = device.log();
+    m_endedLogs.emplace_back(device.number(), device.log());
     if (m_endedLogs.size() > kKeptLogs) {
-        m_endedLogs.erase(m_endedLogs.begin());
+        m_endedLogs.pop_front();
     }
 }
 
@@ -110,8 +110,9 @@ void DeviceTable::remove(unsigned number) {
     const std::shared_ptr<Device> device = find(number);
     device->disconnect("deleted");
     const std::lock_guard lock(m_mutex);
-    keepLog(*device);
-    m_devices.erase(number);
+    if (m_devices.erase(number) != 0) {
+        keepLog(*device);
+    }
 }
 
 std::vector<std::shared_ptr<Device>> DeviceTable::all() {
@@ -128,7 +129,7 @@ std::vector<std::shared_ptr<Device>> DeviceTable::all() {
 std::map<unsigned, std::shared_ptr<EventLog>> DeviceTable::logs() {
     const auto devices = all();
     const std::lock_guard lock(m_mutex);
-    auto logs = m_endedLogs;
+    std::map<unsigned, std::shared_ptr<EventLog>> logs(m_endedLogs.begin(), m_endedLogs.end());
     for (const auto& device : devices) {
         logs[device->number()] = device->log();
     }

@@ -2,6 +2,7 @@
 // connection the camera ended is gone from the table at once. Any thread may call.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -51,8 +52,8 @@ class DeviceTable {
     const kzclient::Catalogue& m_names;
     std::mutex m_mutex;
     Devices m_devices;
-    std::map<unsigned, std::shared_ptr<EventLog>> m_endedLogs;
-    std::set<kzclient::Address> m_connecting;  // reserved by who connects now
+    std::deque<std::pair<unsigned, std::shared_ptr<EventLog>>> m_endedLogs;  // in the order of their ends
+    std::set<kzclient::Address> m_connecting;                                // reserved by who connects now
     unsigned m_lastNumber = 0;
     bool m_closed = false;
 };
