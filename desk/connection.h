@@ -1,6 +1,6 @@
-// A connection of the HTTP server, for which the library has one that waits too long: for each byte of a request anew,
-// for a reader that stands still also when the desk ends, and that takes a client which has only finished sending for
-// gone. Belongs to the thread that serves it.
+// One connection of the HTTP server, in place of the library's own. That one gives each byte of a request a new
+// deadline, so that a slow client never runs out of time; waits for a reader that stands still even when the desk ends;
+// and takes a client that has only finished sending for one that has gone. Belongs to the thread that serves it.
 #pragma once
 
 #include <httplib.h>

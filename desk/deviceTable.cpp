@@ -127,11 +127,12 @@ std::vector<std::shared_ptr<Device>> DeviceTable::all() {
 }
 
 std::map<unsigned, std::shared_ptr<EventLog>> DeviceTable::logs() {
-    const auto devices = all();
+    Devices ended;  // let go of behind the lock
     const std::lock_guard lock(m_mutex);
+    ended = takeEnded();
     std::map<unsigned, std::shared_ptr<EventLog>> logs(m_endedLogs.begin(), m_endedLogs.end());
-    for (const auto& device : devices) {
-        logs[device->number()] = device->log();
+    for (const auto& [number, device] : m_devices) {
+        logs[number] = device->log();
     }
     return logs;
 }
