@@ -1,5 +1,6 @@
 // kzPlatformCheck: says which of the promises that kzBleSdkD relies on a camera keeps. One row a promise.
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -125,7 +126,10 @@ int main(int argc, char** argv) {
     app.add_option("--kzipc", named[2], "libkzipc.so")->check(CLI::ExistingFile);
     app.add_option("--services", state, "what the services behind them are doing: running (the default), absent, hung")
         ->check(CLI::IsMember(kServiceStates).description("STATE"));
-    app.add_option("--patience", patience, "seconds after which a check is stopped; 10")->check(CLI::Range(0.1, 600.0));
+    app.add_option("--patience", patience, "seconds after which a check is stopped; 10")
+        ->check(CLI::Range(0.1, 600.0))
+        ->check(
+            [](const std::string& text) { return std::string(std::isnan(std::stod(text)) ? "it is no number" : ""); });
     app.add_flag("--json", json, "print one JSON object");
     app.add_flag("--list", list, "print the promises, and check none");
     app.add_option("PROMISE", names, "only these: names as --list prints them, or what stands before their dot");
